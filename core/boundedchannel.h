@@ -71,7 +71,7 @@ public:
                 m_channel->m_waiterAnchor = threadAnchor();
             }
             // Registered outside the lock: it may run at once when stop is already requested.
-            m_stopCallback.emplace(m_stop, Wake{m_channel});
+            m_stopCallback = std::make_unique<std::stop_callback<Wake>>(m_stop, Wake{m_channel});
             return true;
         }
 
@@ -99,7 +99,7 @@ public:
 
         BoundedChannel *m_channel;
         std::stop_token m_stop;
-        std::optional<std::stop_callback<Wake>> m_stopCallback;
+        std::unique_ptr<std::stop_callback<Wake>> m_stopCallback;
     };
 
     // Only one consumer may wait at a time.
