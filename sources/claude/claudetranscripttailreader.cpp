@@ -1,0 +1,308 @@
+#include "sources/claude/claudetranscripttailreader.h"
+
+#include <QDir>
+#include <QFile>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace taskrack {
+
+namespace {
+
+QList<QByteArrayView> splitLines(QByteArrayView data, bool keepEmpty)
+{
+    QList<QByteArrayView> pieces;
+    qsizetype start = 0;
+    while (true) {
+        const void *found = std::memchr(data.data() + start, '\n', size_t(data.size() - start));
+        const qsizetype end = found ? static_cast<const char *>(found) - data.data() : data.size();
+        if (keepEmpty || end > start)
+            pieces.append(data.sliced(start, end - start));
+        if (!found)
+            break;
+        start = end + 1;
+    }
+    return pieces;
+}
+
+// The newest line holding `marker` whose envelope decodes, as the decoded envelope.
+std::optional<TranscriptEnvelope> newestLineWith(QByteArrayView data, const char *marker)
+{
+    const size_t markerLength = std::strlen(marker);
+    std::optional<TranscriptEnvelope> newest;
+    qsizetype from = 0;
+    while (from < data.size()) {
+        const void *hit = ::memmem(data.data() + from, size_t(data.size() - from), marker, markerLength);
+        if (!hit)
+            break;
+        const qsizetype at = static_cast<const char *>(hit) - data.data();
+        qsizetype begin = at;
+        while (begin > 0 && data[begin - 1] != '\n')
+            --begin;
+        const void *lineEnd = std::memchr(data.data() + at, '\n', size_t(data.size() - at));
+        const qsizetype end = lineEnd ? static_cast<const char *>(lineEnd) - data.data() : data.size();
+        if (end - begin <= claudetranscript::pieceLimit) {
+            if (auto envelope = decodeTranscriptEnvelope(data.sliced(begin, end - begin)))
+                newest = std::move(envelope);
+        }
+        from = end + 1;
+    }
+    return newest;
+}
+
+bool isPlausibleSessionStem(QStringView stem)
+{
+    if (stem.isEmpty() || stem.size() > claudelimits::identifierBytes)
+        return false;
+    for (QChar c : stem) {
+        const bool allowed = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9')
+            || c == u'-' || c == u'_';
+        if (!allowed)
+            return false;
+    }
+    return true;
+}
+
+struct DirCloser {
+    void operator()(DIR *dir) const { ::closedir(dir); }
+};
+using DirHandle = std::unique_ptr<DIR, DirCloser>;
+
+} // namespace
+
+std::optional<QByteArrayView> wholeLinesOfTail(QByteArrayView window, bool startsMidFile)
+{
+    if (window.isEmpty())
+        return std::nullopt;
+    if (!startsMidFile)
+        return window;
+    const void *newline = std::memchr(window.data(), '\n', size_t(window.size()));
+    if (!newline)
+        return std::nullopt;
+    const qsizetype after = static_cast<const char *>(newline) - window.data() + 1;
+    return window.sliced(after);
+}
+
+ClaudeTranscriptTailState parseTranscriptTail(QByteArrayView lines)
+{
+    ClaudeTranscriptTailState state;
+    const QList<QByteArrayView> pieces = splitLines(lines, false);
+    for (auto piece = pieces.crbegin(); piece != pieces.crend(); ++piece) {
+        const auto envelope = decodeTranscriptEnvelope(*piece);
+        if (!envelope || envelope->isSidechain.value_or(false))
+            continue;
+        if (!state.lifecycle) {
+            if (auto lifecycle = classifyTranscriptEnvelope(*envelope)) {
+                state.lifecycle = lifecycle;
+                state.observedAt = parseTranscriptTimestamp(*envelope->timestamp);
+            }
+        }
+        if (!state.lastUserSubmittedAt && envelope->timestamp && isUserSubmission(*envelope))
+            state.lastUserSubmittedAt = parseTranscriptTimestamp(*envelope->timestamp);
+        if (state.lifecycle && state.lastUserSubmittedAt)
+            break;
+    }
+    if (auto line = newestLineWith(lines, "\"custom-title\""))
+        state.customTitle = line->customTitle;
+    if (auto line = newestLineWith(lines, "\"summary\""); line && line->summary)
+        state.summary = line->summary;
+    return state;
+}
+
+std::optional<QDateTime> deepScanLastUserSubmission(qint64 fileSize, const ClaudeRangeReader &readAt)
+{
+    using namespace claudetranscript;
+    qint64 remaining = fileSize;
+    qint64 scanned = 0;
+    QByteArray carry;
+    while (remaining > 0 && scanned < deepScanBytes) {
+        const qint64 length = std::min({tailBytes, deepScanBytes - scanned, remaining});
+        const qint64 offset = remaining - length;
+        std::optional<QByteArray> chunk = readAt(offset, length);
+        if (!chunk || chunk->size() != length)
+            return std::nullopt;
+        chunk->append(carry);
+        scanned += length;
+        remaining = offset;
+
+        const QList<QByteArrayView> pieces = splitLines(*chunk, true);
+        for (qsizetype index = pieces.size() - 1; index >= 0; --index) {
+            // The first piece may be cut unless the chunk starts the file.
+            if (index == 0 && offset != 0)
+                break;
+            const QByteArrayView piece = pieces[index];
+            if (piece.isEmpty() || piece.size() > pieceLimit)
+                continue;
+            const auto envelope = decodeTranscriptEnvelope(piece);
+            if (!envelope || envelope->isSidechain.value_or(false) || !isUserSubmission(*envelope))
+                continue;
+            if (envelope->timestamp) {
+                if (auto date = parseTranscriptTimestamp(*envelope->timestamp))
+                    return date;
+            }
+        }
+        const QByteArrayView first = pieces.isEmpty() ? QByteArrayView() : pieces.first();
+        carry = first.size() > pieceLimit ? QByteArray() : first.toByteArray();
+    }
+    return std::nullopt;
+}
+
+RackStatus statusOfLifecycle(TranscriptLifecycleEvent lifecycle)
+{
+    switch (lifecycle) {
+    case TranscriptLifecycleEvent::working:
+        return RackStatus::working;
+    case TranscriptLifecycleEvent::completed:
+        return RackStatus::completed;
+    case TranscriptLifecycleEvent::error:
+    case TranscriptLifecycleEvent::interrupted:
+        // An interrupted turn did not finish what was asked: shown like a failed one.
+        return RackStatus::error;
+    }
+    return RackStatus::recent;
+}
+
+ClaudeTranscriptTailReader::ClaudeTranscriptTailReader(QString rootPath, double indexHorizon)
+    : m_rootPath(QDir::cleanPath(std::move(rootPath))), m_indexHorizon(indexHorizon)
+{
+}
+
+QHash<QString, ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observations(
+    const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now)
+{
+    QSet<QString> wanted;
+    for (const auto &manifest : manifests) {
+        if (auto key = manifest.transcriptKey())
+            wanted.insert(*key);
+    }
+    QHash<QString, ClaudeTranscriptObservation> result;
+    if (wanted.isEmpty())
+        return result;
+    const auto indexed = index(&wanted, now);
+    for (const auto &manifest : manifests) {
+        const auto key = manifest.transcriptKey();
+        if (!key)
+            continue;
+        const auto transcript = indexed.constFind(*key);
+        if (transcript == indexed.cend())
+            continue;
+        if (auto observed = observation(*transcript, now))
+            result.insert(manifest.sessionId, *observed);
+    }
+    return result;
+}
+
+QHash<QString, ClaudeIndexedTranscript> ClaudeTranscriptTailReader::index(const QSet<QString> *wanted,
+                                                                          const QDateTime &now) const
+{
+    QHash<QString, ClaudeIndexedTranscript> result;
+    const QByteArray root = QFile::encodeName(m_rootPath);
+    DirHandle rootDir(::opendir(root.constData()));
+    if (!rootDir)
+        return result;
+    const qint64 nowMs = now.toMSecsSinceEpoch();
+    while (dirent *project = ::readdir(rootDir.get())) {
+        if (project->d_name[0] == '.')
+            continue;
+        if (project->d_type != DT_DIR && project->d_type != DT_UNKNOWN && project->d_type != DT_LNK)
+            continue;
+        const QByteArray projectPath = root + '/' + project->d_name;
+        DirHandle projectDir(::opendir(projectPath.constData()));
+        if (!projectDir)
+            continue;
+        const int projectFd = ::dirfd(projectDir.get());
+        while (dirent *entry = ::readdir(projectDir.get())) {
+            const size_t nameLength = std::strlen(entry->d_name);
+            if (entry->d_name[0] == '.' || nameLength <= 6
+                || std::strcmp(entry->d_name + nameLength - 6, ".jsonl") != 0)
+                continue;
+            const QString stem = QFile::decodeName(QByteArray(entry->d_name, qsizetype(nameLength - 6)));
+            if (wanted ? !wanted->contains(stem) : !isPlausibleSessionStem(stem))
+                continue;
+            const auto stat = statClaudeEntry(projectFd, entry->d_name);
+            if (!stat || !stat->isRegularFile)
+                continue;
+            const double age = double(nowMs - stat->modificationDate.toMSecsSinceEpoch()) / 1000.0;
+            if (age < -claudetranscript::clockSkewSeconds || age > m_indexHorizon)
+                continue;
+            const auto existing = result.constFind(stem);
+            if (existing != result.cend() && existing->modificationDate >= stat->modificationDate)
+                continue;
+            result.insert(stem, ClaudeIndexedTranscript{
+                                    QFile::decodeName(projectPath + '/' + entry->d_name),
+                                    stat->modificationDate, stat->size, stat->inode});
+        }
+    }
+    return result;
+}
+
+std::optional<ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observation(
+    const ClaudeIndexedTranscript &transcript, const QDateTime &now)
+{
+    const ClaudeSessionFileFingerprint fingerprint = transcript.fingerprint();
+    std::optional<ClaudeTranscriptTailState> state;
+    {
+        std::lock_guard lock(m_cacheLock);
+        const auto cached = m_cachedStates.constFind(transcript.path);
+        if (cached != m_cachedStates.cend() && cached->fingerprint == fingerprint)
+            state = cached->state;
+    }
+    if (!state) {
+        // No lock here: two threads may parse the same file at once; both store the same answer.
+        bool isStable = false;
+        state = readState(transcript, &isStable);
+        if (!state)
+            return std::nullopt;
+        // A file that changed while it was read is read again next time.
+        if (isStable) {
+            std::lock_guard lock(m_cacheLock);
+            m_cachedStates.insert(transcript.path, CachedTranscriptState{fingerprint, *state});
+        }
+    }
+    if (!state->lifecycle || !state->observedAt)
+        return std::nullopt;
+    if (double(now.toMSecsSinceEpoch() - state->observedAt->toMSecsSinceEpoch()) / 1000.0
+        < -claudetranscript::clockSkewSeconds)
+        return std::nullopt;
+    return ClaudeTranscriptObservation{statusOfLifecycle(*state->lifecycle), *state->observedAt,
+                                       state->lastUserSubmittedAt};
+}
+
+std::optional<ClaudeTranscriptTailState> ClaudeTranscriptTailReader::cachedState(
+    const ClaudeIndexedTranscript &transcript) const
+{
+    std::lock_guard lock(m_cacheLock);
+    const auto cached = m_cachedStates.constFind(transcript.path);
+    if (cached == m_cachedStates.cend() || cached->fingerprint != transcript.fingerprint())
+        return std::nullopt;
+    return cached->state;
+}
+
+std::optional<ClaudeTranscriptTailState> ClaudeTranscriptTailReader::readState(
+    const ClaudeIndexedTranscript &transcript, bool *isStable)
+{
+    using namespace claudetranscript;
+    auto file = ClaudeCheckedFile::open(transcript.path, resolvedClaudeRoot(m_rootPath), &m_counters);
+    if (!file)
+        return std::nullopt;
+    const qint64 size = file->size();
+    const qint64 offset = std::max<qint64>(0, size - tailBytes);
+    const auto window = file->readAt(offset, size - offset);
+    if (!window)
+        return std::nullopt;
+    const auto lines = wholeLinesOfTail(*window, offset > 0);
+    if (!lines)
+        return std::nullopt;
+    ClaudeTranscriptTailState state = parseTranscriptTail(*lines);
+    if (!state.lastUserSubmittedAt && size > tailBytes) {
+        state.lastUserSubmittedAt = deepScanLastUserSubmission(
+            size, [&file](qint64 at, qint64 length) { return file->readAt(at, length); });
+    }
+    *isStable = file->isUnchangedSinceOpen() && file->stat().size == transcript.fileSize
+        && file->stat().modificationDate == transcript.modificationDate;
+    return state;
+}
+
+} // namespace taskrack
