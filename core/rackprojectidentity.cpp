@@ -2,55 +2,524 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <QStringDecoder>
+
+#include <algorithm>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 namespace taskrack {
 
-// Provisional: the full identity rules replace this.
-QString normalizedPath(const QString &path, const QString &)
+namespace {
+
+const QString gitEntryName = QStringLiteral(".git");
+const QString rootPath = QStringLiteral("/");
+
+QString parentOf(const QString &path)
+{
+    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
+    return slash <= 0 ? rootPath : path.left(slash);
+}
+
+QString lastComponent(const QString &path)
+{
+    return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
+}
+
+QString childOf(const QString &folder, const QString &name)
+{
+    return folder == rootPath ? rootPath + name : folder + QLatin1Char('/') + name;
+}
+
+bool isInside(const QString &path, const QString &root)
+{
+    if (root == rootPath)
+        return path.startsWith(rootPath);
+    return path.size() > root.size() && path.startsWith(root) && path.at(root.size()) == QLatin1Char('/');
+}
+
+// Standardises an absolute path and resolves every symbolic link in the deepest part of it that
+// exists; the missing rest is kept as written, so that folders that are gone still compare
+// equal to their earlier selves.
+QString standardizedResolved(const QString &absolute)
+{
+    const QString clean = QDir::cleanPath(absolute);
+    QString head = clean;
+    QStringList missingTail;
+    for (;;) {
+        const QString canonical = QFileInfo(head).canonicalFilePath();
+        if (!canonical.isEmpty()) {
+            if (missingTail.isEmpty())
+                return canonical;
+            std::reverse(missingTail.begin(), missingTail.end());
+            return QDir::cleanPath(canonical + QLatin1Char('/') + missingTail.join(QLatin1Char('/')));
+        }
+        if (head == rootPath || head.isEmpty())
+            return clean;
+        missingTail.append(lastComponent(head));
+        head = parentOf(head);
+    }
+}
+
+QString homeOf(const QString &homeDir)
+{
+    return homeDir.isEmpty() ? QDir::homePath() : homeDir;
+}
+
+// "~" and "~/…" are the chosen home, "~user/…" that user's home from the password database.
+QString expandTilde(const QString &path, const QString &homeDir)
+{
+    if (!path.startsWith(QLatin1Char('~')))
+        return path;
+    const qsizetype slash = path.indexOf(QLatin1Char('/'));
+    const QString user = path.mid(1, slash < 0 ? -1 : slash - 1);
+    const QString rest = slash < 0 ? QString() : path.mid(slash);
+    if (user.isEmpty())
+        return homeOf(homeDir) + rest;
+
+    const QByteArray name = user.toLocal8Bit();
+    long bufferSize = sysconf(_SC_GETPW_R_SIZE_MAX);
+    std::vector<char> buffer(size_t(bufferSize > 0 ? bufferSize : 16384));
+    passwd entry{};
+    passwd *found = nullptr;
+    if (getpwnam_r(name.constData(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found
+        || !found->pw_dir)
+        return path;
+    return QString::fromLocal8Bit(found->pw_dir) + rest;
+}
+
+// Reads a small file the program does not own: it must resolve to a regular file inside
+// `expectedRoot`, be no larger than `limit`, and be unchanged while it was read.
+std::optional<QByteArray> readBoundedFile(const QString &path, const QString &expectedRoot,
+                                          qsizetype limit)
+{
+    const QString resolved = QFileInfo(path).canonicalFilePath();
+    const QString root = QFileInfo(expectedRoot).canonicalFilePath();
+    if (resolved.isEmpty() || root.isEmpty() || !isInside(resolved, root))
+        return std::nullopt;
+
+    const QByteArray encoded = QFile::encodeName(resolved);
+    const int fd = ::open(encoded.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0)
+        return std::nullopt;
+    struct stat before {};
+    struct stat after {};
+    std::optional<QByteArray> result;
+    if (::fstat(fd, &before) == 0 && S_ISREG(before.st_mode) && before.st_size <= limit) {
+        QByteArray bytes(limit + 1, Qt::Uninitialized);
+        qsizetype total = 0;
+        bool failed = false;
+        while (total <= limit) {
+            const ssize_t got = ::read(fd, bytes.data() + total, size_t(limit + 1 - total));
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got < 0) {
+                failed = true;
+                break;
+            }
+            if (got == 0)
+                break;
+            total += got;
+        }
+        const bool unchanged = ::fstat(fd, &after) == 0 && after.st_size == before.st_size
+            && after.st_ino == before.st_ino && after.st_mtim.tv_sec == before.st_mtim.tv_sec
+            && after.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
+        if (!failed && total <= limit && total == before.st_size && unchanged) {
+            bytes.truncate(total);
+            result = std::move(bytes);
+        }
+    }
+    ::close(fd);
+    return result;
+}
+
+bool entryExists(const QString &path)
+{
+    struct stat info {};
+    return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
+}
+
+bool isDirectory(const QString &path)
+{
+    struct stat info {};
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+std::optional<QString> strictUtf8(const QByteArray &bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder(bytes);
+    if (decoder.hasError() || text.contains(QChar(0)))
+        return std::nullopt;
+    return text;
+}
+
+QString resolveAgainst(const QString &folder, const QString &raw)
+{
+    return standardizedResolved(raw.startsWith(QLatin1Char('/')) ? raw : childOf(folder, raw));
+}
+
+// The nearest folder at or above `folder` (never "/") that holds a ".git" entry.
+std::optional<QString> checkoutRoot(const QString &folder)
+{
+    if (folder.isEmpty())
+        return std::nullopt;
+    for (QString current = folder; current != rootPath && !current.isEmpty();
+         current = parentOf(current)) {
+        if (entryExists(childOf(current, gitEntryName)))
+            return current;
+    }
+    return std::nullopt;
+}
+
+struct GitDirectories {
+    QString gitDirectory;
+    QString commonDirectory;
+};
+
+// What the ".git" entry of a checkout root points at; none for a ".git" file that cannot be
+// read or has no "gitdir:" line.
+std::optional<GitDirectories> gitDirectoriesOf(const QString &root)
+{
+    const QString entry = childOf(root, gitEntryName);
+    if (isDirectory(entry)) {
+        const QString directory = standardizedResolved(entry);
+        return GitDirectories{directory, directory};
+    }
+    const auto contents = readBoundedFile(entry, root, maxGitPointerBytes);
+    if (!contents)
+        return std::nullopt;
+    const auto rawGitDirectory = parseGitdirFile(*contents);
+    if (!rawGitDirectory)
+        return std::nullopt;
+    const QString gitDirectory = resolveAgainst(root, *rawGitDirectory);
+
+    QString common = gitDirectory;
+    const QString commondirFile = childOf(gitDirectory, QStringLiteral("commondir"));
+    if (const auto commondir = readBoundedFile(commondirFile, gitDirectory, maxGitPointerBytes)) {
+        if (const auto raw = parseCommondirFile(*commondir))
+            common = resolveAgainst(gitDirectory, *raw);
+    }
+    return GitDirectories{gitDirectory, common};
+}
+
+// A checkout whose ".git" is a directory is a submodule when an enclosing project lists it in
+// its ".gitmodules", otherwise a primary checkout.
+RackCheckoutKind kindOfDirectoryCheckout(const QString &root)
+{
+    for (QString ancestor = parentOf(root); ancestor != rootPath; ancestor = parentOf(ancestor)) {
+        const QString relative = root.mid(ancestor.size() + 1);
+        const QString gitmodules = childOf(ancestor, QStringLiteral(".gitmodules"));
+        if (const auto contents = readBoundedFile(gitmodules, ancestor, maxGitmodulesBytes)) {
+            if (parseGitmodulesPaths(*contents).contains(relative))
+                return RackCheckoutKind::submodule;
+        }
+        if (entryExists(childOf(ancestor, gitEntryName)))
+            return RackCheckoutKind::primaryCheckout;
+    }
+    return RackCheckoutKind::primaryCheckout;
+}
+
+RackCheckoutMetadata probeOne(const QString &path)
+{
+    RackCheckoutMetadata metadata;
+    const auto root = checkoutRoot(normalizedPath(path));
+    if (!root)
+        return metadata;
+    metadata.checkoutRootPath = *root;
+    const auto directories = gitDirectoriesOf(*root);
+    if (!directories)
+        return metadata;
+    metadata.gitDirectoryPath = directories->gitDirectory;
+    metadata.commonDirectoryPath = directories->commonDirectory;
+    if (isDirectory(childOf(*root, gitEntryName)))
+        metadata.kind = kindOfDirectoryCheckout(*root);
+    else if (directories->commonDirectory != directories->gitDirectory)
+        metadata.kind = RackCheckoutKind::linkedWorktree;
+    else if (directories->gitDirectory.contains(QStringLiteral("/.git/modules/")))
+        metadata.kind = RackCheckoutKind::submodule;
+    else
+        metadata.kind = RackCheckoutKind::separateGitDirectory;
+    return metadata;
+}
+
+bool isDateComponent(QStringView text)
+{
+    if (text.size() != 10 || text[4] != QLatin1Char('-') || text[7] != QLatin1Char('-'))
+        return false;
+    for (qsizetype i : {0, 1, 2, 3, 5, 6, 8, 9}) {
+        if (text[i] < QLatin1Char('0') || text[i] > QLatin1Char('9'))
+            return false;
+    }
+    const int month = text.mid(5, 2).toInt();
+    const int day = text.mid(8, 2).toInt();
+    return month >= 1 && month <= 12 && day >= 1 && day <= 31;
+}
+
+// The last "/"-separated component of a key or folder, trimmed; empty when there is none.
+QString trimmedLastComponent(const QString &text)
+{
+    return lastComponent(text).trimmed();
+}
+
+QString projectName(const QString &path, const QString &fallback)
+{
+    QString name = trimmedLastComponent(path);
+    if (name.isEmpty())
+        name = trimmedLastComponent(fallback);
+    return name.isEmpty() ? QStringLiteral("Project") : name;
+}
+
+// Lower-cases the host of "scheme://[user@]host[:port]/…", the only rewriting an origin gets.
+// Strings that are not URLs with a host (scp-like SSH forms, plain paths) stay as they are.
+QString withLowerCaseHost(const QString &value)
+{
+    static const QRegularExpression urlWithAuthority(
+        QStringLiteral("^([A-Za-z][A-Za-z0-9+.-]*://)([^/?#]*)(.*)$"),
+        QRegularExpression::DotMatchesEverythingOption);
+    static const QRegularExpression invalidUrlCharacter(
+        QStringLiteral("[\\x00-\\x20\\x7f\"<>\\\\^`{|}]|[^\\x00-\\x7f]"));
+    if (value.contains(invalidUrlCharacter))
+        return value;
+    const auto match = urlWithAuthority.match(value);
+    if (!match.hasMatch())
+        return value;
+    const QString authority = match.captured(2);
+    const qsizetype at = authority.lastIndexOf(QLatin1Char('@'));
+    const QString userInfo = authority.left(at + 1);
+    const QString hostAndPort = authority.mid(at + 1);
+    if (hostAndPort.isEmpty() || hostAndPort.startsWith(QLatin1Char(':')))
+        return value;
+    qsizetype hostEnd = hostAndPort.size();
+    if (hostAndPort.startsWith(QLatin1Char('['))) {
+        hostEnd = hostAndPort.indexOf(QLatin1Char(']'));
+        if (hostEnd < 0)
+            return value;
+        ++hostEnd;
+    } else if (const qsizetype colon = hostAndPort.indexOf(QLatin1Char(':')); colon >= 0) {
+        hostEnd = colon;
+    }
+    return match.captured(1) + userInfo + hostAndPort.left(hostEnd).toLower()
+        + hostAndPort.mid(hostEnd) + match.captured(3);
+}
+
+} // namespace
+
+QString normalizedPath(const QString &path, const QString &homeDir)
 {
     const QString trimmed = path.trimmed();
     if (trimmed.isEmpty())
         return {};
-    const QString canonical = QFileInfo(trimmed).canonicalFilePath();
-    return canonical.isEmpty() ? QDir::cleanPath(trimmed) : canonical;
+    const QString expanded = expandTilde(trimmed, homeDir);
+    const QString absolute =
+        expanded.startsWith(QLatin1Char('/')) ? expanded : QDir::current().absoluteFilePath(expanded);
+    return standardizedResolved(absolute);
 }
 
 std::optional<QString> repositoryKey(const std::optional<QString> &origin)
 {
-    if (!origin || origin->trimmed().isEmpty())
+    if (!origin)
         return std::nullopt;
-    return origin->trimmed();
+    QString value = origin->trimmed();
+    while (value.endsWith(QLatin1Char('/')))
+        value.chop(1);
+    if (value.endsWith(QLatin1String(".git"), Qt::CaseInsensitive))
+        value.chop(4);
+    if (value.isEmpty())
+        return std::nullopt;
+    return withLowerCaseHost(value);
 }
 
-std::optional<QString> gitCommonDirectory(const QString &)
+std::optional<QString> gitCommonDirectory(const QString &folder)
 {
-    return std::nullopt;
+    const auto root = checkoutRoot(folder);
+    if (!root)
+        return std::nullopt;
+    const auto directories = gitDirectoriesOf(*root);
+    if (!directories)
+        return std::nullopt;
+    return directories->commonDirectory;
+}
+
+bool isCodexScratchFolder(const QString &normalizedFolder, const QString &homeDir)
+{
+    const QString home = normalizedPath(homeOf(homeDir));
+    const QString prefix =
+        normalizedPath(childOf(home, QStringLiteral("Documents/Codex"))) + QLatin1Char('/');
+    if (!normalizedFolder.startsWith(prefix))
+        return false;
+    const QStringView below = QStringView(normalizedFolder).mid(prefix.size());
+    const qsizetype slash = below.indexOf(QLatin1Char('/'));
+    const QStringView first = slash < 0 ? below : below.left(slash);
+    const bool hasFurtherComponent = slash >= 0 && slash + 1 < below.size();
+    if (first.size() == 10)
+        return isDateComponent(first) && hasFurtherComponent;
+    return first.size() >= 12 && first[10] == QLatin1Char('-') && isDateComponent(first.left(10));
 }
 
 RackProjectIdentity makeProjectIdentity(const QString &path, const std::optional<QString> &origin,
                                         const QString &homeDir)
 {
+    const QString folder = normalizedPath(path, homeDir);
+    const auto key = repositoryKey(origin);
+    const auto commonDirectory = folder.isEmpty() ? std::nullopt : gitCommonDirectory(folder);
+
     RackProjectIdentity identity;
-    const QString normalized = normalizedPath(path, homeDir);
-    if (auto key = repositoryKey(origin)) {
+    if (!folder.isEmpty()) {
+        identity.aliases.insert(folder);
+        identity.aliases.insert(QStringLiteral("path:") + folder);
+    }
+    if (commonDirectory)
+        identity.aliases.insert(QStringLiteral("git-directory:") + *commonDirectory);
+
+    if (key) {
         identity.id = QStringLiteral("repository:") + *key;
-    } else if (!normalized.isEmpty()) {
-        identity.id = normalized;
+        identity.name = projectName(folder, *key);
+    } else if (commonDirectory) {
+        identity.id = QStringLiteral("git-directory:") + *commonDirectory;
+        identity.name = projectName(folder, *commonDirectory);
+    } else if (!folder.isEmpty() && !isCodexScratchFolder(folder, homeDir)) {
+        identity.id = folder;
+        identity.name = projectName(folder, {});
     } else {
         identity.id = RackProjectIdentity::chatsID;
         identity.name = QStringLiteral("Chats");
         identity.aliases.insert(identity.id);
         return identity;
     }
-    identity.name = QFileInfo(normalized).fileName();
-    identity.workspacePath = normalized;
-    identity.aliases = {identity.id, normalized, QStringLiteral("path:") + normalized};
+    identity.aliases.insert(identity.id);
+    identity.workspacePath = folder;
     return identity;
 }
 
-RackCheckoutMetadata probeCheckout(const QStringList &)
+RackCheckoutMetadata probeCheckout(const QStringList &paths)
 {
-    return {};
+    RackCheckoutMetadata lastUnknown;
+    for (const QString &path : paths) {
+        RackCheckoutMetadata metadata = probeOne(path);
+        if (metadata.kind != RackCheckoutKind::unknown)
+            return metadata;
+        if (metadata.checkoutRootPath)
+            lastUnknown = metadata;
+    }
+    return lastUnknown;
+}
+
+std::optional<QString> parseGitdirFile(const QByteArray &contents)
+{
+    if (contents.size() > maxGitPointerBytes)
+        return std::nullopt;
+    const auto text = strictUtf8(contents);
+    if (!text)
+        return std::nullopt;
+    QStringView firstLine = QStringView(*text);
+    if (const qsizetype newline = firstLine.indexOf(QLatin1Char('\n')); newline >= 0)
+        firstLine = firstLine.left(newline);
+    const QLatin1String marker("gitdir:");
+    if (!firstLine.startsWith(marker))
+        return std::nullopt;
+    const QString value = firstLine.mid(marker.size()).trimmed().toString();
+    if (value.isEmpty())
+        return std::nullopt;
+    return value;
+}
+
+std::optional<QString> parseCommondirFile(const QByteArray &contents)
+{
+    if (contents.size() > maxGitPointerBytes)
+        return std::nullopt;
+    const auto text = strictUtf8(contents);
+    if (!text)
+        return std::nullopt;
+    const QString value = text->trimmed();
+    if (value.isEmpty())
+        return std::nullopt;
+    return value;
+}
+
+namespace {
+
+// A git-config value: double quotes group, backslash escapes, "#" or ";" outside quotes starts
+// a comment; unquoted white space at either end is dropped.
+QString configValue(QStringView raw)
+{
+    QString value;
+    bool quoted = false;
+    qsizetype keptLength = 0;
+    for (qsizetype i = 0; i < raw.size(); ++i) {
+        const QChar c = raw[i];
+        if (c == QLatin1Char('"')) {
+            quoted = !quoted;
+            keptLength = value.size();
+        } else if (c == QLatin1Char('\\') && i + 1 < raw.size()) {
+            const QChar next = raw[++i];
+            value.append(next == QLatin1Char('t') ? QChar(QLatin1Char('\t'))
+                             : next == QLatin1Char('n') ? QChar(QLatin1Char('\n'))
+                                                        : next);
+            keptLength = value.size();
+        } else if (!quoted && (c == QLatin1Char('#') || c == QLatin1Char(';'))) {
+            break;
+        } else {
+            value.append(c);
+            if (quoted || !c.isSpace())
+                keptLength = value.size();
+        }
+    }
+    value.truncate(keptLength);
+    return value.trimmed();
+}
+
+QString trimmedOfSlashes(QString value)
+{
+    while (value.startsWith(QLatin1Char('/')))
+        value.remove(0, 1);
+    while (value.endsWith(QLatin1Char('/')))
+        value.chop(1);
+    return value;
+}
+
+} // namespace
+
+QStringList parseGitmodulesPaths(const QByteArray &contents)
+{
+    QStringList paths;
+    if (contents.size() > maxGitmodulesBytes)
+        return paths;
+    const QString text = QString::fromUtf8(contents);
+    bool inSubmoduleSection = false;
+    for (QStringView line : QStringView(text).split(QLatin1Char('\n'))) {
+        line = line.trimmed();
+        if (line.isEmpty() || line.startsWith(QLatin1Char('#')) || line.startsWith(QLatin1Char(';')))
+            continue;
+        if (line.startsWith(QLatin1Char('['))) {
+            const qsizetype close = line.indexOf(QLatin1Char(']'));
+            const QStringView header = line.mid(1, close < 0 ? -1 : close - 1).trimmed();
+            inSubmoduleSection = header.startsWith(QLatin1String("submodule"), Qt::CaseInsensitive);
+            // "[submodule "x"] path = y" puts a key on the header line.
+            if (close < 0)
+                continue;
+            line = line.mid(close + 1).trimmed();
+            if (line.isEmpty())
+                continue;
+        }
+        if (!inSubmoduleSection)
+            continue;
+        const qsizetype equals = line.indexOf(QLatin1Char('='));
+        if (equals < 0)
+            continue;
+        if (line.left(equals).trimmed().compare(QLatin1String("path"), Qt::CaseInsensitive) != 0)
+            continue;
+        const QString value = trimmedOfSlashes(configValue(line.mid(equals + 1)));
+        if (!value.isEmpty())
+            paths.append(value);
+    }
+    return paths;
 }
 
 } // namespace taskrack

@@ -1,0 +1,404 @@
+#include "core/rackprojectidentity.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace taskrack;
+
+// Readable failure messages for paths.
+static void PrintTo(const QString &text, std::ostream *out)
+{
+    *out << '"' << text.toStdString() << '"';
+}
+
+namespace {
+
+// Real git repositories in a temporary folder, built with the git command on a clean
+// configuration so that the tests behave the same on any machine.
+class GitWorkspace : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(temp.isValid());
+        root = QFileInfo(temp.path()).canonicalFilePath();
+        home = root + "/home";
+        ASSERT_TRUE(QDir().mkpath(home));
+    }
+
+    // Runs git in `cwd`; a failure fails the test with git's own words.
+    void git(const QString &cwd, const QStringList &args)
+    {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("GIT_CONFIG_NOSYSTEM", "1");
+        env.insert("GIT_CONFIG_GLOBAL", "/dev/null");
+        env.insert("HOME", home);
+        env.insert("GIT_TERMINAL_PROMPT", "0");
+        process.setProcessEnvironment(env);
+        process.setWorkingDirectory(cwd);
+        QStringList all{"-c", "user.name=Taskrack Test", "-c", "user.email=test@example.invalid",
+                        "-c", "init.defaultBranch=main", "-c", "protocol.file.allow=always",
+                        "-c", "advice.detachedHead=false"};
+        all += args;
+        process.start("git", all);
+        ASSERT_TRUE(process.waitForFinished(60000)) << "git did not finish";
+        ASSERT_EQ(process.exitStatus(), QProcess::NormalExit);
+        ASSERT_EQ(process.exitCode(), 0)
+            << "git " << args.join(' ').toStdString() << ": "
+            << process.readAllStandardError().toStdString();
+    }
+
+    // A repository with one commit.
+    QString makeRepository(const QString &relative)
+    {
+        const QString path = root + "/" + relative;
+        EXPECT_TRUE(QDir().mkpath(path));
+        git(path, {"init", "-q"});
+        git(path, {"commit", "-q", "--allow-empty", "-m", "initial"});
+        return path;
+    }
+
+    void writeFile(const QString &path, const QByteArray &bytes)
+    {
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(bytes);
+    }
+
+    QTemporaryDir temp;
+    QString root;
+    QString home;
+};
+
+} // namespace
+
+// --- Origins -------------------------------------------------------------------------------
+
+struct OriginCase {
+    const char *origin;
+    const char *key; // nullptr: no key
+};
+
+class RepositoryKeyTest : public ::testing::TestWithParam<OriginCase> {};
+
+TEST_P(RepositoryKeyTest, NormalisesOnlyHostCaseTrailingSlashesAndGitSuffix)
+{
+    const auto key = repositoryKey(QString::fromUtf8(GetParam().origin));
+    if (GetParam().key)
+        EXPECT_EQ(key, QString::fromUtf8(GetParam().key));
+    else
+        EXPECT_EQ(key, std::nullopt);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Spellings, RepositoryKeyTest,
+    ::testing::Values(
+        OriginCase{"https://github.com/Owner/Repo", "https://github.com/Owner/Repo"},
+        OriginCase{"https://GitHub.COM/Owner/Repo.git/", "https://github.com/Owner/Repo"},
+        OriginCase{"  https://github.com/Owner/Repo.GIT//\n", "https://github.com/Owner/Repo"},
+        OriginCase{"https://User@Example.ORG:8443/Path/R.git", "https://User@example.org:8443/Path/R"},
+        OriginCase{"ssh://git@GitHub.com/Owner/Repo.git", "ssh://git@github.com/Owner/Repo"},
+        // scp-like SSH has no URL host: kept as written, and distinct from the web form.
+        OriginCase{"git@GitHub.com:Owner/Repo.git", "git@GitHub.com:Owner/Repo"},
+        OriginCase{"/srv/Git/Repo.git/", "/srv/Git/Repo"},
+        OriginCase{"file:///srv/Git/Repo.git", "file:///srv/Git/Repo"},
+        OriginCase{"https://[::1]:80/Repo.git", "https://[::1]:80/Repo"},
+        OriginCase{"", nullptr}, OriginCase{" \t\n", nullptr}, OriginCase{"///", nullptr},
+        OriginCase{".git", nullptr}));
+
+TEST(RepositoryKeyTest, AbsentOriginHasNoKey)
+{
+    EXPECT_EQ(repositoryKey(std::nullopt), std::nullopt);
+}
+
+// --- Parsers of git's small files ------------------------------------------------------------
+
+TEST(GitFileParsingTest, GitdirLineMustComeFirst)
+{
+    EXPECT_EQ(parseGitdirFile("gitdir: ../.git/worktrees/a\n"), "../.git/worktrees/a");
+    EXPECT_EQ(parseGitdirFile("gitdir:/abs/path  \r\nsecond line"), "/abs/path");
+    EXPECT_EQ(parseGitdirFile("gitdir: with space/x"), "with space/x");
+    EXPECT_EQ(parseGitdirFile("\ngitdir: x"), std::nullopt);
+    EXPECT_EQ(parseGitdirFile("GITDIR: x"), std::nullopt);
+    EXPECT_EQ(parseGitdirFile("gitdir:   \n"), std::nullopt);
+    EXPECT_EQ(parseGitdirFile("gitdir: a\xff\xfe"), std::nullopt);
+    EXPECT_EQ(parseGitdirFile(QByteArray("gitdir: a\0b", 11)), std::nullopt);
+    QByteArray oversized = "gitdir: x\n" + QByteArray(maxGitPointerBytes, 'a');
+    EXPECT_EQ(parseGitdirFile(oversized), std::nullopt);
+}
+
+TEST(GitFileParsingTest, CommondirIsTrimmedContent)
+{
+    EXPECT_EQ(parseCommondirFile("../..\n"), "../..");
+    EXPECT_EQ(parseCommondirFile(" \n\t"), std::nullopt);
+    EXPECT_EQ(parseCommondirFile(QByteArray(maxGitPointerBytes + 1, 'a')), std::nullopt);
+}
+
+TEST(GitFileParsingTest, GitmodulesPathsOfSubmoduleSectionsOnly)
+{
+    const QByteArray contents = "# comment\n"
+                                "[submodule \"lib\"]\n"
+                                "\tpath = vendor/lib/\n"
+                                "\turl = ../lib\n"
+                                "[submodule \"quoted\"]\n"
+                                "  PATH = \"third party/x\" ; trailing comment\n"
+                                "[core]\n"
+                                "  path = not/a/submodule\n"
+                                "[submodule \"inline\"] path = /inline/\n";
+    EXPECT_EQ(parseGitmodulesPaths(contents),
+              QStringList({"vendor/lib", "third party/x", "inline"}));
+    EXPECT_TRUE(parseGitmodulesPaths(QByteArray(maxGitmodulesBytes + 1, '[')).isEmpty());
+}
+
+// --- Paths -----------------------------------------------------------------------------------
+
+TEST_F(GitWorkspace, NormalizedPathStandardisesExpandsAndResolves)
+{
+    ASSERT_TRUE(QDir().mkpath(root + "/real/inner"));
+    ASSERT_TRUE(QFile::link(root + "/real", root + "/link"));
+
+    EXPECT_EQ(normalizedPath(""), "");
+    EXPECT_EQ(normalizedPath(" \n\t"), "");
+    EXPECT_EQ(normalizedPath(" " + root + "/link/inner/ \n"), root + "/real/inner");
+    EXPECT_EQ(normalizedPath(root + "/real/./inner/../inner//"), root + "/real/inner");
+    // A folder that is gone keeps its name below the deepest resolved ancestor.
+    EXPECT_EQ(normalizedPath(root + "/link/gone/deeper"), root + "/real/gone/deeper");
+    EXPECT_EQ(normalizedPath("~/x", root + "/link"), root + "/real/x");
+    EXPECT_EQ(normalizedPath("~", root + "/link"), root + "/real");
+    EXPECT_EQ(normalizedPath("/"), "/");
+    EXPECT_TRUE(normalizedPath("relative/folder").startsWith('/'));
+}
+
+struct ScratchCase {
+    const char *below; // path below <home>/Documents/Codex
+    bool scratch;
+};
+
+class ScratchFolderTest : public GitWorkspace, public ::testing::WithParamInterface<ScratchCase> {};
+
+TEST_P(ScratchFolderTest, DatedFoldersBelowTheCodexDocumentsFolder)
+{
+    const QString folder = normalizedPath(home + "/Documents/Codex/" + GetParam().below);
+    EXPECT_EQ(isCodexScratchFolder(folder, home), GetParam().scratch) << GetParam().below;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, ScratchFolderTest,
+    ::testing::Values(ScratchCase{"2025-03-04/chat", true}, ScratchCase{"2025-03-04/a/b", true},
+                      ScratchCase{"2025-03-04", false}, ScratchCase{"2025-03-04-x", true},
+                      ScratchCase{"2025-03-04-x/more", true}, ScratchCase{"2025-03-04-", false},
+                      ScratchCase{"2025-03-04x1", false}, ScratchCase{"2025-13-04/chat", false},
+                      ScratchCase{"2025-00-04/chat", false}, ScratchCase{"2025-03-32/chat", false},
+                      ScratchCase{"2025-3-04/chat", false}, ScratchCase{"project/2025-03-04/x", false},
+                      ScratchCase{"", false}));
+
+TEST_F(GitWorkspace, ScratchFoldersFollowTheChosenHome)
+{
+    const QString folder = normalizedPath(home + "/Documents/Codex/2025-03-04/chat");
+    EXPECT_TRUE(isCodexScratchFolder(folder, home));
+    EXPECT_FALSE(isCodexScratchFolder(folder, root + "/elsewhere"));
+    EXPECT_FALSE(isCodexScratchFolder(home + "/Documents/Codexx/2025-03-04/chat", home));
+}
+
+// --- Git walks over real repositories ---------------------------------------------------------
+
+TEST_F(GitWorkspace, PrimaryCheckoutAndLinkedWorktreeShareTheCommonDirectory)
+{
+    const QString primary = makeRepository("app");
+    git(primary, {"worktree", "add", "-q", root + "/wt/feature", "-b", "feature"});
+    ASSERT_TRUE(QDir().mkpath(primary + "/src/deep"));
+
+    const auto common = gitCommonDirectory(primary);
+    ASSERT_EQ(common, primary + "/.git");
+    EXPECT_EQ(gitCommonDirectory(root + "/wt/feature"), common);
+    EXPECT_EQ(gitCommonDirectory(primary + "/src/deep"), common);
+    EXPECT_EQ(gitCommonDirectory(root), std::nullopt);
+    EXPECT_EQ(gitCommonDirectory(""), std::nullopt);
+
+    const auto primaryProbe = probeCheckout({primary + "/src/deep"});
+    EXPECT_EQ(primaryProbe.kind, RackCheckoutKind::primaryCheckout);
+    EXPECT_EQ(primaryProbe.checkoutRootPath, primary);
+    EXPECT_EQ(primaryProbe.gitDirectoryPath, primary + "/.git");
+    EXPECT_EQ(primaryProbe.commonDirectoryPath, primary + "/.git");
+
+    const auto worktreeProbe = probeCheckout({root + "/wt/feature"});
+    EXPECT_EQ(worktreeProbe.kind, RackCheckoutKind::linkedWorktree);
+    EXPECT_EQ(worktreeProbe.checkoutRootPath, root + "/wt/feature");
+    EXPECT_EQ(worktreeProbe.gitDirectoryPath, primary + "/.git/worktrees/feature");
+    EXPECT_EQ(worktreeProbe.commonDirectoryPath, primary + "/.git");
+}
+
+TEST_F(GitWorkspace, SubmodulesAreRecognisedByGitdirAndByGitmodules)
+{
+    const QString library = makeRepository("library");
+    const QString super = makeRepository("super");
+    git(super, {"submodule", "add", "-q", library, "vendor/library"});
+
+    // A modern submodule: ".git" is a file into the superproject's modules folder.
+    const auto modern = probeCheckout({super + "/vendor/library"});
+    EXPECT_EQ(modern.kind, RackCheckoutKind::submodule);
+    EXPECT_EQ(modern.checkoutRootPath, super + "/vendor/library");
+    EXPECT_EQ(modern.gitDirectoryPath, super + "/.git/modules/vendor/library");
+    EXPECT_EQ(gitCommonDirectory(super + "/vendor/library"), super + "/.git/modules/vendor/library");
+
+    // An old-style submodule keeps its own ".git" directory: only ".gitmodules" tells.
+    git(super, {"clone", "-q", library, "third/old/"});
+    writeFile(super + "/.gitmodules",
+              "[submodule \"old\"]\n\tpath = third/old/\n\turl = ../library\n");
+    const auto classic = probeCheckout({super + "/third/old"});
+    EXPECT_EQ(classic.kind, RackCheckoutKind::submodule);
+    EXPECT_EQ(classic.gitDirectoryPath, super + "/third/old/.git");
+
+    // A nested clone the superproject does not list is a checkout of its own.
+    git(super, {"clone", "-q", library, "scratch/clone"});
+    EXPECT_EQ(probeCheckout({super + "/scratch/clone"}).kind, RackCheckoutKind::primaryCheckout);
+    EXPECT_EQ(probeCheckout({super}).kind, RackCheckoutKind::primaryCheckout);
+}
+
+TEST_F(GitWorkspace, SeparateGitDirectory)
+{
+    ASSERT_TRUE(QDir().mkpath(root + "/separate"));
+    ASSERT_TRUE(QDir().mkpath(root + "/store"));
+    git(root, {"init", "-q", "--separate-git-dir", root + "/store/separate.git", root + "/separate"});
+
+    const auto probe = probeCheckout({root + "/separate"});
+    EXPECT_EQ(probe.kind, RackCheckoutKind::separateGitDirectory);
+    EXPECT_EQ(probe.gitDirectoryPath, root + "/store/separate.git");
+    EXPECT_EQ(probe.commonDirectoryPath, root + "/store/separate.git");
+    EXPECT_EQ(gitCommonDirectory(root + "/separate"), root + "/store/separate.git");
+}
+
+TEST_F(GitWorkspace, MalformedGitFilesLeaveOnlyTheRoot)
+{
+    const QString primary = makeRepository("app");
+    writeFile(root + "/broken/.git", "this is not a pointer\ngitdir: " + primary.toUtf8() + "/.git\n");
+    writeFile(root + "/huge/.git", "gitdir: " + primary.toUtf8() + "/.git\n"
+                                       + QByteArray(maxGitPointerBytes, '#'));
+    ASSERT_TRUE(QDir().mkpath(root + "/fifo"));
+    ASSERT_EQ(QProcess::execute("mkfifo", {root + "/fifo/.git"}), 0);
+
+    for (const QString &folder : {root + "/broken", root + "/huge", root + "/fifo"}) {
+        SCOPED_TRACE(folder.toStdString());
+        EXPECT_EQ(gitCommonDirectory(folder), std::nullopt);
+        RackCheckoutMetadata expected;
+        expected.checkoutRootPath = folder;
+        EXPECT_EQ(probeCheckout({folder}), expected);
+
+        // The identity falls back to the folder itself.
+        const auto identity = makeProjectIdentity(folder, std::nullopt, home);
+        EXPECT_EQ(identity.id, folder);
+        EXPECT_EQ(identity.aliases, QSet<QString>({folder, "path:" + folder}));
+    }
+}
+
+TEST_F(GitWorkspace, CommondirMustStayInsideItsGitDirectory)
+{
+    const QString primary = makeRepository("app");
+    git(primary, {"worktree", "add", "-q", root + "/wt", "-b", "wt"});
+    // A "commondir" that is a link to a file elsewhere is not read: the git directory is its own
+    // common directory then.
+    const QString commondir = primary + "/.git/worktrees/wt/commondir";
+    writeFile(root + "/outside-commondir", "../..\n");
+    ASSERT_TRUE(QFile::remove(commondir));
+    ASSERT_TRUE(QFile::link(root + "/outside-commondir", commondir));
+    EXPECT_EQ(gitCommonDirectory(root + "/wt"), primary + "/.git/worktrees/wt");
+    EXPECT_EQ(probeCheckout({root + "/wt"}).kind, RackCheckoutKind::separateGitDirectory);
+}
+
+TEST_F(GitWorkspace, ProbeTakesTheFirstDecisivePath)
+{
+    const QString primary = makeRepository("app");
+    git(primary, {"worktree", "add", "-q", root + "/wt", "-b", "wt"});
+    ASSERT_TRUE(QDir().mkpath(root + "/plain"));
+    writeFile(root + "/broken/.git", "garbage");
+
+    EXPECT_EQ(probeCheckout({root + "/plain", root + "/wt", primary}).kind,
+              RackCheckoutKind::linkedWorktree);
+    EXPECT_EQ(probeCheckout({primary, root + "/wt"}).kind, RackCheckoutKind::primaryCheckout);
+
+    const auto allUnknown = probeCheckout({root + "/broken", root + "/plain"});
+    EXPECT_EQ(allUnknown.kind, RackCheckoutKind::unknown);
+    EXPECT_EQ(allUnknown.checkoutRootPath, root + "/broken");
+    EXPECT_EQ(probeCheckout({}), RackCheckoutMetadata{});
+}
+
+// --- Identities ------------------------------------------------------------------------------
+
+TEST_F(GitWorkspace, WorktreeAndPrimaryCheckoutMeetWithoutAnOrigin)
+{
+    const QString primary = makeRepository("app");
+    git(primary, {"worktree", "add", "-q", root + "/wt/feature", "-b", "feature"});
+
+    const auto main = makeProjectIdentity(primary, std::nullopt, home);
+    const auto linked = makeProjectIdentity(root + "/wt/feature", std::nullopt, home);
+    const QString gitDirectoryID = "git-directory:" + primary + "/.git";
+    EXPECT_EQ(main.id, gitDirectoryID);
+    EXPECT_EQ(linked.id, gitDirectoryID);
+    EXPECT_EQ(main.name, "app");
+    EXPECT_EQ(linked.name, "feature");
+    EXPECT_EQ(linked.workspacePath, root + "/wt/feature");
+    EXPECT_EQ(linked.aliases, QSet<QString>({root + "/wt/feature", "path:" + root + "/wt/feature",
+                                             gitDirectoryID}));
+}
+
+TEST_F(GitWorkspace, SymlinkedFolderAndOriginSpellingsGiveOneIdentity)
+{
+    const QString primary = makeRepository("app");
+    ASSERT_TRUE(QFile::link(primary, root + "/alias-of-app"));
+
+    const auto direct = makeProjectIdentity(primary, "https://GitHub.com/me/app.git", home);
+    const auto viaLink = makeProjectIdentity(root + "/alias-of-app/", "https://github.com/me/app/", home);
+    EXPECT_EQ(direct, viaLink);
+    EXPECT_EQ(direct.id, "repository:https://github.com/me/app");
+    EXPECT_EQ(direct.workspacePath, primary);
+    EXPECT_TRUE(direct.aliases.contains("git-directory:" + primary + "/.git"));
+    EXPECT_TRUE(direct.aliases.contains("repository:https://github.com/me/app"));
+
+    const auto ssh = makeProjectIdentity(primary, "git@github.com:me/app.git", home);
+    EXPECT_NE(ssh.id, direct.id);
+    // Both still meet through the git directory when they are grouped.
+    EXPECT_TRUE(ssh.aliases.contains("git-directory:" + primary + "/.git"));
+}
+
+TEST_F(GitWorkspace, FallbacksFromRepositoryToChats)
+{
+    const QString scratch = home + "/Documents/Codex/2025-03-04/chat";
+    ASSERT_TRUE(QDir().mkpath(scratch));
+    ASSERT_TRUE(QDir().mkpath(root + "/plain folder"));
+
+    const auto chats = makeProjectIdentity(scratch, std::nullopt, home);
+    EXPECT_TRUE(chats.isChats());
+    EXPECT_EQ(chats.name, "Chats");
+    EXPECT_EQ(chats.workspacePath, "");
+    EXPECT_EQ(chats.aliases, QSet<QString>({scratch, "path:" + scratch, "__chats__"}));
+
+    // An origin, or a git repository, wins over the scratch rule.
+    const auto withOrigin = makeProjectIdentity(scratch, "https://example.org/x/tool.git", home);
+    EXPECT_EQ(withOrigin.id, "repository:https://example.org/x/tool");
+    EXPECT_EQ(withOrigin.name, "chat");
+    git(scratch, {"init", "-q"});
+    EXPECT_EQ(makeProjectIdentity(scratch, std::nullopt, home).id,
+              "git-directory:" + scratch + "/.git");
+
+    const auto plain = makeProjectIdentity(root + "/plain folder ", std::nullopt, home);
+    EXPECT_EQ(plain.id, root + "/plain folder");
+    EXPECT_EQ(plain.name, "plain folder");
+
+    const auto originOnly = makeProjectIdentity("", " git@host:team/service.git ", home);
+    EXPECT_EQ(originOnly.id, "repository:git@host:team/service");
+    EXPECT_EQ(originOnly.name, "service");
+    EXPECT_EQ(originOnly.workspacePath, "");
+    EXPECT_EQ(originOnly.aliases, QSet<QString>({"repository:git@host:team/service"}));
+
+    const auto nothing = makeProjectIdentity("  ", std::nullopt, home);
+    EXPECT_TRUE(nothing.isChats());
+    EXPECT_EQ(nothing.aliases, QSet<QString>({"__chats__"}));
+
+    EXPECT_EQ(makeProjectIdentity("/", std::nullopt, home).name, "Project");
+}
