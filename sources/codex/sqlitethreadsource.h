@@ -1,0 +1,42 @@
+#pragma once
+
+// Codex's task list read straight out of the state database that Codex maintains, without any
+// Codex process running. Everything it returns is `recent`: live status comes from elsewhere.
+
+#include "core/serialexecutor.h"
+#include "core/threadsource.h"
+
+#include <QSet>
+
+namespace taskrack {
+
+class SQLiteThreadSource : public ThreadSource
+{
+public:
+    // `codexHome` is Codex's own folder ($CODEX_HOME, else ~/.codex). `homeDir` is the user's
+    // home the project identities are judged against (empty: the real one).
+    explicit SQLiteThreadSource(const QString &codexHome, const QString &homeDir = {});
+
+    static QString databasePathIn(const QString &codexHome);
+    static inline const QString description = QStringLiteral("Local Codex history (read-only)");
+    static constexpr int maximumLimit = 400;
+
+    QString databasePath() const { return m_databasePath; }
+
+    QString sourceName() const override;
+    QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override;
+
+    // The same read, synchronously on the calling thread. Throws SQLiteThreadSourceError or
+    // OperationCancelled.
+    ThreadCollection readThreads(int limit, const std::stop_token &stop = {}) const;
+
+    // The listing statement for a `threads` table with these columns.
+    static QByteArray listingQuery(const QSet<QString> &columns);
+
+private:
+    QString m_databasePath;
+    QString m_homeDir;
+    SerialExecutor m_executor;
+};
+
+} // namespace taskrack
