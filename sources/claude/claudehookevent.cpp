@@ -1,0 +1,208 @@
+#include "sources/claude/claudehookevent.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <charconv>
+#include <limits>
+
+namespace taskrack {
+
+namespace {
+
+const QString sessionIdKey = QStringLiteral("session_id");
+const QString cwdKey = QStringLiteral("cwd");
+const QString hookEventNameKey = QStringLiteral("hook_event_name");
+const QString notificationTypeKey = QStringLiteral("notification_type");
+const QString transcriptPathKey = QStringLiteral("transcript_path");
+const QString backgroundTasksKey = QStringLiteral("background_tasks");
+const QString agentIdKey = QStringLiteral("agent_id");
+const QString backgroundTaskCountKey = QStringLiteral("background_task_count");
+const QString isAgentKey = QStringLiteral("is_agent");
+
+// Absent and null both mean "not there"; any other kind but a string refuses the payload.
+bool optionalString(const QJsonObject &object, const QString &key, std::optional<QString> &out)
+{
+    const QJsonValue value = object.value(key);
+    if (value.isUndefined() || value.isNull())
+        return true;
+    if (!value.isString())
+        return false;
+    out = value.toString();
+    return true;
+}
+
+bool requiredString(const QJsonObject &object, const QString &key, QString &out)
+{
+    const QJsonValue value = object.value(key);
+    if (!value.isString())
+        return false;
+    out = value.toString();
+    return true;
+}
+
+std::optional<QString> stringField(const QVariantMap &fields, const QString &key)
+{
+    const auto it = fields.constFind(key);
+    if (it == fields.constEnd() || it->typeId() != QMetaType::QString)
+        return std::nullopt;
+    return it->toString();
+}
+
+// A decimal with an optional sign and nothing else; no spaces, no fractions, no overflow.
+std::optional<qint64> parseSignedDecimal(const QString &text)
+{
+    const QByteArray ascii = text.toLatin1();
+    if (text.isEmpty() || ascii.size() != text.size())
+        return std::nullopt;
+    const char *begin = ascii.constData();
+    const char *end = begin + ascii.size();
+    bool negative = false;
+    if (*begin == '+' || *begin == '-') {
+        negative = *begin == '-';
+        ++begin;
+    }
+    // from_chars would accept a second sign after ours.
+    if (begin == end || *begin < '0' || *begin > '9')
+        return std::nullopt;
+    quint64 magnitude = 0;
+    const auto [last, error] = std::from_chars(begin, end, magnitude);
+    if (error != std::errc() || last != end)
+        return std::nullopt;
+    constexpr quint64 maximum = quint64(std::numeric_limits<qint64>::max());
+    if (negative) {
+        if (magnitude > maximum + 1)
+            return std::nullopt;
+        return qint64(0 - magnitude);
+    }
+    if (magnitude > maximum)
+        return std::nullopt;
+    return qint64(magnitude);
+}
+
+bool isStopEvent(const QString &name)
+{
+    return name == QLatin1String("Stop") || name == QLatin1String("SubagentStop");
+}
+
+} // namespace
+
+std::optional<ClaudeHookEvent> decodeClaudeHookInput(QByteArrayView json)
+{
+    if (json.size() > claudeHookInputMaximumBytes)
+        return std::nullopt;
+    QJsonParseError error;
+    const QJsonDocument document =
+        QJsonDocument::fromJson(QByteArray::fromRawData(json.data(), json.size()), &error);
+    if (error.error != QJsonParseError::NoError || !document.isObject())
+        return std::nullopt;
+    const QJsonObject object = document.object();
+
+    ClaudeHookEvent event;
+    if (!requiredString(object, sessionIdKey, event.sessionId) ||
+        !requiredString(object, cwdKey, event.cwd) ||
+        !requiredString(object, hookEventNameKey, event.hookEventName))
+        return std::nullopt;
+    if (!optionalString(object, notificationTypeKey, event.notificationType) ||
+        !optionalString(object, transcriptPathKey, event.transcriptPath))
+        return std::nullopt;
+
+    std::optional<QString> agentId;
+    if (!optionalString(object, agentIdKey, agentId))
+        return std::nullopt;
+    event.isAgent = agentId.has_value();
+
+    const QJsonValue tasks = object.value(backgroundTasksKey);
+    if (tasks.isArray()) {
+        const QJsonArray list = tasks.toArray();
+        // Each task is a record; nothing inside it is read, only that it is one.
+        for (const QJsonValue &task : list) {
+            if (!task.isObject())
+                return std::nullopt;
+        }
+        event.backgroundTaskCount = list.size();
+    } else if (!tasks.isUndefined() && !tasks.isNull()) {
+        return std::nullopt;
+    }
+    return event;
+}
+
+QMap<QString, QString> claudeHookNotificationFields(const ClaudeHookEvent &event)
+{
+    QMap<QString, QString> fields;
+    fields.insert(sessionIdKey, event.sessionId);
+    fields.insert(cwdKey, event.cwd);
+    fields.insert(hookEventNameKey, event.hookEventName);
+    if (event.notificationType)
+        fields.insert(notificationTypeKey, *event.notificationType);
+    if (event.transcriptPath)
+        fields.insert(transcriptPathKey, *event.transcriptPath);
+    if (event.backgroundTaskCount)
+        fields.insert(backgroundTaskCountKey, QString::number(*event.backgroundTaskCount));
+    if (event.isAgent)
+        fields.insert(isAgentKey, QStringLiteral("true"));
+    return fields;
+}
+
+std::optional<ClaudeHookEvent> claudeHookEventFromNotification(const QVariantMap &fields)
+{
+    ClaudeHookEvent event;
+    std::optional<QString> sessionId = stringField(fields, sessionIdKey);
+    std::optional<QString> cwd = stringField(fields, cwdKey);
+    std::optional<QString> name = stringField(fields, hookEventNameKey);
+    if (!sessionId || !cwd || !name)
+        return std::nullopt;
+    event.sessionId = std::move(*sessionId);
+    event.cwd = std::move(*cwd);
+    event.hookEventName = std::move(*name);
+    event.notificationType = stringField(fields, notificationTypeKey);
+    event.transcriptPath = stringField(fields, transcriptPathKey);
+    if (std::optional<QString> count = stringField(fields, backgroundTaskCountKey))
+        event.backgroundTaskCount = parseSignedDecimal(*count);
+    event.isAgent = stringField(fields, isAgentKey) == QStringLiteral("true");
+    return event;
+}
+
+ClaudeInputRequestAction claudeInputRequestAction(const ClaudeHookEvent &event)
+{
+    const QString &name = event.hookEventName;
+    if (name == QLatin1String("PermissionRequest"))
+        return ClaudeInputRequestAction::set;
+    if (name == QLatin1String("Notification")) {
+        const QString type = event.notificationType.value_or(QString());
+        if (type == QLatin1String("permission_prompt") ||
+            type == QLatin1String("elicitation_dialog"))
+            return ClaudeInputRequestAction::set;
+        if (type == QLatin1String("elicitation_complete") ||
+            type == QLatin1String("elicitation_response"))
+            return ClaudeInputRequestAction::clear;
+        // "idle_prompt" only says the person has not typed for a while.
+        return ClaudeInputRequestAction::leave;
+    }
+    if (name == QLatin1String("UserPromptSubmit") || name == QLatin1String("Stop") ||
+        name == QLatin1String("StopFailure") || name == QLatin1String("SessionEnd"))
+        return ClaudeInputRequestAction::clear;
+    return ClaudeInputRequestAction::leave;
+}
+
+ClaudeHookDisposition claudeHookDisposition(const ClaudeHookEvent &event)
+{
+    const QString &name = event.hookEventName;
+    if (name == QLatin1String("SessionEnd"))
+        return ClaudeHookDisposition::applyWithBackgroundUpdate;
+    if (isStopEvent(name)) {
+        // A sub-agent's stop still tells the parent how much work runs in the background.
+        if (event.backgroundTaskCount)
+            return ClaudeHookDisposition::applyWithBackgroundUpdate;
+        return event.isAgent ? ClaudeHookDisposition::ignore : ClaudeHookDisposition::apply;
+    }
+    return event.isAgent ? ClaudeHookDisposition::ignore : ClaudeHookDisposition::apply;
+}
+
+qint64 claudeActiveBackgroundTaskCount(const ClaudeHookEvent &event)
+{
+    const qint64 count = event.backgroundTaskCount.value_or(0);
+    return count < 0 ? 0 : count;
+}
+
+} // namespace taskrack
