@@ -1,9 +1,70 @@
+#include "app/commandline.h"
+#include "app/openfilelimit.h"
+#include "app/rackcommands.h"
+
 #include <QCoreApplication>
+#include <QLoggingCategory>
+#include <QTimer>
 #include <cstdio>
+
+using namespace taskrack;
+
+namespace {
+
+int fail(const QString &message)
+{
+    std::fprintf(stderr, "taskrack: %s\n", qPrintable(message));
+    return 2;
+}
+
+QCoro::Task<int> dispatch(CommandLine line)
+{
+    switch (line.command) {
+    case CommandLine::Command::list:
+        co_return co_await runListCommand(line);
+    case CommandLine::Command::run:
+        // Until the desktop shell exists, the application is the watcher in the terminal.
+    case CommandLine::Command::watch:
+        co_return co_await runWatchCommand(line);
+    default:
+        co_return fail(QStringLiteral("This command is not available yet."));
+    }
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
+    // Before anything opens a file: watchers hold many descriptors.
+    OpenFileLimit::system().raise();
+
     QCoreApplication app(argc, argv);
-    std::fputs("taskrack: starting\n", stderr);
-    return 0;
+    QCoreApplication::setApplicationName(QStringLiteral("taskrack"));
+    QCoreApplication::setOrganizationName(QStringLiteral("taskrack"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TASKRACK_VERSION));
+    if (qEnvironmentVariableIsEmpty("TASKRACK_VERBOSE"))
+        QLoggingCategory::setFilterRules(QStringLiteral("com.quillon.Taskrack.*.info=false"));
+
+    QString error;
+    const std::optional<CommandLine> line = CommandLine::parse(app.arguments().mid(1), error);
+    if (!line)
+        return fail(error);
+    if (line->command == CommandLine::Command::help) {
+        std::fputs(qPrintable(CommandLine::usage()), stdout);
+        return 0;
+    }
+    if (line->command == CommandLine::Command::version) {
+        std::printf("taskrack %s\n", TASKRACK_VERSION);
+        return 0;
+    }
+
+    int exitCode = 0;
+    QTimer::singleShot(0, &app, [&] {
+        [](CommandLine line, int &exitCode) -> QCoro::Task<void> {
+            exitCode = co_await dispatch(line);
+            QCoreApplication::exit(exitCode);
+        }(*line, exitCode);
+    });
+    app.exec();
+    return exitCode;
 }

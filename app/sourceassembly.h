@@ -4,9 +4,12 @@
 // Codex first, then Claude.
 
 #include "app/providerpaths.h"
+#include "core/boundedchannel.h"
 #include "core/threadsource.h"
 
+#include <functional>
 #include <memory>
+#include <variant>
 #include <vector>
 
 namespace taskrack {
@@ -14,9 +17,30 @@ namespace taskrack {
 class Clock;
 class Preferences;
 
+using Invalidation = std::monostate;
+
+// What a source with live channels offers beyond a fetch. Every member is optional: a source
+// leaves out what it does not have.
+struct LiveFeeds {
+    RackProvider provider = RackProvider::codex;
+    // Whole snapshots of this provider pushed by its watchers.
+    ChannelPtr<ThreadCollection> snapshots;
+    // Status deltas keyed by the store's thread id.
+    ChannelPtr<RackStatusUpdate> statusUpdates;
+    // Status deltas keyed by Codex's own thread id (the store adds the prefix when needed).
+    ChannelPtr<RackStatusUpdate> codexStatusUpdates;
+    // "Something changed, refresh soon."
+    ChannelPtr<Invalidation> invalidations;
+    // Starts watchers and listeners; called once the loops consume the channels.
+    std::function<void()> start;
+    // Stops watchers and child processes; awaited before the process exits.
+    std::function<QCoro::Task<void>()> shutdown;
+};
+
 struct SourceAssembly {
-    // Members of the composite, in order. Each entry is owned here.
+    // Members of the composite, in order.
     std::vector<std::shared_ptr<ThreadSource>> members;
+    std::vector<LiveFeeds> feeds;
 
     static SourceAssembly build(const ProviderPaths &paths, Preferences &preferences, Clock &clock);
 };

@@ -1,0 +1,98 @@
+#include "app/commandline.h"
+
+namespace taskrack {
+
+QString CommandLine::usage()
+{
+    return QStringLiteral(
+        "Usage: taskrack [COMMAND] [OPTIONS]\n"
+        "\n"
+        "Commands:\n"
+        "  (none)                    start Taskrack\n"
+        "  list                      print every task once\n"
+        "  watch                     print the rack again whenever it changes\n"
+        "  open THREAD-ID            open a task in its provider\n"
+        "  read THREAD-ID | --all    mark finished tasks as read\n"
+        "  hooks status|enable|disable|remove\n"
+        "                            live Claude status through Claude Code hooks\n"
+        "\n"
+        "Options:\n"
+        "  --json                    machine-readable output (one JSON object per line for watch)\n"
+        "  --mode activity|projects|history\n"
+        "                            which list to print (default: activity)\n"
+        "  --home DIR                look for provider files under DIR instead of your home\n"
+        "  -h, --help                show this help\n"
+        "  --version                 show the version\n");
+}
+
+std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &error)
+{
+    CommandLine line;
+    bool commandSeen = false;
+    for (int i = 0; i < args.size(); ++i) {
+        const QString &arg = args.at(i);
+        auto valueOf = [&](const QString &option) -> std::optional<QString> {
+            if (arg.startsWith(option + QLatin1Char('=')))
+                return arg.mid(option.size() + 1);
+            if (i + 1 >= args.size()) {
+                error = option + QStringLiteral(" needs a value.");
+                return std::nullopt;
+            }
+            return args.at(++i);
+        };
+        if (arg == QLatin1String("--json")) {
+            line.json = true;
+        } else if (arg == QLatin1String("-h") || arg == QLatin1String("--help")) {
+            line.command = Command::help;
+            return line;
+        } else if (arg == QLatin1String("--version")) {
+            line.command = Command::version;
+            return line;
+        } else if (arg == QLatin1String("--home") || arg.startsWith(QLatin1String("--home="))) {
+            auto value = valueOf(QStringLiteral("--home"));
+            if (!value)
+                return std::nullopt;
+            if (value->isEmpty()) {
+                error = QStringLiteral("--home needs a folder.");
+                return std::nullopt;
+            }
+            line.home = *value;
+        } else if (arg == QLatin1String("--mode") || arg.startsWith(QLatin1String("--mode="))) {
+            auto value = valueOf(QStringLiteral("--mode"));
+            if (!value)
+                return std::nullopt;
+            // "projects" reads naturally on a command line; the mode itself is "project".
+            const QString raw = *value == QLatin1String("projects") ? QStringLiteral("project") : *value;
+            auto mode = organizationModeFromRaw(raw);
+            if (!mode) {
+                error = QStringLiteral("Unknown mode \"%1\": use activity, projects or history.").arg(*value);
+                return std::nullopt;
+            }
+            line.mode = *mode;
+            line.modeGiven = true;
+        } else if (!commandSeen && !arg.startsWith(QLatin1Char('-'))) {
+            static const QHash<QString, Command> commands{
+                {QStringLiteral("list"), Command::list},   {QStringLiteral("watch"), Command::watch},
+                {QStringLiteral("hooks"), Command::hooks}, {QStringLiteral("open"), Command::open},
+                {QStringLiteral("read"), Command::read},   {QStringLiteral("help"), Command::help},
+            };
+            auto it = commands.constFind(arg);
+            if (it == commands.constEnd()) {
+                error = QStringLiteral("Unknown command \"%1\". Run taskrack --help.").arg(arg);
+                return std::nullopt;
+            }
+            line.command = *it;
+            commandSeen = true;
+        } else if (commandSeen &&
+                   (line.command == Command::hooks || line.command == Command::open ||
+                    line.command == Command::read)) {
+            line.arguments.append(arg);
+        } else {
+            error = QStringLiteral("Unexpected argument \"%1\". Run taskrack --help.").arg(arg);
+            return std::nullopt;
+        }
+    }
+    return line;
+}
+
+} // namespace taskrack

@@ -1,0 +1,66 @@
+#include "app/racktext.h"
+
+#include "core/rackstore.h"
+
+namespace taskrack {
+
+namespace {
+
+QString fit(const QString &text, int width)
+{
+    QString single = text.simplified();
+    if (single.size() > width)
+        single = single.left(width - 1) + QChar(0x2026);
+    return single.leftJustified(width);
+}
+
+} // namespace
+
+QString shortAge(const QDateTime &then, const QDateTime &now)
+{
+    if (!then.isValid())
+        return QStringLiteral("-");
+    const qint64 seconds = std::max<qint64>(0, then.secsTo(now));
+    if (seconds < 60)
+        return QStringLiteral("%1s").arg(seconds);
+    if (seconds < 3600)
+        return QStringLiteral("%1m").arg(seconds / 60);
+    if (seconds < 86400)
+        return QStringLiteral("%1h").arg(seconds / 3600);
+    return QStringLiteral("%1d").arg(seconds / 86400);
+}
+
+QString threadLine(const RackThread &thread, const QDateTime &now)
+{
+    return fit(thread.shortLabel(), 9) + fit(displayName(thread.provider), 8) +
+           fit(thread.projectIdentity.name, 20) + fit(shortAge(thread.recencyAt, now), 6) +
+           thread.title.simplified();
+}
+
+QString rackTable(const RackStore &store, const QDateTime &now)
+{
+    QString out;
+    out += QStringLiteral("%1 · %2 · %3 tasks\n")
+               .arg(rawValue(store.dataState()), store.sourceDescription())
+               .arg(store.rankedThreads().size());
+    for (const ThreadSourceFailure &failure : store.sourceFailures()) {
+        out += QStringLiteral("! %1 %2%3\n")
+                   .arg(failure.sourceName, rawValue(failure.state),
+                        failure.isUsingCachedSnapshot ? QStringLiteral(" (showing cached tasks)")
+                                                      : QString());
+    }
+    if (store.errorMessage())
+        out += QStringLiteral("! %1\n").arg(*store.errorMessage());
+    if (store.rankedThreads().isEmpty()) {
+        out += QStringLiteral("No tasks.\n");
+        return out;
+    }
+    out += fit(QStringLiteral("STATUS"), 9) + fit(QStringLiteral("FROM"), 8) +
+           fit(QStringLiteral("PROJECT"), 20) + fit(QStringLiteral("AGE"), 6) +
+           QStringLiteral("TITLE\n");
+    for (const RackThread &thread : store.rankedThreads())
+        out += threadLine(thread, now) + QLatin1Char('\n');
+    return out;
+}
+
+} // namespace taskrack

@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Installs what the tests need, builds Taskrack with its tests and runs the whole suite.
+#   test.sh           the suite in a debug build
+#   test.sh asan      the suite under AddressSanitizer + UndefinedBehaviorSanitizer
+# Tests that need a session bus or a display get their own from dbus-run-session and Xvfb.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+flavour=${1:-debug}
+"$root/scripts/install-deps.sh"
+"$root/scripts/build.sh" "$flavour"
+cd "$root/build-$flavour"
+if [ "$flavour" = asan ]; then
+    export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=0:abort_on_error=1}
+    export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+fi
+exec dbus-run-session -- xvfb-run -a -s "-screen 0 1280x800x24" \
+    ctest --output-on-failure -j "$(nproc)" --timeout 600
