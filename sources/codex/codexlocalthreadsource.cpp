@@ -1,0 +1,36 @@
+#include "sources/codex/codexlocalthreadsource.h"
+
+namespace taskrack {
+
+CodexLocalThreadSource::CodexLocalThreadSource(const QString &codexHome, const QString &homeDir,
+                                               Clock &clock)
+    : m_clock(clock),
+      m_history(codexHome, homeDir),
+      m_overlay(SQLiteThreadSource::databasePathIn(codexHome), codexHome),
+      m_executor(QStringLiteral("CodexLocalThreadSource"))
+{
+}
+
+QString CodexLocalThreadSource::sourceName() const
+{
+    return QStringLiteral("Codex");
+}
+
+QCoro::Task<ThreadCollection> CodexLocalThreadSource::fetchThreads(int limit, std::stop_token stop)
+{
+    const ThreadCollection history = co_await m_history.fetchThreads(limit, stop);
+    throwIfCancelled(stop);
+    const QDateTime now = m_clock.now();
+    ThreadCollection lifted =
+        co_await m_executor.run([this, &history, now] { return m_overlay.apply(history, now); });
+    throwIfCancelled(stop);
+    co_return lifted;
+}
+
+QCoro::Task<QStringList> CodexLocalThreadSource::watchedRollouts()
+{
+    const QDateTime now = m_clock.now();
+    co_return co_await m_executor.run([this, now] { return m_overlay.watchedRollouts(now); });
+}
+
+} // namespace taskrack
