@@ -27,11 +27,12 @@ QList<QByteArrayView> splitLines(QByteArrayView data, bool keepEmpty)
     return pieces;
 }
 
-// The newest line holding `marker` whose envelope decodes, as the decoded envelope.
-std::optional<TranscriptEnvelope> newestLineWith(QByteArrayView data, const char *marker)
+// The newest value of `field` among the lines that mention `marker`.
+std::optional<QString> newestLineWith(QByteArrayView data, const char *marker,
+                                      std::optional<QString> TranscriptEnvelope::*field)
 {
     const size_t markerLength = std::strlen(marker);
-    std::optional<TranscriptEnvelope> newest;
+    std::optional<QString> newest;
     qsizetype from = 0;
     while (from < data.size()) {
         const void *hit = ::memmem(data.data() + from, size_t(data.size() - from), marker, markerLength);
@@ -44,8 +45,9 @@ std::optional<TranscriptEnvelope> newestLineWith(QByteArrayView data, const char
         const void *lineEnd = std::memchr(data.data() + at, '\n', size_t(data.size() - at));
         const qsizetype end = lineEnd ? static_cast<const char *>(lineEnd) - data.data() : data.size();
         if (end - begin <= claudetranscript::pieceLimit) {
-            if (auto envelope = decodeTranscriptEnvelope(data.sliced(begin, end - begin)))
-                newest = std::move(envelope);
+            auto envelope = decodeTranscriptEnvelope(data.sliced(begin, end - begin));
+            if (envelope && (*envelope).*field)
+                newest = (*envelope).*field;
         }
         from = end + 1;
     }
@@ -104,11 +106,18 @@ ClaudeTranscriptTailState parseTranscriptTail(QByteArrayView lines)
         if (state.lifecycle && state.lastUserSubmittedAt)
             break;
     }
-    if (auto line = newestLineWith(lines, "\"custom-title\""))
-        state.customTitle = line->customTitle;
-    if (auto line = newestLineWith(lines, "\"summary\""); line && line->summary)
-        state.summary = line->summary;
+    ClaudeTranscriptTitleLines titles = findTranscriptTitleLines(lines);
+    state.customTitle = std::move(titles.customTitle);
+    state.summary = std::move(titles.summary);
     return state;
+}
+
+ClaudeTranscriptTitleLines findTranscriptTitleLines(QByteArrayView lines)
+{
+    ClaudeTranscriptTitleLines titles;
+    titles.customTitle = newestLineWith(lines, "\"custom-title\"", &TranscriptEnvelope::customTitle);
+    titles.summary = newestLineWith(lines, "\"summary\"", &TranscriptEnvelope::summary);
+    return titles;
 }
 
 std::optional<QDateTime> deepScanLastUserSubmission(qint64 fileSize, const ClaudeRangeReader &readAt)

@@ -63,6 +63,14 @@ std::optional<QByteArrayView> wholeLinesOfTail(QByteArrayView window, bool start
 // Walks the lines from the newest back and stops once both answers are known.
 ClaudeTranscriptTailState parseTranscriptTail(QByteArrayView lines);
 
+// The newest "custom-title" and "summary" lines among whole lines; only lines that mention
+// them are decoded.
+struct ClaudeTranscriptTitleLines {
+    std::optional<QString> customTitle;
+    std::optional<QString> summary;
+};
+ClaudeTranscriptTitleLines findTranscriptTitleLines(QByteArrayView lines);
+
 // Walks a large file backwards in windows, at most deepScanBytes in all, for the newest user
 // submission. `readAt(offset, length)` returns exactly that many bytes or nothing.
 using ClaudeRangeReader = std::function<std::optional<QByteArray>(qint64 offset, qint64 length)>;

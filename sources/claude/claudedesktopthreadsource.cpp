@@ -1,0 +1,665 @@
+#include "sources/claude/claudedesktopthreadsource.h"
+
+#include "core/rackprojectidentity.h"
+#include "sources/claude/claudethreadhop.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <algorithm>
+
+namespace taskrack {
+
+namespace {
+
+const QString threadPrefix = QStringLiteral("claude:");
+const QString untitled = QStringLiteral("Untitled Claude task");
+const QString describedLoaded = QStringLiteral("Claude Desktop");
+const QString describedLoading = QStringLiteral("Claude Desktop (loading)");
+constexpr qint64 evidenceFileBytes = 16'777'216;
+constexpr int snapshotLimit = 400;
+
+bool hasHiddenComponent(const QString &relativePath)
+{
+    const QStringList parts = relativePath.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    return std::any_of(parts.cbegin(), parts.cend(), [](const QString &part) { return part.startsWith(QLatin1Char('.')); });
+}
+
+QString trimmedTitle(const std::optional<QString> &title)
+{
+    const QString trimmed = title.value_or(QString()).trimmed();
+    return trimmed.isEmpty() ? untitled : trimmed;
+}
+
+} // namespace
+
+ClaudeSourcePaths ClaudeSourcePaths::forHome(const QString &home, const QString &dataHome)
+{
+    QString data = dataHome;
+    if (data.isEmpty())
+        data = qEnvironmentVariable("XDG_DATA_HOME");
+    if (data.isEmpty())
+        data = home + QStringLiteral("/.local/share");
+    ClaudeSourcePaths paths;
+    paths.home = home;
+    paths.sessionRoot = home + QStringLiteral("/.config/Claude/claude-code-sessions");
+    paths.transcriptRoot = home + QStringLiteral("/.claude/projects");
+    paths.liveSessionsPath = home + QStringLiteral("/.claude/sessions");
+    paths.observedStatusesPath = data + QStringLiteral("/taskrack/claude-observed-statuses-v2.json");
+    return paths;
+}
+
+ClaudeDesktopThreadSource::ClaudeDesktopThreadSource(Configuration configuration)
+    : m_paths(configuration.paths),
+      m_clock(configuration.clock ? *configuration.clock : SystemClock::shared()),
+      m_discoversTranscriptSessions(configuration.discoversTranscriptSessions),
+      m_fileWatchFactory(std::move(configuration.fileWatchFactory)),
+      m_reader(configuration.paths.transcriptRoot),
+      m_discovery(m_reader),
+      m_registry(configuration.paths.liveSessionsPath, std::move(configuration.processProbe))
+{
+    loadPersistedEvidence();
+}
+
+ClaudeDesktopThreadSource::~ClaudeDesktopThreadSource()
+{
+    // Watchers and their notifiers belong to the actor's thread and are torn down there.
+    QMetaObject::invokeMethod(
+        m_executor.context(),
+        [this] {
+            ++m_lifecycleGeneration;
+            stopOnActor();
+            m_watcher.reset();
+            m_transcriptWatcher.reset();
+            m_lifetime.reset();
+        },
+        Qt::BlockingQueuedConnection);
+}
+
+void ClaudeDesktopThreadSource::loadPersistedEvidence()
+{
+    const auto data = readSmallClaudeFile(m_paths.observedStatusesPath, {}, evidenceFileBytes + 1);
+    if (!data)
+        return;
+    if (auto evidence = decodeClaudeSessionEvidence(*data)) {
+        m_evidence = std::move(*evidence);
+        m_lastPersisted = *data;
+    }
+}
+
+bool ClaudeDesktopThreadSource::isCurrent(quint64 generation) const
+{
+    return generation == m_lifecycleGeneration && !m_isSuspended && !m_isShutdown;
+}
+
+// ---- public operations: each hops onto the actor and back ----
+
+QCoro::Task<ThreadCollection> ClaudeDesktopThreadSource::fetchThreads(int limit, std::stop_token stop)
+{
+    throwIfCancelled(stop);
+    if (limit < 1)
+        co_return ThreadCollection{{}, describedLoaded, true, {}};
+    QObject *caller = threadAnchor();
+    co_await ClaudeThreadHop{m_executor.context()};
+    if (!m_isSuspended && !m_isShutdown)
+        co_await reconcile(false, m_lifecycleGeneration);
+    ThreadCollection snapshot = buildSnapshot(limit);
+    co_await ClaudeThreadHop{caller};
+    throwIfCancelled(stop);
+    co_return snapshot;
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::startMonitoring()
+{
+    QObject *caller = threadAnchor();
+    co_await ClaudeThreadHop{m_executor.context()};
+    startOnActor();
+    co_await ClaudeThreadHop{caller};
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::suspend()
+{
+    QObject *caller = threadAnchor();
+    co_await ClaudeThreadHop{m_executor.context()};
+    if (!m_isShutdown && !m_isSuspended) {
+        ++m_lifecycleGeneration;
+        m_isSuspended = true;
+        stopOnActor();
+    }
+    co_await ClaudeThreadHop{caller};
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::shutdown()
+{
+    QObject *caller = threadAnchor();
+    co_await ClaudeThreadHop{m_executor.context()};
+    if (!m_isShutdown) {
+        ++m_lifecycleGeneration;
+        m_isSuspended = true;
+        m_isShutdown = true;
+        stopOnActor();
+        m_statusUpdates->finish();
+        m_invalidations->finish();
+        m_snapshots->finish();
+    }
+    co_await ClaudeThreadHop{caller};
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::reconcileNow()
+{
+    QObject *caller = threadAnchor();
+    co_await ClaudeThreadHop{m_executor.context()};
+    if (!m_isSuspended && !m_isShutdown)
+        co_await reconcile(false, m_lifecycleGeneration);
+    co_await ClaudeThreadHop{caller};
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal signal, QDateTime receivedAt)
+{
+    QObject *caller = threadAnchor();
+    co_await ClaudeThreadHop{m_executor.context()};
+    if (!m_isShutdown) {
+        if (applySignal(signal, receivedAt)) {
+            // The event itself sets no status: it makes the transcripts be read again now.
+            refreshTranscriptObservations(m_clock.now());
+            persist();
+            publishStatusChanges();
+        } else {
+            // Claude Code often fires a hook before the transcript file exists.
+            if (m_pendingSignals.size() >= pendingSignalLimit)
+                m_pendingSignals.erase(m_pendingSignals.begin(),
+                                       m_pendingSignals.begin() + (m_pendingSignals.size() - pendingSignalLimit + 1));
+            m_pendingSignals.append(PendingSignal{std::move(signal), receivedAt});
+        }
+    }
+    co_await ClaudeThreadHop{caller};
+}
+
+// ---- lifecycle on the actor ----
+
+void ClaudeDesktopThreadSource::startOnActor()
+{
+    if (m_isShutdown)
+        return;
+    if (m_isSuspended) {
+        ++m_lifecycleGeneration;
+        m_isSuspended = false;
+    }
+    if (m_isMonitoring)
+        return;
+    m_isMonitoring = true;
+    if (!m_watcher) {
+        m_watcher = std::make_unique<ClaudeSessionDirectoryWatcher>(m_paths.sessionRoot, true, false, m_clock,
+                                                                    m_fileWatchFactory);
+        m_transcriptWatcher = std::make_unique<ClaudeSessionDirectoryWatcher>(m_paths.transcriptRoot, false, true,
+                                                                              m_clock, m_fileWatchFactory);
+    }
+    m_watcher->start();
+    m_transcriptWatcher->start();
+    rebuildIndexes();
+    m_monitoringStop = std::stop_source();
+    const quint64 generation = m_lifecycleGeneration;
+    runWatchLoop(m_watcher->invalidations(), false, generation, m_monitoringStop.get_token());
+    runWatchLoop(m_transcriptWatcher->invalidations(), true, generation, m_monitoringStop.get_token());
+    runSafetyNet(generation, m_monitoringStop.get_token());
+    reconcile(true, generation);
+}
+
+void ClaudeDesktopThreadSource::stopOnActor()
+{
+    m_isMonitoring = false;
+    m_needsFollowUpReconcile = false;
+    m_isTranscriptRefreshPending = false;
+    m_monitoringStop.request_stop();
+    if (m_watcher)
+        m_watcher->stop();
+    if (m_transcriptWatcher)
+        m_transcriptWatcher->stop();
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::runWatchLoop(ChannelPtr<std::monostate> channel,
+                                                          bool isTranscriptWatcher, quint64 generation,
+                                                          std::stop_token stop)
+{
+    const std::weak_ptr<int> alive = m_lifetime;
+    while (true) {
+        const auto signal = co_await channel->next(stop);
+        if (!signal || alive.expired() || !isCurrent(generation))
+            co_return;
+        if (isTranscriptWatcher)
+            runTranscriptRefresh(generation);
+        else
+            reconcile(true, generation);
+    }
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::runSafetyNet(quint64 generation, std::stop_token stop)
+{
+    const std::weak_ptr<int> alive = m_lifetime;
+    QObject *home = m_executor.context();
+    while (true) {
+        co_await m_clock.sleep(safetyNetInterval);
+        co_await ClaudeThreadHop{home};
+        if (alive.expired() || stop.stop_requested() || !isCurrent(generation))
+            co_return;
+        reconcile(false, generation);
+    }
+}
+
+// ---- reconciliation ----
+
+QCoro::Task<void> ClaudeDesktopThreadSource::reconcile(bool retrying, quint64 generation)
+{
+    if (!isCurrent(generation))
+        co_return;
+    if (m_isReconciling) {
+        m_needsFollowUpReconcile = true;
+        co_return;
+    }
+    m_isReconciling = true;
+    const std::weak_ptr<int> alive = m_lifetime;
+
+    const QStringList listed = listManifests();
+    bool listChanged = !m_hasCompletedInitialReconciliation;
+    bool isStale = false;
+
+    const QSet<QString> listedSet(listed.cbegin(), listed.cend());
+    for (auto it = m_cachedSessions.begin(); it != m_cachedSessions.end();) {
+        if (listedSet.contains(it.key())) {
+            ++it;
+            continue;
+        }
+        const QString sessionId = it->manifest.sessionId;
+        m_evidence.forget(sessionId);
+        m_lastPublishedStatus.remove(sessionId);
+        it = m_cachedSessions.erase(it);
+        listChanged = true;
+    }
+
+    for (const QString &path : listed) {
+        const auto fingerprint = manifestFingerprint(path);
+        if (!fingerprint)
+            continue;
+        const auto cached = m_cachedSessions.constFind(path);
+        if (cached != m_cachedSessions.cend() && cached->fingerprint == *fingerprint)
+            continue;
+        const auto manifest = co_await loadManifest(path, retrying, generation);
+        if (alive.expired())
+            co_return;
+        if (!isCurrent(generation)) {
+            isStale = true;
+            break;
+        }
+        if (!manifest || manifest->sessionId != QFileInfo(path).completeBaseName())
+            continue;
+        m_cachedSessions.insert(path, ClaudeCachedSession{*fingerprint, *manifest});
+        listChanged = true;
+    }
+
+    if (!isStale && isCurrent(generation)) {
+        const QDateTime now = m_clock.now();
+        listChanged |= refreshDiscovery(now);
+        rebuildIndexes();
+        refreshTranscriptObservations(now);
+        replayPendingSignals();
+        persist();
+        m_hasCompletedInitialReconciliation = true;
+        const bool published = publishStatusChanges();
+        if (published || listChanged)
+            announceListChange();
+    }
+
+    m_isReconciling = false;
+    if (m_needsFollowUpReconcile) {
+        m_needsFollowUpReconcile = false;
+        if (!m_isSuspended && !m_isShutdown)
+            reconcile(retrying, m_lifecycleGeneration);
+    }
+}
+
+QStringList ClaudeDesktopThreadSource::listManifests() const
+{
+    QStringList paths;
+    const QDir root(m_paths.sessionRoot);
+    if (!root.exists())
+        return paths;
+    QDirIterator it(m_paths.sessionRoot, {QStringLiteral("local_*.json")}, QDir::Files | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        if (!hasHiddenComponent(root.relativeFilePath(path)))
+            paths.append(path);
+    }
+    paths.sort();
+    return paths;
+}
+
+std::optional<ClaudeSessionFileFingerprint> ClaudeDesktopThreadSource::manifestFingerprint(const QString &path) const
+{
+    const auto stat = statClaudePath(path);
+    if (!stat || !stat->isRegularFile || !stat->modificationDate.isValid() || stat->size < 0
+        || stat->size > claudelimits::manifestBytes)
+        return std::nullopt;
+    return ClaudeSessionFileFingerprint{stat->modificationDate, stat->size, std::nullopt};
+}
+
+QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> ClaudeDesktopThreadSource::loadManifest(
+    QString path, bool retrying, quint64 generation)
+{
+    using namespace std::chrono_literals;
+    static const std::chrono::milliseconds retryDelays[] = {0ms, 50ms, 150ms, 500ms};
+    const std::weak_ptr<int> alive = m_lifetime;
+    QObject *home = m_executor.context();
+    const int attempts = retrying ? 4 : 1;
+    const QString root = resolvedClaudeRoot(m_paths.sessionRoot);
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        if (retryDelays[attempt] > 0ms) {
+            co_await m_clock.sleep(retryDelays[attempt]);
+            co_await ClaudeThreadHop{home};
+        }
+        if (alive.expired() || !isCurrent(generation))
+            co_return std::nullopt;
+        const auto data = readSmallClaudeFile(path, root, claudelimits::manifestBytes + 1, &m_manifestCounters);
+        if (!data)
+            continue;
+        auto manifest = decodeClaudeSessionManifest(*data);
+        // The writer may be half-way through: try again after the next delay.
+        if (!manifest)
+            continue;
+        if (!manifest->isWithinLimits())
+            co_return std::nullopt;
+        co_return manifest;
+    }
+    co_return std::nullopt;
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::runTranscriptRefresh(quint64 generation)
+{
+    // Leading-edge coalescing: signals while one refresh is pending are absorbed by it.
+    if (!isCurrent(generation) || m_isTranscriptRefreshPending)
+        co_return;
+    m_isTranscriptRefreshPending = true;
+    const std::weak_ptr<int> alive = m_lifetime;
+    QObject *home = m_executor.context();
+    co_await m_clock.sleep(transcriptCoalescing);
+    co_await ClaudeThreadHop{home};
+    if (alive.expired() || !isCurrent(generation))
+        co_return;
+    m_isTranscriptRefreshPending = false;
+    const QDateTime now = m_clock.now();
+    const bool listChanged = refreshDiscovery(now);
+    if (listChanged)
+        rebuildIndexes();
+    refreshTranscriptObservations(now);
+    if (listChanged)
+        replayPendingSignals();
+    persist();
+    if (publishStatusChanges() || listChanged)
+        announceListChange();
+}
+
+// ---- state ----
+
+QList<ClaudeDesktopSessionManifest> ClaudeDesktopThreadSource::allSessions() const
+{
+    QList<ClaudeDesktopSessionManifest> sessions;
+    sessions.reserve(m_cachedSessions.size() + m_discovered.size());
+    QSet<QString> claimed;
+    for (const ClaudeCachedSession &cached : m_cachedSessions) {
+        sessions.append(cached.manifest);
+        claimed.insert(cached.manifest.sessionId);
+        if (auto key = cached.manifest.transcriptKey())
+            claimed.insert(*key);
+    }
+    QStringList discoveredIds = m_discovered.keys();
+    discoveredIds.sort();
+    for (const QString &id : discoveredIds) {
+        if (claimed.contains(id))
+            continue;
+        const ClaudeDiscoveredSession &session = m_discovered[id];
+        sessions.append(session.asManifest(m_reader.cachedState(session.transcript)));
+    }
+    return sessions;
+}
+
+bool ClaudeDesktopThreadSource::refreshDiscovery(const QDateTime &now)
+{
+    if (!m_discoversTranscriptSessions)
+        return false;
+    const auto signature = [this] {
+        QHash<QString, QPair<QString, QString>> result;
+        for (const auto &session : std::as_const(m_discovered))
+            result.insert(session.sessionId, {session.cwd, session.title(m_reader.cachedState(session.transcript))});
+        return result;
+    };
+    const auto before = signature();
+    QHash<QString, ClaudeDiscoveredSession> found = m_discovery.discover(now);
+    QSet<QString> manifestIds;
+    for (const ClaudeCachedSession &cached : std::as_const(m_cachedSessions))
+        manifestIds.insert(cached.manifest.sessionId);
+    for (auto it = m_discovered.cbegin(); it != m_discovered.cend(); ++it) {
+        // A session that left the horizon takes its evidence with it, unless a manifest owns it.
+        if (!found.contains(it.key()) && !manifestIds.contains(it.key())) {
+            m_evidence.forget(it.key());
+            m_lastPublishedStatus.remove(it.key());
+        }
+    }
+    m_discovered = std::move(found);
+    return before != signature();
+}
+
+void ClaudeDesktopThreadSource::rebuildIndexes()
+{
+    m_localSessionPathByID.clear();
+    m_localSessionIDByAlias.clear();
+    QSet<QString> transcriptNames;
+    for (auto it = m_cachedSessions.cbegin(); it != m_cachedSessions.cend(); ++it) {
+        m_localSessionPathByID.insert(it->manifest.sessionId, it.key());
+        for (const QString &alias : it->manifest.aliases())
+            m_localSessionIDByAlias.insert(alias, it->manifest.sessionId);
+    }
+    for (const ClaudeDesktopSessionManifest &session : allSessions()) {
+        if (!m_localSessionPathByID.contains(session.sessionId)) {
+            m_localSessionPathByID.insert(session.sessionId, m_discovered.value(session.sessionId).transcript.path);
+            m_localSessionIDByAlias.insert(session.sessionId, session.sessionId);
+        }
+        if (auto key = session.transcriptKey())
+            transcriptNames.insert(*key + QStringLiteral(".jsonl"));
+    }
+    if (m_transcriptWatcher)
+        m_transcriptWatcher->updateWatchedRegularFiles(transcriptNames);
+}
+
+void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &now)
+{
+    const auto observations = m_reader.observations(allSessions(), now);
+    for (auto it = observations.cbegin(); it != observations.cend(); ++it) {
+        const auto previous = m_evidence.observations.constFind(it.key());
+        std::optional<QDateTime> submitted = it->lastUserSubmittedAt;
+        if (!submitted && previous != m_evidence.observations.cend())
+            submitted = previous->lastUserSubmittedAt;
+        m_evidence.observations.insert(it.key(), ClaudeObservedStatus{it->status, it->observedAt, submitted});
+    }
+    m_liveEntries = m_registry.read();
+}
+
+bool ClaudeDesktopThreadSource::applySignal(const ClaudeSessionSignal &signal, const QDateTime &receivedAt)
+{
+    std::optional<QString> sessionId;
+    if (signal.transcriptPath && !signal.transcriptPath->isEmpty()) {
+        const QString stem = QFileInfo(*signal.transcriptPath).completeBaseName();
+        const auto found = m_localSessionIDByAlias.constFind(stem);
+        if (found != m_localSessionIDByAlias.cend())
+            sessionId = *found;
+    }
+    if (!sessionId) {
+        const auto found = m_localSessionIDByAlias.constFind(signal.sessionId);
+        if (found != m_localSessionIDByAlias.cend())
+            sessionId = *found;
+    }
+    if (!sessionId)
+        return false;
+    switch (signal.inputRequest) {
+    case ClaudeSessionSignal::InputRequest::set:
+        m_evidence.inputRequests.insert(*sessionId, ClaudeInputRequest{receivedAt});
+        break;
+    case ClaudeSessionSignal::InputRequest::clear:
+        m_evidence.inputRequests.remove(*sessionId);
+        break;
+    case ClaudeSessionSignal::InputRequest::leave:
+        break;
+    }
+    if (signal.activeBackgroundTaskCount) {
+        m_evidence.backgroundTaskSnapshots.insert(
+            *sessionId, ClaudeBackgroundTaskSnapshot{std::max<qint64>(0, *signal.activeBackgroundTaskCount), receivedAt});
+    }
+    return true;
+}
+
+void ClaudeDesktopThreadSource::replayPendingSignals()
+{
+    const QList<PendingSignal> pending = std::exchange(m_pendingSignals, {});
+    for (const PendingSignal &entry : pending) {
+        if (!applySignal(entry.signal, entry.receivedAt))
+            m_pendingSignals.append(entry);
+    }
+}
+
+void ClaudeDesktopThreadSource::persist()
+{
+    const QByteArray encoded = encodeClaudeSessionEvidence(m_evidence);
+    if (encoded == m_lastPersisted)
+        return;
+    QDir().mkpath(QFileInfo(m_paths.observedStatusesPath).path());
+    QSaveFile file(m_paths.observedStatusesPath);
+    // A failed write is retried at the next persist, since m_lastPersisted stays behind.
+    if (file.open(QIODevice::WriteOnly) && file.write(encoded) == encoded.size() && file.commit())
+        m_lastPersisted = encoded;
+}
+
+ClaudeSessionFacts ClaudeDesktopThreadSource::factsOf(const ClaudeDesktopSessionManifest &manifest) const
+{
+    ClaudeSessionFacts facts;
+    const auto find = [&](const auto &map) {
+        const auto found = map.constFind(manifest.sessionId);
+        return found == map.cend() ? nullptr : &*found;
+    };
+    facts.observation = find(m_evidence.observations);
+    facts.inputRequest = find(m_evidence.inputRequests);
+    facts.backgroundTasks = find(m_evidence.backgroundTaskSnapshots);
+    // The live registry speaks of Claude Code's own session id, which names the transcript.
+    if (const auto key = manifest.transcriptKey()) {
+        const auto live = m_liveEntries.constFind(*key);
+        if (live != m_liveEntries.cend())
+            facts.liveEntry = &*live;
+    }
+    facts.lastActivityAtMs = manifest.lastActivityAt;
+    return facts;
+}
+
+bool ClaudeDesktopThreadSource::publishStatusChanges()
+{
+    const QDateTime now = m_clock.now();
+    bool changed = false;
+    for (const ClaudeDesktopSessionManifest &session : allSessions()) {
+        const ClaudeSessionFacts facts = factsOf(session);
+        const RackStatusUpdate update{threadPrefix + session.sessionId, claudeLiveStatus(facts, now),
+                                      claudeUpdatedAt(facts), claudeRecencyAt(facts)};
+        const auto previous = m_lastPublishedStatus.constFind(session.sessionId);
+        if (previous != m_lastPublishedStatus.cend() && *previous == update)
+            continue;
+        m_lastPublishedStatus.insert(session.sessionId, update);
+        m_statusUpdates->send(update);
+        changed = true;
+    }
+    return changed;
+}
+
+void ClaudeDesktopThreadSource::announceListChange()
+{
+    m_invalidations->send({});
+    m_snapshots->send(buildSnapshot(snapshotLimit));
+}
+
+ThreadCollection ClaudeDesktopThreadSource::buildSnapshot(int limit) const
+{
+    const QDateTime now = m_clock.now();
+    const QList<ClaudeDesktopSessionManifest> sessions = allSessions();
+
+    std::optional<QString> focused;
+    qint64 focusedAt = 0;
+    QHash<QString, QString> titleByID;
+    QHash<QString, int> childCount;
+    for (const auto &session : sessions) {
+        titleByID.insert(session.sessionId, trimmedTitle(session.title));
+        if (session.parentSessionId && !session.isArchived)
+            ++childCount[*session.parentSessionId];
+        if (session.isArchived || !session.lastFocusedAt)
+            continue;
+        if (!focused || *session.lastFocusedAt > focusedAt
+            || (*session.lastFocusedAt == focusedAt && session.sessionId < *focused)) {
+            focused = session.sessionId;
+            focusedAt = *session.lastFocusedAt;
+        }
+    }
+
+    struct Entry {
+        const ClaudeDesktopSessionManifest *session;
+        ClaudeSessionFacts facts;
+        QDateTime recencyAt;
+    };
+    QList<Entry> entries;
+    for (const auto &session : sessions) {
+        if (session.isArchived)
+            continue;
+        const ClaudeSessionFacts facts = factsOf(session);
+        entries.append(Entry{&session, facts, claudeRecencyAt(facts)});
+    }
+    std::sort(entries.begin(), entries.end(), [](const Entry &a, const Entry &b) {
+        if (a.recencyAt != b.recencyAt)
+            return a.recencyAt > b.recencyAt;
+        return a.session->sessionId < b.session->sessionId;
+    });
+    if (entries.size() > limit)
+        entries.resize(limit);
+
+    // Identity and checkout probes touch the file system: once per folder per snapshot.
+    QHash<QString, RackProjectIdentity> identities;
+    QHash<QString, RackCheckoutMetadata> checkouts;
+    ThreadCollection collection;
+    collection.sourceDescription = m_hasCompletedInitialReconciliation ? describedLoaded : describedLoading;
+    collection.isLive = true;
+    for (const Entry &entry : std::as_const(entries)) {
+        const ClaudeDesktopSessionManifest &session = *entry.session;
+        RackThread thread;
+        thread.id = threadPrefix + session.sessionId;
+        thread.provider = RackProvider::claudeDesktop;
+        thread.providerThreadID = session.sessionId;
+        thread.title = trimmedTitle(session.title);
+        thread.workspacePath = session.cwd;
+        const QString projectPath = session.projectPath();
+        if (!identities.contains(projectPath))
+            identities.insert(projectPath, makeProjectIdentity(projectPath, std::nullopt, m_paths.home));
+        thread.projectIdentity = identities.value(projectPath);
+        thread.updatedAt = claudeUpdatedAt(entry.facts);
+        thread.recencyAt = entry.recencyAt;
+        thread.status = claudeLiveStatus(entry.facts, now);
+        thread.source = QStringLiteral("Claude Code");
+        thread.isProviderFocused = focused == session.sessionId;
+        const QString checkoutKey = session.cwd + QChar(0) + session.originCwd;
+        if (!checkouts.contains(checkoutKey))
+            checkouts.insert(checkoutKey, probeCheckout({session.cwd, session.originCwd}));
+        thread.checkoutMetadata = checkouts.value(checkoutKey);
+        std::optional<QString> parentTitle;
+        if (session.parentSessionId && titleByID.contains(*session.parentSessionId))
+            parentTitle = titleByID.value(*session.parentSessionId);
+        const int children = childCount.value(session.sessionId);
+        if (parentTitle || children > 0)
+            thread.lineage = RackThreadLineage{parentTitle, children};
+        collection.threads.append(std::move(thread));
+    }
+    return collection;
+}
+
+} // namespace taskrack

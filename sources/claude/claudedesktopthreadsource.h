@@ -1,0 +1,176 @@
+#pragma once
+
+// The source of Claude tasks: desktop-application session manifests and, for Claude Code users
+// without the desktop application, sessions found straight in the transcript folders. It folds
+// transcript observations, hook evidence and Claude Code's live session registry into one
+// status per session, keeps that evidence across launches, and publishes changes on three
+// streams. An actor: all of its state lives on its own thread.
+
+#include "core/boundedchannel.h"
+#include "core/clock.h"
+#include "core/serialexecutor.h"
+#include "core/threadsource.h"
+#include "sources/claude/claudelivesessionregistry.h"
+#include "sources/claude/claudesessiondirectorywatcher.h"
+#include "sources/claude/claudesessionevidence.h"
+#include "sources/claude/claudesessionmanifest.h"
+#include "sources/claude/claudetranscriptdiscovery.h"
+#include "sources/claude/claudetranscripttailreader.h"
+
+#include <QMap>
+#include <memory>
+#include <stop_token>
+#include <variant>
+
+namespace taskrack {
+
+struct ClaudeSourcePaths {
+    QString home;                 // for project identities
+    QString sessionRoot;          // desktop manifests
+    QString transcriptRoot;       // Claude Code's "projects" folder
+    QString liveSessionsPath;     // Claude Code's "sessions" folder
+    QString observedStatusesPath; // Taskrack's own evidence file
+
+    // `home/.config/Claude/claude-code-sessions`, `home/.claude/projects`, `home/.claude/sessions`
+    // and `dataHome/taskrack/claude-observed-statuses-v2.json`. An empty dataHome means
+    // $XDG_DATA_HOME, else home/.local/share.
+    static ClaudeSourcePaths forHome(const QString &home, const QString &dataHome = {});
+};
+
+// What one hook event asks of a session, already decided from the event's name: the hook
+// layer maps its events onto this, the source resolves the session and applies it.
+struct ClaudeSessionSignal {
+    enum class InputRequest { leave, set, clear };
+
+    QString sessionId;
+    std::optional<QString> transcriptPath;
+    InputRequest inputRequest = InputRequest::leave;
+    // Present: refresh the background-task snapshot with this count (negative counts as 0).
+    std::optional<qint64> activeBackgroundTaskCount;
+
+    bool operator==(const ClaudeSessionSignal &) const = default;
+};
+
+struct ClaudeCachedSession {
+    ClaudeSessionFileFingerprint fingerprint;
+    ClaudeDesktopSessionManifest manifest;
+};
+
+class ClaudeDesktopThreadSource : public ThreadSource
+{
+public:
+    struct Configuration {
+        ClaudeSourcePaths paths;
+        Clock *clock = nullptr; // the system clock when absent
+        ClaudeSessionDirectoryWatcher::FileWatchFactory fileWatchFactory;
+        ClaudeLiveSessionRegistry::ProcessProbe processProbe;
+        bool discoversTranscriptSessions = true;
+    };
+
+    static constexpr std::chrono::seconds safetyNetInterval{90};
+    static constexpr std::chrono::milliseconds transcriptCoalescing{150};
+    static constexpr int pendingSignalLimit = 64;
+
+    explicit ClaudeDesktopThreadSource(Configuration configuration);
+    ~ClaudeDesktopThreadSource() override;
+
+    QString sourceName() const override { return QStringLiteral("Claude"); }
+    QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override;
+
+    // Starts both watchers, the initial reconciliation and the 90-second safety net; also the
+    // way out of suspension.
+    QCoro::Task<void> startMonitoring();
+    // Stops work and keeps the data.
+    QCoro::Task<void> suspend();
+    // Final: finishes all three streams.
+    QCoro::Task<void> shutdown();
+    // A reconciliation now, as after waking from sleep.
+    QCoro::Task<void> reconcileNow();
+
+    // The hook entry point: the hook layer's receive(event, at) maps an accepted event onto a
+    // signal and calls this with the moment of arrival.
+    QCoro::Task<void> receiveSignal(ClaudeSessionSignal signal, QDateTime receivedAt);
+
+    // Live status, newest 64 kept.
+    ChannelPtr<RackStatusUpdate> statusUpdates() const { return m_statusUpdates; }
+    // "Fetch the list again", newest 1 kept.
+    ChannelPtr<std::monostate> threadListInvalidations() const { return m_invalidations; }
+    // Ready-made snapshots with limit 400, newest 1 kept.
+    ChannelPtr<ThreadCollection> snapshots() const { return m_snapshots; }
+
+    // For tests and benchmarks: what the transcript reader has read so far.
+    const ClaudeReadCounters &transcriptReadCounters() const { return m_reader.counters(); }
+    const ClaudeReadCounters &manifestReadCounters() const { return m_manifestCounters; }
+
+private:
+    struct PendingSignal {
+        ClaudeSessionSignal signal;
+        QDateTime receivedAt;
+    };
+
+    // Runs on the actor.
+    QCoro::Task<void> reconcile(bool retrying, quint64 generation);
+    QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> loadManifest(QString path, bool retrying,
+                                                                          quint64 generation);
+    QCoro::Task<void> runTranscriptRefresh(quint64 generation);
+    QCoro::Task<void> runWatchLoop(ChannelPtr<std::monostate> channel, bool isTranscriptWatcher,
+                                   quint64 generation, std::stop_token stop);
+    QCoro::Task<void> runSafetyNet(quint64 generation, std::stop_token stop);
+    QStringList listManifests() const;
+    std::optional<ClaudeSessionFileFingerprint> manifestFingerprint(const QString &path) const;
+    bool isCurrent(quint64 generation) const;
+    void rebuildIndexes();
+    bool refreshDiscovery(const QDateTime &now);
+    void refreshTranscriptObservations(const QDateTime &now);
+    bool applySignal(const ClaudeSessionSignal &signal, const QDateTime &receivedAt);
+    void replayPendingSignals();
+    void persist();
+    bool publishStatusChanges();
+    void announceListChange();
+    QList<ClaudeDesktopSessionManifest> allSessions() const;
+    ClaudeSessionFacts factsOf(const ClaudeDesktopSessionManifest &manifest) const;
+    ThreadCollection buildSnapshot(int limit) const;
+    void startOnActor();
+    void stopOnActor();
+    void loadPersistedEvidence();
+
+    const ClaudeSourcePaths m_paths;
+    Clock &m_clock;
+    const bool m_discoversTranscriptSessions;
+    ClaudeSessionDirectoryWatcher::FileWatchFactory m_fileWatchFactory;
+    mutable ClaudeTranscriptTailReader m_reader;
+    ClaudeTranscriptDiscovery m_discovery;
+    ClaudeLiveSessionRegistry m_registry;
+    ClaudeReadCounters m_manifestCounters;
+    ChannelPtr<RackStatusUpdate> m_statusUpdates = BoundedChannel<RackStatusUpdate>::create(64);
+    ChannelPtr<std::monostate> m_invalidations = BoundedChannel<std::monostate>::create(1);
+    ChannelPtr<ThreadCollection> m_snapshots = BoundedChannel<ThreadCollection>::create(1);
+
+    // Actor state.
+    std::unique_ptr<ClaudeSessionDirectoryWatcher> m_watcher;
+    std::unique_ptr<ClaudeSessionDirectoryWatcher> m_transcriptWatcher;
+    QMap<QString, ClaudeCachedSession> m_cachedSessions; // by manifest path, in list order
+    QHash<QString, ClaudeDiscoveredSession> m_discovered;
+    QHash<QString, QString> m_localSessionPathByID;
+    QHash<QString, QString> m_localSessionIDByAlias;
+    ClaudeSessionEvidence m_evidence;
+    QHash<QString, ClaudeLiveSessionEntry> m_liveEntries;
+    QHash<QString, RackStatusUpdate> m_lastPublishedStatus;
+    QList<PendingSignal> m_pendingSignals;
+    QByteArray m_lastPersisted;
+    std::stop_source m_monitoringStop;
+    bool m_isMonitoring = false;
+    bool m_isReconciling = false;
+    bool m_needsFollowUpReconcile = false;
+    bool m_hasCompletedInitialReconciliation = false;
+    bool m_isTranscriptRefreshPending = false;
+    quint64 m_lifecycleGeneration = 0;
+    bool m_isSuspended = false;
+    bool m_isShutdown = false;
+    std::shared_ptr<int> m_lifetime = std::make_shared<int>(0);
+
+    // Declared last: its thread stops before anything above is destroyed.
+    SerialExecutor m_executor{QStringLiteral("claude-source")};
+};
+
+} // namespace taskrack

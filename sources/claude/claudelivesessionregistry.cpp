@@ -1,0 +1,92 @@
+#include "sources/claude/claudelivesessionregistry.h"
+
+#include "sources/claude/claudefileaccess.h"
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <cerrno>
+#include <cmath>
+#include <signal.h>
+
+namespace taskrack {
+
+namespace {
+
+bool defaultProcessProbe(qint64 pid)
+{
+    if (pid <= 0 || pid > std::numeric_limits<pid_t>::max())
+        return false;
+    // EPERM means the process exists but belongs to someone else.
+    return ::kill(pid_t(pid), 0) == 0 || errno == EPERM;
+}
+
+std::optional<qint64> wholeNumber(const QJsonValue &value)
+{
+    if (!value.isDouble())
+        return std::nullopt;
+    const double number = value.toDouble();
+    if (!std::isfinite(number) || std::floor(number) != number || std::abs(number) > 9.0e15)
+        return std::nullopt;
+    return qint64(number);
+}
+
+} // namespace
+
+std::optional<ClaudeLiveSessionEntry> decodeClaudeLiveSessionEntry(QByteArrayView data)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(data.toByteArray(), &error);
+    if (error.error != QJsonParseError::NoError || !document.isObject())
+        return std::nullopt;
+    const QJsonObject object = document.object();
+    const auto pid = wholeNumber(object.value(QLatin1StringView("pid")));
+    const QJsonValue sessionId = object.value(QLatin1StringView("sessionId"));
+    if (!pid || *pid <= 0 || !sessionId.isString() || sessionId.toString().isEmpty())
+        return std::nullopt;
+    ClaudeLiveSessionEntry entry;
+    entry.pid = *pid;
+    entry.sessionId = sessionId.toString();
+    entry.cwd = object.value(QLatin1StringView("cwd")).toString();
+    entry.isBusy = object.value(QLatin1StringView("status")).toString() == QLatin1StringView("busy");
+    if (const auto ms = wholeNumber(object.value(QLatin1StringView("statusUpdatedAt"))))
+        entry.statusUpdatedAt = QDateTime::fromMSecsSinceEpoch(*ms, Qt::UTC);
+    return entry;
+}
+
+ClaudeLiveSessionRegistry::ClaudeLiveSessionRegistry(QString sessionsPath, ProcessProbe isProcessAlive)
+    : m_sessionsPath(std::move(sessionsPath)),
+      m_isProcessAlive(isProcessAlive ? std::move(isProcessAlive) : ProcessProbe(defaultProcessProbe))
+{
+}
+
+QHash<QString, ClaudeLiveSessionEntry> ClaudeLiveSessionRegistry::read() const
+{
+    QHash<QString, ClaudeLiveSessionEntry> entries;
+    const QDir directory(m_sessionsPath);
+    if (!directory.exists())
+        return entries;
+    const QString root = resolvedClaudeRoot(m_sessionsPath);
+    const QStringList names = directory.entryList({QStringLiteral("*.json")}, QDir::Files | QDir::NoDotAndDotDot);
+    for (const QString &name : names) {
+        bool isNumber = false;
+        const qint64 filePid = name.chopped(5).toLongLong(&isNumber);
+        if (!isNumber)
+            continue;
+        const auto data = readSmallClaudeFile(directory.filePath(name), root, entryBytes + 1);
+        if (!data)
+            continue;
+        auto entry = decodeClaudeLiveSessionEntry(*data);
+        // The file is named after its process: a mismatch is not an entry we understand.
+        if (!entry || entry->pid != filePid || !m_isProcessAlive(entry->pid))
+            continue;
+        const auto existing = entries.constFind(entry->sessionId);
+        if (existing != entries.cend()
+            && existing->statusUpdatedAt.value_or(QDateTime()) >= entry->statusUpdatedAt.value_or(QDateTime()))
+            continue;
+        entries.insert(entry->sessionId, *entry);
+    }
+    return entries;
+}
+
+} // namespace taskrack

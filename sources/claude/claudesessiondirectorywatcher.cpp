@@ -1,0 +1,231 @@
+#include "sources/claude/claudesessiondirectorywatcher.h"
+
+#include "core/threadanchor.h"
+#include "sources/claude/claudethreadhop.h"
+#include "platform/linux/inotifyfilewatch.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QThread>
+#include <cmath>
+
+namespace taskrack {
+
+// State the debounce coroutine may still reach after the watcher is gone.
+struct ClaudeSessionDirectoryWatcher::Shared {
+    ClaudeSessionDirectoryWatcher *owner = nullptr;
+    QObject *home = nullptr;
+    double deadline = 0;
+    bool isPending = false;
+    quint64 pendingGeneration = 0;
+};
+
+namespace {
+
+bool isHidden(const QString &name)
+{
+    return name.startsWith(QLatin1Char('.'));
+}
+
+} // namespace
+
+ClaudeSessionDirectoryWatcher::ClaudeSessionDirectoryWatcher(QString rootPath, bool watchesNestedDirectories,
+                                                             bool watchesRegularFiles, Clock &clock,
+                                                             FileWatchFactory fileWatchFactory)
+    : m_rootPath(QDir::cleanPath(std::move(rootPath))),
+      m_watchesNestedDirectories(watchesNestedDirectories),
+      m_watchesRegularFiles(watchesRegularFiles),
+      m_clock(clock),
+      m_fileWatchFactory(std::move(fileWatchFactory)),
+      m_shared(std::make_shared<Shared>())
+{
+    m_shared->owner = this;
+    m_shared->home = threadAnchor();
+}
+
+ClaudeSessionDirectoryWatcher::~ClaudeSessionDirectoryWatcher()
+{
+    stop();
+    m_shared->owner = nullptr;
+}
+
+void ClaudeSessionDirectoryWatcher::start()
+{
+    if (m_isRunning)
+        return;
+    if (!m_fileWatch) {
+        m_fileWatch = m_fileWatchFactory ? m_fileWatchFactory() : std::make_unique<InotifyFileWatch>();
+        m_fileWatch->setHandler([this](const FileWatchNotice &notice) { handleNotice(notice); });
+    }
+    m_isRunning = true;
+    refreshTargets();
+}
+
+void ClaudeSessionDirectoryWatcher::stop()
+{
+    if (!m_isRunning)
+        return;
+    m_isRunning = false;
+    m_shared->isPending = false;
+    ++m_shared->pendingGeneration;
+    for (const WatchedTarget &target : std::as_const(m_sources))
+        m_fileWatch->remove(target.handle);
+    m_sources.clear();
+    m_pathByHandle.clear();
+    m_isRootAvailable = false;
+}
+
+void ClaudeSessionDirectoryWatcher::finish()
+{
+    stop();
+    m_invalidations->finish();
+}
+
+void ClaudeSessionDirectoryWatcher::updateWatchedRegularFiles(const QSet<QString> &names)
+{
+    if (names == m_watchedRegularFileNames)
+        return;
+    m_watchedRegularFileNames = names;
+    refreshTargets();
+}
+
+QSet<QString> ClaudeSessionDirectoryWatcher::watchedPaths() const
+{
+    return QSet<QString>(m_sources.keyBegin(), m_sources.keyEnd());
+}
+
+QSet<QString> ClaudeSessionDirectoryWatcher::wantedPaths() const
+{
+    QSet<QString> wanted;
+    const QFileInfo root(m_rootPath);
+    if (!root.isDir()) {
+        // Watch the nearest existing ancestor so that the root's creation is noticed.
+        QString ancestor = m_rootPath;
+        while (true) {
+            const QString parent = QFileInfo(ancestor).path();
+            if (parent == ancestor)
+                break;
+            ancestor = parent;
+            if (QFileInfo(ancestor).isDir()) {
+                wanted.insert(ancestor);
+                break;
+            }
+        }
+        return wanted;
+    }
+    wanted.insert(m_rootPath);
+    if (!m_watchesNestedDirectories && !m_watchesRegularFiles)
+        return wanted;
+    const QDir rootDir(m_rootPath);
+    for (const QString &name : rootDir.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        if (isHidden(name))
+            continue;
+        const QString directory = rootDir.filePath(name);
+        wanted.insert(directory);
+        if (!m_watchesRegularFiles || m_watchedRegularFileNames.isEmpty())
+            continue;
+        const QDir child(directory);
+        for (const QString &file : child.entryList(QDir::Files | QDir::NoDotAndDotDot)) {
+            if (m_watchedRegularFileNames.contains(file))
+                wanted.insert(child.filePath(file));
+        }
+    }
+    return wanted;
+}
+
+void ClaudeSessionDirectoryWatcher::refreshTargets()
+{
+    if (!m_isRunning)
+        return;
+    m_isRootAvailable = QFileInfo(m_rootPath).isDir();
+    const QSet<QString> wanted = wantedPaths();
+    for (auto it = m_sources.begin(); it != m_sources.end();) {
+        const auto identity = m_fileWatch->identityOf(it.key());
+        if (!wanted.contains(it.key()) || !identity || *identity != it->identity) {
+            m_fileWatch->remove(it->handle);
+            m_pathByHandle.remove(it->handle);
+            it = m_sources.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    for (const QString &path : wanted) {
+        if (m_sources.contains(path))
+            continue;
+        const auto target = m_fileWatch->add(path);
+        if (!target)
+            continue;
+        m_sources.insert(path, WatchedTarget{target->handle, target->identity, QFileInfo(path).isDir()});
+        m_pathByHandle.insert(target->handle, path);
+    }
+}
+
+void ClaudeSessionDirectoryWatcher::handleNotice(const FileWatchNotice &notice)
+{
+    if (!m_isRunning)
+        return;
+    using namespace FileWatchEvents;
+    const auto path = m_pathByHandle.constFind(notice.handle);
+    if (notice.handle >= 0 && path == m_pathByHandle.cend())
+        return;
+    if (notice.handle >= 0 && (notice.events & watchEnded)) {
+        // The kernel's watch is gone; forget it so that the refresh can watch the path anew.
+        m_sources.remove(*path);
+        m_pathByHandle.remove(notice.handle);
+    }
+    const bool isDirectory = notice.handle >= 0 && m_sources.value(*path).isDirectory;
+    if (isDirectory && !notice.childName.isEmpty()) {
+        // A folder changes when its entries do. Writes inside a child count only for the files
+        // the owner named; the transcript watcher must not fire for every other file.
+        const bool entryChanged = notice.events & (childCreated | childDeleted | childMovedIn | childMovedOut);
+        const bool namedChild = !m_watchesRegularFiles || m_watchedRegularFileNames.contains(notice.childName);
+        if (!entryChanged && !namedChild)
+            return;
+    }
+    scheduleInvalidation();
+}
+
+void ClaudeSessionDirectoryWatcher::scheduleInvalidation()
+{
+    ++m_changeCount;
+    // Trailing edge: every change pushes the deadline; one coroutine waits for it.
+    m_shared->deadline = m_clock.uptime() + double(debounce.count()) / 1000.0;
+    if (m_shared->isPending)
+        return;
+    m_shared->isPending = true;
+    const quint64 generation = ++m_shared->pendingGeneration;
+    runDebounce(m_shared, m_clock, generation);
+}
+
+void ClaudeSessionDirectoryWatcher::fireInvalidation()
+{
+    m_shared->isPending = false;
+    // A folder may have appeared or been replaced: watch it before anyone re-lists.
+    refreshTargets();
+    m_invalidations->send({});
+}
+
+QCoro::Task<void> ClaudeSessionDirectoryWatcher::runDebounce(std::weak_ptr<Shared> weakShared, Clock &clock,
+                                                             quint64 generation)
+{
+    QObject *home = nullptr;
+    while (true) {
+        double remaining = 0;
+        {
+            const auto shared = weakShared.lock();
+            if (!shared || !shared->owner || shared->pendingGeneration != generation)
+                co_return;
+            home = shared->home;
+            remaining = shared->deadline - clock.uptime();
+        }
+        if (remaining <= 0)
+            break;
+        co_await clock.sleep(std::chrono::milliseconds(qint64(std::ceil(remaining * 1000.0))));
+        co_await ClaudeThreadHop{home};
+    }
+    const auto shared = weakShared.lock();
+    if (shared && shared->owner && shared->pendingGeneration == generation)
+        shared->owner->fireInvalidation();
+}
+
+} // namespace taskrack
