@@ -165,15 +165,16 @@ void ClaudeSessionDirectoryWatcher::handleNotice(const FileWatchNotice &notice)
     if (!m_isRunning)
         return;
     using namespace FileWatchEvents;
-    const auto path = m_pathByHandle.constFind(notice.handle);
-    if (notice.handle >= 0 && path == m_pathByHandle.cend())
+    const auto found = m_pathByHandle.constFind(notice.handle);
+    if (notice.handle >= 0 && found == m_pathByHandle.cend())
         return;
+    const QString path = notice.handle >= 0 ? *found : QString();
+    const bool isDirectory = notice.handle >= 0 && m_sources.value(path).isDirectory;
     if (notice.handle >= 0 && (notice.events & watchEnded)) {
         // The kernel's watch is gone; forget it so that the refresh can watch the path anew.
-        m_sources.remove(*path);
+        m_sources.remove(path);
         m_pathByHandle.remove(notice.handle);
     }
-    const bool isDirectory = notice.handle >= 0 && m_sources.value(*path).isDirectory;
     if (isDirectory && !notice.childName.isEmpty()) {
         // A folder changes when its entries do. Writes inside a child count only for the files
         // the owner named; the transcript watcher must not fire for every other file.

@@ -89,11 +89,14 @@ TEST_F(SessionDirectoryWatcherTest, WatchesNamedTranscriptsAndFollowsAtomicRepla
     watcher->updateWatchedRegularFiles({"s1.jsonl"});
     EXPECT_EQ(watcher->watchedPaths(), QSet<QString>({root, root + "/-work-app", named}));
 
-    // Writes to a file nobody named are not a change; writes to a named one are.
+    // Writes to a file nobody named are not a change; a new entry in the folder is, once.
     append(root + "/-work-app/other.jsonl");
-    append(named);
+    append(root + "/-work-app/new.jsonl");
     waitForChanges(*watcher, 1);
+    drainEvents();
     EXPECT_EQ(watcher->changeCount(), 1);
+    append(named);
+    waitForChanges(*watcher, 2);
     clock.advance(120ms);
     EXPECT_EQ(drainSignals(), 1);
 
@@ -128,13 +131,14 @@ TEST_F(SessionDirectoryWatcherTest, TrailingDebounceCoalescesABurst)
     watcher->updateWatchedRegularFiles({"s1.jsonl"});
 
     for (int write = 0; write < 10; ++write) {
+        if (write > 0)
+            clock.advance(10ms);
         const int before = watcher->changeCount();
         append(named);
         waitForChanges(*watcher, before + 1);
-        clock.advance(10ms);
     }
     clock.advance(119ms);
-    EXPECT_EQ(drainSignals(), 0) << "a change 110 ms ago still holds the signal back";
+    EXPECT_EQ(drainSignals(), 0) << "the last change, 119 ms ago, still holds the signal back";
     clock.advance(1ms);
     EXPECT_EQ(drainSignals(), 1);
     clock.advance(1000ms);
