@@ -21,8 +21,9 @@ QCoro::Task<ThreadCollection> CodexLocalThreadSource::fetchThreads(int limit, st
     const ThreadCollection history = co_await m_history.fetchThreads(limit, stop);
     throwIfCancelled(stop);
     const QDateTime now = m_clock.now();
-    ThreadCollection lifted =
-        co_await m_executor.run([this, &history, now] { return m_overlay.apply(history, now); });
+    // Named awaitables: g++ 12 destroys temporaries of a co_await expression twice.
+    auto work = m_executor.run([this, &history, now] { return m_overlay.apply(history, now); });
+    ThreadCollection lifted = co_await work;
     throwIfCancelled(stop);
     co_return lifted;
 }
@@ -30,7 +31,8 @@ QCoro::Task<ThreadCollection> CodexLocalThreadSource::fetchThreads(int limit, st
 QCoro::Task<QStringList> CodexLocalThreadSource::watchedRollouts()
 {
     const QDateTime now = m_clock.now();
-    co_return co_await m_executor.run([this, now] { return m_overlay.watchedRollouts(now); });
+    auto work = m_executor.run([this, now] { return m_overlay.watchedRollouts(now); });
+    co_return co_await work;
 }
 
 } // namespace taskrack

@@ -79,8 +79,10 @@ QByteArray SQLiteThreadSource::listingQuery(const QSet<QString> &columns)
 QCoro::Task<ThreadCollection> SQLiteThreadSource::fetchThreads(int limit, std::stop_token stop)
 {
     throwIfCancelled(stop);
-    ThreadCollection collection =
-        co_await m_executor.run([this, limit, stop] { return readThreads(limit, stop); });
+    // Named, not a temporary of the co_await expression: g++ 12 destroys such temporaries
+    // twice, which would release the captured stop token once too often.
+    auto work = m_executor.run([this, limit, stop] { return readThreads(limit, stop); });
+    ThreadCollection collection = co_await work;
     throwIfCancelled(stop);
     co_return collection;
 }

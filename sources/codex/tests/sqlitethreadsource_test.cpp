@@ -335,6 +335,11 @@ TEST_F(SQLiteThreadSourceTest, FetchRunsOnItsExecutorAndHonoursCancellation)
     const ThreadCollection collection = taskrack::testing::await(source.fetchThreads(400, {}));
     EXPECT_EQ(idsOf(collection), QStringList({"a"}));
 
+    // A token with shared state: its reference count must survive the hop to the worker.
+    std::stop_source live;
+    EXPECT_EQ(idsOf(taskrack::testing::await(source.fetchThreads(400, live.get_token()))),
+              QStringList({"a"}));
+
     std::stop_source stop;
     stop.request_stop();
     EXPECT_THROW(taskrack::testing::await(source.fetchThreads(400, stop.get_token())),
