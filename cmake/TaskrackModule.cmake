@@ -24,8 +24,7 @@ function(taskrack_module name)
             target_link_libraries(${name}_tests PRIVATE taskrack_${name} taskrack_testing
                                   ${ARG_TEST_DEPS})
             gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-                PROPERTIES ENVIRONMENT "QT_QPA_PLATFORM=offscreen;TASKRACK_SOURCE_DIR=${PROJECT_SOURCE_DIR};TASKRACK_BINARY_DIR=${PROJECT_BINARY_DIR}"
-                           TIMEOUT 120)
+                PROPERTIES ENVIRONMENT QT_QPA_PLATFORM=offscreen TIMEOUT 120)
         endif()
     endif()
 endfunction()

@@ -44,12 +44,12 @@ void awaitVoid(QCoro::Task<void> task, int timeoutMs)
 
 QString sourceDir()
 {
-    return qEnvironmentVariable("TASKRACK_SOURCE_DIR");
+    return qEnvironmentVariable("TASKRACK_SOURCE_DIR", QStringLiteral(TASKRACK_SOURCE_DIR));
 }
 
 QString binaryDir()
 {
-    return qEnvironmentVariable("TASKRACK_BINARY_DIR");
+    return qEnvironmentVariable("TASKRACK_BINARY_DIR", QStringLiteral(TASKRACK_BINARY_DIR));
 }
 
 } // namespace taskrack::testing
