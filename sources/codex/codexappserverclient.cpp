@@ -164,6 +164,7 @@ CodexAppServerClient::~CodexAppServerClient()
     for (QProcess *process : children) {
         disconnect(process, nullptr, this, nullptr);
         signalChild(process, SIGKILL);
+        process->waitForFinished(1000);
         delete process;
     }
     m_statusUpdates->finish();
@@ -568,7 +569,12 @@ void CodexAppServerClient::failConnection(const CodexAppServerError &error, quin
 {
     if (!currentConnection(identifier))
         return;
-    qCWarning(lcAppServer, "app-server connection failed [category: %s]", qPrintable(error.category()));
+    // A child that ends its output has simply gone away (it always does at shutdown); anything
+    // else is a fault worth a warning.
+    if (error.kind() == CodexAppServerError::Kind::disconnected)
+        qCInfo(lcAppServer, "app-server connection ended");
+    else
+        qCWarning(lcAppServer, "app-server connection failed [category: %s]", qPrintable(error.category()));
     tearDown(std::make_exception_ptr(error));
 }
 
