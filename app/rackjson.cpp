@@ -137,6 +137,21 @@ QJsonObject rackToJson(const RackStore &store)
     for (const RackThread &thread : store.rankedThreads())
         threads.append(threadToJson(thread));
     QJsonArray projects;
+    for (const RackProjectGroup &group : store.projectGroups()) {
+        QJsonArray providers;
+        for (RackProvider provider : allProviders) {
+            if (group.providers.contains(provider))
+                providers.append(rawValue(provider));
+        }
+        QJsonArray threadIDs;
+        for (const RackThread &thread : group.threads)
+            threadIDs.append(thread.id);
+        projects.append(QJsonObject{{"id", group.id},
+                                    {"name", group.name},
+                                    {"workspacePath", group.workspacePath},
+                                    {"providers", providers},
+                                    {"threadIDs", threadIDs}});
+    }
     return QJsonObject{
         {"dataState", rawValue(store.dataState())},
         {"sourceDescription", store.sourceDescription()},

@@ -56,7 +56,8 @@ QCoro::Task<void> RackRuntime::consumeSnapshots(ChannelPtr<ThreadCollection> cha
     QPointer<RackRuntime> self(this);
     const std::stop_token stop = m_loopsStop.get_token();
     while (true) {
-        std::optional<ThreadCollection> snapshot = co_await channel->next(stop);
+        auto next = channel->next(stop);
+        std::optional<ThreadCollection> snapshot = co_await next;
         if (!snapshot || !self || stop.stop_requested())
             co_return;
         m_store->applyProviderSnapshot(*snapshot, provider);
@@ -69,7 +70,8 @@ QCoro::Task<void> RackRuntime::consumeStatusUpdates(ChannelPtr<RackStatusUpdate>
     QPointer<RackRuntime> self(this);
     const std::stop_token stop = m_loopsStop.get_token();
     while (true) {
-        std::optional<RackStatusUpdate> update = co_await channel->next(stop);
+        auto next = channel->next(stop);
+        std::optional<RackStatusUpdate> update = co_await next;
         if (!update || !self || stop.stop_requested())
             co_return;
         if (codexIds)
@@ -85,7 +87,8 @@ QCoro::Task<void> RackRuntime::consumeInvalidations(ChannelPtr<Invalidation> cha
     QPointer<RackRuntime> self(this);
     const std::stop_token stop = m_loopsStop.get_token();
     while (true) {
-        std::optional<Invalidation> invalidation = co_await channel->next(stop);
+        auto next = channel->next(stop);
+        std::optional<Invalidation> invalidation = co_await next;
         if (!invalidation || !self || stop.stop_requested())
             co_return;
         m_store->scheduleRefresh(RackStore::refreshDebounce);

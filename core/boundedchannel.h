@@ -71,7 +71,7 @@ public:
                 m_channel->m_waiterAnchor = threadAnchor();
             }
             // Registered outside the lock: it may run at once when stop is already requested.
-            m_stopCallback = std::make_unique<std::stop_callback<Wake>>(m_stop, Wake{m_channel});
+            m_stopCallback = std::make_shared<std::stop_callback<Wake>>(m_stop, Wake{m_channel});
             return true;
         }
 
@@ -99,10 +99,11 @@ public:
 
         BoundedChannel *m_channel;
         std::stop_token m_stop;
-        std::unique_ptr<std::stop_callback<Wake>> m_stopCallback;
+        std::shared_ptr<std::stop_callback<Wake>> m_stopCallback;
     };
 
-    // Only one consumer may wait at a time.
+    // Only one consumer may wait at a time. Keep the awaiter in a named variable rather than a
+    // temporary of the co_await expression: g++ 12 can destroy such temporaries twice.
     NextAwaiter next(std::stop_token stop = {}) { return NextAwaiter(this, std::move(stop)); }
 
 private:

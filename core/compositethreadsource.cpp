@@ -77,7 +77,8 @@ QCoro::Task<ThreadCollection> CompositeThreadSource::fetchThreads(int limit, std
     QList<ThreadSourceFetchResult> collected;
     bool cancelled = false;
     while (size_t(collected.size()) < count) {
-        std::optional<ThreadSourceFetchResult> next = co_await results->next();
+        auto waiting = results->next();
+        std::optional<ThreadSourceFetchResult> next = co_await waiting;
         if (!next)
             break;
         if (std::holds_alternative<ThreadFetchCancelled>(*next) && !cancelled) {

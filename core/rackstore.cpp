@@ -464,8 +464,9 @@ void RackStore::rerank(bool force, bool keepPosition)
 
     const QList<RackThread> sorted = sortedInThreadOrder(m_allThreads);
     const QList<RackThread> fresh = activityList(sorted);
+    const bool frozen = m_isPresenting && m_isRankingFrozen && !force;
     QList<RackThread> flat = fresh;
-    if (m_isPresenting && m_isRankingFrozen && !force) {
+    if (frozen) {
         QHash<QString, RackThread> current;
         current.reserve(m_allThreads.size());
         for (const RackThread &thread : std::as_const(m_allThreads))
@@ -474,25 +475,65 @@ void RackStore::rerank(bool force, bool keepPosition)
     }
     assign(m_flatRankedThreads, flat, &RackStore::flatRankedThreadsChanged);
     m_historyThreads = sorted;
+    rebuildProjectGroups(sorted, frozen);
+    assign(m_rankedThreads, rankedForMode(), &RackStore::rankedThreadsChanged);
 
-    QList<RackThread> ranked;
-    switch (m_organizationMode) {
-    case RackOrganizationMode::activity:
-        ranked = m_flatRankedThreads;
-        break;
-    case RackOrganizationMode::project:
-        break;
-    case RackOrganizationMode::history:
-        ranked = m_historyThreads;
-        break;
+    if (isSearchActive()) {
+        m_selectedThreadID = remembered;
+        pageToSelection();
+        return;
     }
-    assign(m_rankedThreads, ranked, &RackStore::rankedThreadsChanged);
-
     if (keepPosition) {
         showPage(std::min(m_currentPage, std::max(pageCount() - 1, 0)), true);
         return;
     }
     showPage(0, true);
+}
+
+void RackStore::rebuildProjectGroups(const QList<RackThread> &sorted, bool frozen)
+{
+    QList<RackProjectGroup> groups = taskrack::projectGroups(sorted);
+    if (frozen) {
+        QHash<QString, RackThread> current;
+        current.reserve(m_allThreads.size());
+        for (const RackThread &thread : std::as_const(m_allThreads))
+            current.insert(thread.id, thread);
+        groups = frozenProjectGroups(m_projectGroups, groups, current);
+    }
+    assign(m_projectGroups, std::move(groups), &RackStore::projectGroupsChanged);
+
+    const ProjectSelectionChange change =
+        bringSelectedProjectUpToDate(m_projectGroups, m_selectedProjectID, m_selectedThreadID);
+    assign(m_selectedProjectID, change.selectedProjectID, &RackStore::selectedProjectIDChanged);
+    switch (change.persistence) {
+    case ProjectSelectionChange::Persistence::unchanged:
+        break;
+    case ProjectSelectionChange::Persistence::write:
+        m_preferences.setValue(keySelectedProject, *change.selectedProjectID);
+        break;
+    case ProjectSelectionChange::Persistence::remove:
+        m_preferences.remove(keySelectedProject);
+        break;
+    }
+}
+
+QList<RackThread> RackStore::rankedForMode() const
+{
+    if (isSearchActive())
+        return searchResults();
+    switch (m_organizationMode) {
+    case RackOrganizationMode::activity:
+        return m_flatRankedThreads;
+    case RackOrganizationMode::project:
+        for (const RackProjectGroup &group : m_projectGroups) {
+            if (m_selectedProjectID && group.id == *m_selectedProjectID)
+                return group.threads;
+        }
+        return {};
+    case RackOrganizationMode::history:
+        return m_historyThreads;
+    }
+    return {};
 }
 
 void RackStore::showPage(int page, bool keepSelection)

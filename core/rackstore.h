@@ -7,6 +7,7 @@
 // fetch and the debounce sleep.
 
 #include "core/rackcompletionledger.h"
+#include "core/rackprojectgroups.h"
 #include "core/rackranking.h"
 #include "core/threadsource.h"
 
@@ -25,6 +26,29 @@ class Preferences;
 enum class RackDataState { loading, live, cached, empty, failed };
 QString rawValue(RackDataState state);
 
+// One stop of the gesture's walk through all projects: a thread, or the new-task key after a
+// project's last thread.
+struct RackStop {
+    enum class Kind { newTask, thread };
+    Kind kind = Kind::thread;
+    QString projectID;
+    QString threadID;
+
+    bool operator==(const RackStop &) const = default;
+};
+
+struct SearchRestoreState {
+    std::optional<QString> selectedThreadID;
+    std::optional<QString> selectedProjectID;
+    int currentPage = 0;
+};
+
+struct ThreadOpenRequest {
+    QUuid id;
+    RackThread thread;
+    std::optional<QDateTime> completionAt;
+};
+
 struct PendingUpdate {
     RackStatusUpdate update;
     quint64 revision = 0;
@@ -40,6 +64,8 @@ public:
     static constexpr std::chrono::milliseconds refreshDebounce{180};
     static constexpr double stalenessAge = 2.0;
     static constexpr int pendingCap = 800;
+    // How many recently opened threads are remembered.
+    static constexpr int openedThreadLimit = 50;
 
     RackStore(ThreadSource &source, ThreadOpening *opener, Preferences &preferences, Clock &clock,
               QObject *parent = nullptr);
@@ -65,12 +91,41 @@ public:
     void setOrganizationMode(RackOrganizationMode mode);
     void setDefaultOrganizationMode(RackOrganizationMode mode);
 
+    // --- Search and navigation ------------------------------------------------------------
+    void setSearchQuery(const QString &query);
+    void activateSearch();
+    void dismissSearch();
+    void requestSearchBlur();
+    bool isSearchActive() const;
+    // Sets isRankingFrozen while presenting, so the order holds from the first move on.
+    void beginNavigation();
+    void step(bool forward);
+    bool firstGestureStep();
+    void movePage(bool forward);
+    bool moveProject(bool forward);
+    void selectProject(const QString &projectID);
+    void selectSlot(int slot);
+    void moveToFirst();
+    void moveToLast();
+    void cycleOrganizationMode();
+    bool hasNewTaskStop() const;
+    QList<RackStop> stops() const;
+
+    // --- Reading and opening ----------------------------------------------------------------
+    // Opens a thread through the opener; only the newest request may report back.
+    QCoro::Task<void> open(RackThread thread);
+    // Marks finished threads as read; saves the ledger once. Returns how many changed.
+    int markRead(const QList<RackThread> &threads);
+    int markAllRead();
+    const std::optional<QUuid> &pendingOpenID() const { return m_pendingOpenID; }
+
     // --- Observable state ------------------------------------------------------------------
     const QList<RackThread> &allThreads() const { return m_allThreads; }
     const QList<RackThread> &rankedThreads() const { return m_rankedThreads; }
     const QList<RackThread> &flatRankedThreads() const { return m_flatRankedThreads; }
     const QList<RackThread> &historyThreads() const { return m_historyThreads; }
     const QList<RackThread> &visibleThreads() const { return m_visibleThreads; }
+    const QList<RackProjectGroup> &projectGroups() const { return m_projectGroups; }
     const std::optional<QString> &selectedThreadID() const { return m_selectedThreadID; }
     const std::optional<QString> &selectedProjectID() const { return m_selectedProjectID; }
     int currentPage() const { return m_currentPage; }
@@ -96,6 +151,11 @@ public:
     quint64 revision() const { return m_revision; }
     const QHash<QString, PendingUpdate> &pendingUpdates() const { return m_pendingUpdates; }
     const RackCompletionLedger &completionLedger() const { return m_completionLedger; }
+    const QString &searchQuery() const { return m_searchQuery; }
+    bool isSearchPresented() const { return m_isSearchPresented; }
+    int searchFocusRequest() const { return m_searchFocusRequest; }
+    int searchBlurRequest() const { return m_searchBlurRequest; }
+    const std::optional<SearchRestoreState> &searchRestoreState() const { return m_searchRestoreState; }
 
     void setGlobalShortcutError(std::optional<QString> error);
     void setCycleCurrentPageOnly(bool on);
@@ -103,6 +163,14 @@ public:
 
 signals:
     void allThreadsChanged();
+    void projectGroupsChanged();
+    void searchQueryChanged();
+    void isSearchPresentedChanged();
+    void searchFocusRequestChanged();
+    void searchBlurRequestChanged();
+    void pendingOpenIDChanged();
+    void hasOpenErrorChanged();
+    void openedThreadIDsChanged();
     void rankedThreadsChanged();
     void flatRankedThreadsChanged();
     void visibleThreadsChanged();
@@ -145,6 +213,18 @@ private:
     void rerankAfterDataChange();
     void rerank(bool force = false, bool keepPosition = false);
     void showPage(int page, bool keepSelection);
+    void rebuildProjectGroups(const QList<RackThread> &sorted, bool frozen);
+    QList<RackThread> rankedForMode() const;
+    QList<RackThread> searchResults() const;
+    void endSearch();
+    void selectThread(const std::optional<QString> &threadID);
+    void setSelectedProjectID(const std::optional<QString> &projectID, bool persist);
+    void walkList(bool forward);
+    void walkStops(bool forward);
+    void goToStop(const RackStop &stop);
+    void pageToSelection();
+    void acknowledgeOpened(const ThreadOpenRequest &request);
+    void rememberOpened(const QString &threadID);
     std::optional<RackProvider> staleProviderFor(const ThreadSourceFailure &failure,
                                                  const QSet<RackProvider> &stale) const;
 
@@ -166,6 +246,12 @@ private:
     bool m_cycleCurrentPageOnly = false;
     bool m_firstGestureCycleMovesBackward = false;
 
+    std::optional<SearchRestoreState> m_searchRestoreState;
+    std::optional<QUuid> m_pendingOpenID;
+    QList<RackProjectGroup> m_projectGroups;
+    bool m_isSearchPresented = false;
+    int m_searchFocusRequest = 0;
+    int m_searchBlurRequest = 0;
     QList<RackThread> m_allThreads;
     QList<RackThread> m_rankedThreads;
     QList<RackThread> m_flatRankedThreads;

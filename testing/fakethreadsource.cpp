@@ -9,7 +9,8 @@ QCoro::Task<ThreadCollection> FakeThreadSource::fetchThreads(int limit, std::sto
     ++m_fetchCount;
     m_lastLimit = limit;
     ++m_inFlight;
-    std::optional<Answer> answer = co_await m_answers->next(stop);
+    auto next = m_answers->next(stop);
+    std::optional<Answer> answer = co_await next;
     --m_inFlight;
     if (!answer)
         throw OperationCancelled();
