@@ -2,7 +2,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QStringDecoder>
 
 #include <algorithm>
@@ -276,37 +275,62 @@ QString projectName(const QString &path, const QString &fallback)
     return name.isEmpty() ? QStringLiteral("Project") : name;
 }
 
+bool isAsciiLetter(QChar c)
+{
+    return (c >= QLatin1Char('a') && c <= QLatin1Char('z')) || (c >= QLatin1Char('A') && c <= QLatin1Char('Z'));
+}
+
+bool isAsciiDigit(QChar c)
+{
+    return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+}
+
+// Characters that make a string fail to parse as a URL at all.
+bool hasInvalidUrlCharacter(const QString &value)
+{
+    for (QChar c : value) {
+        if (c.unicode() <= 0x20 || c.unicode() >= 0x7f
+            || QStringView(u"\"<>\\^`{|}").contains(c))
+            return true;
+    }
+    return false;
+}
+
 // Lower-cases the host of "scheme://[user@]host[:port]/…", the only rewriting an origin gets.
 // Strings that are not URLs with a host (scp-like SSH forms, plain paths) stay as they are.
 QString withLowerCaseHost(const QString &value)
 {
-    static const QRegularExpression urlWithAuthority(
-        QStringLiteral("^([A-Za-z][A-Za-z0-9+.-]*://)([^/?#]*)(.*)$"),
-        QRegularExpression::DotMatchesEverythingOption);
-    static const QRegularExpression invalidUrlCharacter(
-        QStringLiteral("[\\x00-\\x20\\x7f\"<>\\\\^`{|}]|[^\\x00-\\x7f]"));
-    if (value.contains(invalidUrlCharacter))
+    const qsizetype schemeEnd = value.indexOf(QLatin1String("://"));
+    if (schemeEnd <= 0 || !isAsciiLetter(value.front()) || hasInvalidUrlCharacter(value))
         return value;
-    const auto match = urlWithAuthority.match(value);
-    if (!match.hasMatch())
-        return value;
-    const QString authority = match.captured(2);
-    const qsizetype at = authority.lastIndexOf(QLatin1Char('@'));
-    const QString userInfo = authority.left(at + 1);
-    const QString hostAndPort = authority.mid(at + 1);
-    if (hostAndPort.isEmpty() || hostAndPort.startsWith(QLatin1Char(':')))
-        return value;
-    qsizetype hostEnd = hostAndPort.size();
-    if (hostAndPort.startsWith(QLatin1Char('['))) {
-        hostEnd = hostAndPort.indexOf(QLatin1Char(']'));
-        if (hostEnd < 0)
+    for (qsizetype i = 1; i < schemeEnd; ++i) {
+        const QChar c = value[i];
+        if (!isAsciiLetter(c) && !isAsciiDigit(c) && c != QLatin1Char('+') && c != QLatin1Char('-')
+            && c != QLatin1Char('.'))
             return value;
-        ++hostEnd;
-    } else if (const qsizetype colon = hostAndPort.indexOf(QLatin1Char(':')); colon >= 0) {
-        hostEnd = colon;
     }
-    return match.captured(1) + userInfo + hostAndPort.left(hostEnd).toLower()
-        + hostAndPort.mid(hostEnd) + match.captured(3);
+    const qsizetype authorityStart = schemeEnd + 3;
+    qsizetype authorityEnd = authorityStart;
+    while (authorityEnd < value.size() && value[authorityEnd] != QLatin1Char('/')
+           && value[authorityEnd] != QLatin1Char('?') && value[authorityEnd] != QLatin1Char('#'))
+        ++authorityEnd;
+    const QStringView authority = QStringView(value).mid(authorityStart, authorityEnd - authorityStart);
+    const qsizetype hostStart = authorityStart + authority.lastIndexOf(QLatin1Char('@')) + 1;
+    const QStringView hostAndPort = QStringView(value).mid(hostStart, authorityEnd - hostStart);
+    qsizetype hostLength = hostAndPort.size();
+    if (hostAndPort.startsWith(QLatin1Char('['))) {
+        const qsizetype close = hostAndPort.indexOf(QLatin1Char(']'));
+        if (close < 0)
+            return value;
+        hostLength = close + 1;
+    } else if (const qsizetype colon = hostAndPort.indexOf(QLatin1Char(':')); colon >= 0) {
+        hostLength = colon;
+    }
+    if (hostLength == 0)
+        return value;
+    QString result = value;
+    result.replace(hostStart, hostLength, hostAndPort.left(hostLength).toString().toLower());
+    return result;
 }
 
 } // namespace
