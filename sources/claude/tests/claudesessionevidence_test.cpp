@@ -1,0 +1,137 @@
+#include "sources/claude/claudelivesessionregistry.h"
+#include "sources/claude/claudesessionevidence.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace taskrack;
+
+namespace {
+
+const QDateTime now = QDateTime::fromString("2026-11-22T20:00:00.000Z", Qt::ISODateWithMs);
+
+struct StatusCase {
+    const char *name;
+    std::optional<RackStatus> observed;
+    double observedAgo = 0;
+    std::optional<qint64> backgroundTasks;
+    std::optional<double> inputRequestedAgo;
+    std::optional<double> busyAgo; // a live "busy" entry this long ago
+    RackStatus expected;
+};
+
+void PrintTo(const StatusCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
+class LiveStatusTest : public ::testing::TestWithParam<StatusCase>
+{
+};
+
+TEST_P(LiveStatusTest, FoldsEvidenceIntoOneStatus)
+{
+    const StatusCase &c = GetParam();
+    ClaudeObservedStatus observation{c.observed.value_or(RackStatus::recent), now.addMSecs(qint64(-c.observedAgo * 1000)),
+                                     std::nullopt};
+    ClaudeBackgroundTaskSnapshot tasks{c.backgroundTasks.value_or(0), now.addSecs(-10)};
+    ClaudeInputRequest request{now.addMSecs(qint64(-c.inputRequestedAgo.value_or(0) * 1000))};
+    ClaudeLiveSessionEntry live{1, "s", "/w", true, now.addMSecs(qint64(-c.busyAgo.value_or(0) * 1000))};
+    ClaudeSessionFacts facts;
+    facts.observation = c.observed ? &observation : nullptr;
+    facts.backgroundTasks = c.backgroundTasks ? &tasks : nullptr;
+    facts.inputRequest = c.inputRequestedAgo ? &request : nullptr;
+    facts.liveEntry = c.busyAgo ? &live : nullptr;
+    EXPECT_EQ(claudeLiveStatus(facts, now), c.expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, LiveStatusTest,
+    ::testing::Values(
+        StatusCase{"nothingKnownIsRecent", {}, 0, {}, {}, {}, RackStatus::recent},
+        StatusCase{"freshErrorStays", RackStatus::error, 119, {}, {}, {}, RackStatus::error},
+        StatusCase{"errorFadesAfter120s", RackStatus::error, 120, {}, {}, {}, RackStatus::recent},
+        StatusCase{"completedFadesAfter900s", RackStatus::completed, 900, {}, {}, {}, RackStatus::recent},
+        StatusCase{"completedBefore900s", RackStatus::completed, 899, {}, {}, {}, RackStatus::completed},
+        StatusCase{"idleFadesAfter1800s", RackStatus::idle, 1800, {}, {}, {}, RackStatus::recent},
+        StatusCase{"workingLastsTwelveHours", RackStatus::working, 43199, {}, {}, {}, RackStatus::working},
+        StatusCase{"futureObservationIsFresh", RackStatus::error, -30, {}, {}, {}, RackStatus::error},
+        StatusCase{"backgroundTasksKeepCompletedWorking", RackStatus::completed, 10, 2, {}, {}, RackStatus::working},
+        StatusCase{"backgroundTasksLeaveErrorAlone", RackStatus::error, 10, 2, {}, {}, RackStatus::error},
+        StatusCase{"zeroBackgroundTasksChangeNothing", RackStatus::completed, 10, 0, {}, {}, RackStatus::completed},
+        StatusCase{"newerInputRequestWins", RackStatus::working, 10, {}, 5, {}, RackStatus::requiresInput},
+        StatusCase{"olderInputRequestIgnored", RackStatus::working, 5, {}, 10, {}, RackStatus::working},
+        StatusCase{"equalInputRequestIgnored", RackStatus::working, 5, {}, 5, {}, RackStatus::working},
+        StatusCase{"inputRequestWithoutObservationStaysRecent", {}, 0, {}, 5, {}, RackStatus::recent},
+        StatusCase{"inputRequestOverFadedStatusStaysRecent", RackStatus::completed, 1000, {}, 5, {}, RackStatus::recent},
+        StatusCase{"busyNewerThanTranscriptIsWorking", RackStatus::completed, 10, {}, {}, 5, RackStatus::working},
+        StatusCase{"busyOlderThanTranscriptIgnored", RackStatus::completed, 5, {}, {}, 10, RackStatus::completed},
+        StatusCase{"busyWithoutTranscriptIsWorking", {}, 0, {}, {}, 5, RackStatus::working},
+        StatusCase{"busyThenPermissionPromptAsksForInput", RackStatus::completed, 10, {}, 2, 5,
+                   RackStatus::requiresInput}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+TEST(SessionEvidenceTest, DatesAndRecencyComeFromTheNewestEvidence)
+{
+    ClaudeObservedStatus observation{RackStatus::working, now.addSecs(-60), now.addSecs(-90)};
+    ClaudeInputRequest request{now.addSecs(-30)};
+    ClaudeSessionFacts facts;
+    facts.lastActivityAtMs = now.addSecs(-3600).toMSecsSinceEpoch();
+    EXPECT_EQ(claudeUpdatedAt(facts), now.addSecs(-3600));
+    EXPECT_EQ(claudeRecencyAt(facts), now.addSecs(-3600));
+    facts.observation = &observation;
+    facts.inputRequest = &request;
+    EXPECT_EQ(claudeUpdatedAt(facts), now.addSecs(-30));
+    EXPECT_EQ(claudeRecencyAt(facts), now.addSecs(-90)) << "only a person's submission moves recency";
+}
+
+TEST(SessionEvidenceTest, PersistsDatesAsSecondsSince2001AndRoundTrips)
+{
+    ClaudeSessionEvidence evidence;
+    evidence.observations.insert("a", {RackStatus::completed, QDateTime::fromString("2001-01-01T00:01:00.500Z", Qt::ISODateWithMs), std::nullopt});
+    evidence.observations.insert("b", {RackStatus::working, now, now.addSecs(-5)});
+    evidence.inputRequests.insert("a", {now});
+    evidence.backgroundTaskSnapshots.insert("b", {3, now});
+    const QByteArray encoded = encodeClaudeSessionEvidence(evidence);
+    EXPECT_TRUE(encoded.contains(R"("observedAt":60.5)")) << encoded.constData();
+    EXPECT_FALSE(encoded.contains("\"lastUserSubmittedAt\":null"));
+    EXPECT_EQ(decodeClaudeSessionEvidence(encoded), evidence);
+}
+
+TEST(SessionEvidenceTest, MalformedFileGivesNoEvidenceAtAll)
+{
+    EXPECT_EQ(decodeClaudeSessionEvidence("{}"), ClaudeSessionEvidence{});
+    const char *refused[] = {
+        "", "[]", R"({"observations":[]})",
+        R"({"observations":{"a":{"status":"working","observedAt":1}},"inputRequests":{"b":{}}})",
+        R"({"observations":{"a":{"status":"busy","observedAt":1}}})",
+        R"({"backgroundTaskSnapshots":{"a":{"activeTaskCount":1.5,"observedAt":1}}})",
+    };
+    for (const char *data : refused)
+        EXPECT_FALSE(decodeClaudeSessionEvidence(data)) << data;
+}
+
+TEST(LiveSessionRegistryTest, ReadsLiveEntriesOnlyAndBounded)
+{
+    QTemporaryDir temp;
+    const auto write = [&](const QString &name, const QByteArray &data) {
+        QFile file(temp.filePath(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(data);
+    };
+    write("100.json", R"({"pid":100,"sessionId":"s1","cwd":"/w","status":"busy","statusUpdatedAt":1795380359823})");
+    write("200.json", R"({"pid":200,"sessionId":"s2","status":"busy","statusUpdatedAt":1})");      // process gone
+    write("300.json", R"({"pid":301,"sessionId":"s3","status":"busy"})");                          // name mismatch
+    write("400.json", R"({"pid":400,"sessionId":"s4","status":"idle","pad":")" + QByteArray(70000, 'x') + "\"}");
+    write("500.json", R"({"pid":500,"sessionId":"s1","status":"idle","statusUpdatedAt":1795380359000})"); // older
+    const ClaudeLiveSessionRegistry registry(temp.path(), [](qint64 pid) { return pid != 200; });
+    const auto entries = registry.read();
+    ASSERT_EQ(entries.keys(), QList<QString>({"s1"}));
+    EXPECT_TRUE(entries["s1"].isBusy);
+    EXPECT_EQ(entries["s1"].statusUpdatedAt, QDateTime::fromMSecsSinceEpoch(1795380359823, Qt::UTC));
+    EXPECT_TRUE(ClaudeLiveSessionRegistry(temp.filePath("missing")).read().isEmpty());
+}
+
+} // namespace
