@@ -25,8 +25,9 @@ QList<RackThread> makeThreads(int threadCount, int projectCount)
     for (int i = 0; i < threadCount; ++i) {
         const int project = int(random() % unsigned(projectCount));
         const QString folder = QStringLiteral("/home/me/src/project-%1").arg(project);
-        const QString key = project % 2 ? QStringLiteral("repository:https://example.org/p/%1").arg(project)
-                                         : QStringLiteral("git-directory:%1/.git").arg(folder);
+        const QString key = project % 2
+                                ? QStringLiteral("repository:https://example.org/p/%1").arg(project)
+                                : QStringLiteral("git-directory:%1/.git").arg(folder);
         RackThread thread;
         thread.id = QStringLiteral("codex:%1").arg(i);
         thread.provider = i % 3 ? RackProvider::codex : RackProvider::claudeDesktop;
@@ -91,7 +92,8 @@ void BM_RerankAndRegroup(benchmark::State &state)
         auto sorted = sortedInThreadOrder(threads);
         auto flat = activityList(sorted);
         auto groups = projectGroups(sorted);
-        benchmark::DoNotOptimize(bringSelectedProjectUpToDate(groups, selectedProject, selectedThread));
+        benchmark::DoNotOptimize(
+            bringSelectedProjectUpToDate(groups, selectedProject, selectedThread));
         benchmark::DoNotOptimize(flat);
     }
     setSize(state);

@@ -14,11 +14,10 @@ namespace {
 
 // A forest over thread positions with path compression and union by rank, so that uniting
 // over every alias stays (nearly) linear.
-class DisjointSets {
+class DisjointSets
+{
 public:
-    explicit DisjointSets(qsizetype count)
-        : parent(size_t(count))
-        , rank(size_t(count), 0)
+    explicit DisjointSets(qsizetype count) : parent(size_t(count)), rank(size_t(count), 0)
     {
         std::iota(parent.begin(), parent.end(), qsizetype(0));
     }
@@ -56,7 +55,8 @@ private:
 
 // The platform's "localised standard" order: case-insensitive and numbers by value, in the
 // default locale. The collator is costly to open, so it is made only when a tie needs it.
-class LocalizedOrder {
+class LocalizedOrder
+{
 public:
     bool less(const QString &a, const QString &b)
     {
@@ -74,8 +74,8 @@ private:
 
 bool isAgentWorktree(const QString &path)
 {
-    return path.contains(QLatin1String("/.codex/worktrees/"))
-        || path.contains(QLatin1String("/.claude/worktrees/"));
+    return path.contains(QLatin1String("/.codex/worktrees/")) ||
+           path.contains(QLatin1String("/.claude/worktrees/"));
 }
 
 int identityTier(const QString &id)
@@ -148,7 +148,8 @@ RackProjectGroup makeGroup(const QList<RackThread> &threads, const std::vector<q
 
     // Members arrive in thread order, so filtering keeps that order. A busy project shows only
     // what is live; a quiet one is filled up with history so that its row is not empty.
-    int padding = group.isChats() ? int(members.size()) : std::max(0, projectGroupFillCount - keptCount);
+    int padding =
+        group.isChats() ? int(members.size()) : std::max(0, projectGroupFillCount - keptCount);
     group.threads.reserve(qsizetype(members.size()));
     for (qsizetype member : members) {
         const RackThread &thread = threads[member];
@@ -176,7 +177,8 @@ RackProjectGroup makeGroup(const QList<RackThread> &threads, const std::vector<q
 
 void sortInGroupOrder(QList<RackProjectGroup> &groups, LocalizedOrder &order)
 {
-    struct Key {
+    struct Key
+    {
         bool hasDot;
         int statusRank;
         qint64 recency;
@@ -328,8 +330,8 @@ QList<RackProjectGroup> frozenProjectGroups(const QList<RackProjectGroup> &old,
             continue;
         placed[size_t(match)] = true;
         RackProjectGroup group = fresh[match];
-        group.threads = frozenMerge(frozenThreads[size_t(match)], group.threads,
-                                    membersByGroup[size_t(match)]);
+        group.threads =
+            frozenMerge(frozenThreads[size_t(match)], group.threads, membersByGroup[size_t(match)]);
         result.append(std::move(group));
     }
     for (qsizetype i = 0; i < fresh.size(); ++i) {

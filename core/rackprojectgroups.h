@@ -15,7 +15,8 @@
 
 namespace taskrack {
 
-struct RackProjectGroup {
+struct RackProjectGroup
+{
     // Taken from the chosen identity of the members.
     QString id;
     QString name;
@@ -59,7 +60,8 @@ QList<RackProjectGroup> frozenProjectGroups(const QList<RackProjectGroup> &old,
 
 // What becomes of the selected project after the groups were rebuilt, and what to do with the
 // persisted choice.
-struct ProjectSelectionChange {
+struct ProjectSelectionChange
+{
     enum class Persistence { unchanged, write, remove };
 
     std::optional<QString> selectedProjectID;

@@ -40,7 +40,8 @@ bool isInside(const QString &path, const QString &root)
 {
     if (root == rootPath)
         return path.startsWith(rootPath);
-    return path.size() > root.size() && path.startsWith(root) && path.at(root.size()) == QLatin1Char('/');
+    return path.size() > root.size() && path.startsWith(root) &&
+           path.at(root.size()) == QLatin1Char('/');
 }
 
 // Standardises an absolute path and resolves every symbolic link in the deepest part of it that
@@ -57,7 +58,8 @@ QString standardizedResolved(const QString &absolute)
             if (missingTail.isEmpty())
                 return canonical;
             std::reverse(missingTail.begin(), missingTail.end());
-            return QDir::cleanPath(canonical + QLatin1Char('/') + missingTail.join(QLatin1Char('/')));
+            return QDir::cleanPath(canonical + QLatin1Char('/') +
+                                   missingTail.join(QLatin1Char('/')));
         }
         if (head == rootPath || head.isEmpty())
             return clean;
@@ -87,8 +89,8 @@ QString expandTilde(const QString &path, const QString &homeDir)
     std::vector<char> buffer(size_t(bufferSize > 0 ? bufferSize : 16384));
     passwd entry{};
     passwd *found = nullptr;
-    if (getpwnam_r(name.constData(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found
-        || !found->pw_dir)
+    if (getpwnam_r(name.constData(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found ||
+        !found->pw_dir)
         return path;
     return QString::fromLocal8Bit(found->pw_dir) + rest;
 }
@@ -107,8 +109,12 @@ std::optional<QByteArray> readBoundedFile(const QString &path, const QString &ex
     const int fd = ::open(encoded.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0)
         return std::nullopt;
-    struct stat before {};
-    struct stat after {};
+    struct stat before
+    {
+    };
+    struct stat after
+    {
+    };
     std::optional<QByteArray> result;
     if (::fstat(fd, &before) == 0 && S_ISREG(before.st_mode) && before.st_size <= limit) {
         QByteArray bytes(limit + 1, Qt::Uninitialized);
@@ -126,9 +132,10 @@ std::optional<QByteArray> readBoundedFile(const QString &path, const QString &ex
                 break;
             total += got;
         }
-        const bool unchanged = ::fstat(fd, &after) == 0 && after.st_size == before.st_size
-            && after.st_ino == before.st_ino && after.st_mtim.tv_sec == before.st_mtim.tv_sec
-            && after.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
+        const bool unchanged = ::fstat(fd, &after) == 0 && after.st_size == before.st_size &&
+                               after.st_ino == before.st_ino &&
+                               after.st_mtim.tv_sec == before.st_mtim.tv_sec &&
+                               after.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
         if (!failed && total <= limit && total == before.st_size && unchanged) {
             bytes.truncate(total);
             result = std::move(bytes);
@@ -140,13 +147,17 @@ std::optional<QByteArray> readBoundedFile(const QString &path, const QString &ex
 
 bool entryExists(const QString &path)
 {
-    struct stat info {};
+    struct stat info
+    {
+    };
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
 }
 
 bool isDirectory(const QString &path)
 {
-    struct stat info {};
+    struct stat info
+    {
+    };
     return ::stat(QFile::encodeName(path).constData(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
@@ -177,7 +188,8 @@ std::optional<QString> checkoutRoot(const QString &folder)
     return std::nullopt;
 }
 
-struct GitDirectories {
+struct GitDirectories
+{
     QString gitDirectory;
     QString commonDirectory;
 };
@@ -277,7 +289,8 @@ QString projectName(const QString &path, const QString &fallback)
 
 bool isAsciiLetter(QChar c)
 {
-    return (c >= QLatin1Char('a') && c <= QLatin1Char('z')) || (c >= QLatin1Char('A') && c <= QLatin1Char('Z'));
+    return (c >= QLatin1Char('a') && c <= QLatin1Char('z')) ||
+           (c >= QLatin1Char('A') && c <= QLatin1Char('Z'));
 }
 
 bool isAsciiDigit(QChar c)
@@ -289,8 +302,7 @@ bool isAsciiDigit(QChar c)
 bool hasInvalidUrlCharacter(const QString &value)
 {
     for (QChar c : value) {
-        if (c.unicode() <= 0x20 || c.unicode() >= 0x7f
-            || QStringView(u"\"<>\\^`{|}").contains(c))
+        if (c.unicode() <= 0x20 || c.unicode() >= 0x7f || QStringView(u"\"<>\\^`{|}").contains(c))
             return true;
     }
     return false;
@@ -305,16 +317,17 @@ QString withLowerCaseHost(const QString &value)
         return value;
     for (qsizetype i = 1; i < schemeEnd; ++i) {
         const QChar c = value[i];
-        if (!isAsciiLetter(c) && !isAsciiDigit(c) && c != QLatin1Char('+') && c != QLatin1Char('-')
-            && c != QLatin1Char('.'))
+        if (!isAsciiLetter(c) && !isAsciiDigit(c) && c != QLatin1Char('+') &&
+            c != QLatin1Char('-') && c != QLatin1Char('.'))
             return value;
     }
     const qsizetype authorityStart = schemeEnd + 3;
     qsizetype authorityEnd = authorityStart;
-    while (authorityEnd < value.size() && value[authorityEnd] != QLatin1Char('/')
-           && value[authorityEnd] != QLatin1Char('?') && value[authorityEnd] != QLatin1Char('#'))
+    while (authorityEnd < value.size() && value[authorityEnd] != QLatin1Char('/') &&
+           value[authorityEnd] != QLatin1Char('?') && value[authorityEnd] != QLatin1Char('#'))
         ++authorityEnd;
-    const QStringView authority = QStringView(value).mid(authorityStart, authorityEnd - authorityStart);
+    const QStringView authority =
+        QStringView(value).mid(authorityStart, authorityEnd - authorityStart);
     const qsizetype hostStart = authorityStart + authority.lastIndexOf(QLatin1Char('@')) + 1;
     const QStringView hostAndPort = QStringView(value).mid(hostStart, authorityEnd - hostStart);
     qsizetype hostLength = hostAndPort.size();
@@ -341,8 +354,9 @@ QString normalizedPath(const QString &path, const QString &homeDir)
     if (trimmed.isEmpty())
         return {};
     const QString expanded = expandTilde(trimmed, homeDir);
-    const QString absolute =
-        expanded.startsWith(QLatin1Char('/')) ? expanded : QDir::current().absoluteFilePath(expanded);
+    const QString absolute = expanded.startsWith(QLatin1Char('/'))
+                                 ? expanded
+                                 : QDir::current().absoluteFilePath(expanded);
     return standardizedResolved(absolute);
 }
 
@@ -483,9 +497,9 @@ QString configValue(QStringView raw)
             keptLength = value.size();
         } else if (c == QLatin1Char('\\') && i + 1 < raw.size()) {
             const QChar next = raw[++i];
-            value.append(next == QLatin1Char('t') ? QChar(QLatin1Char('\t'))
-                             : next == QLatin1Char('n') ? QChar(QLatin1Char('\n'))
-                                                        : next);
+            value.append(next == QLatin1Char('t')   ? QChar(QLatin1Char('\t'))
+                         : next == QLatin1Char('n') ? QChar(QLatin1Char('\n'))
+                                                    : next);
             keptLength = value.size();
         } else if (!quoted && (c == QLatin1Char('#') || c == QLatin1Char(';'))) {
             break;
@@ -519,7 +533,8 @@ QStringList parseGitmodulesPaths(const QByteArray &contents)
     bool inSubmoduleSection = false;
     for (QStringView line : QStringView(text).split(QLatin1Char('\n'))) {
         line = line.trimmed();
-        if (line.isEmpty() || line.startsWith(QLatin1Char('#')) || line.startsWith(QLatin1Char(';')))
+        if (line.isEmpty() || line.startsWith(QLatin1Char('#')) ||
+            line.startsWith(QLatin1Char(';')))
             continue;
         if (line.startsWith(QLatin1Char('['))) {
             const qsizetype close = line.indexOf(QLatin1Char(']'));

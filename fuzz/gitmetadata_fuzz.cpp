@@ -11,7 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QByteArray bytes(reinterpret_cast<const char *>(data), qsizetype(size));
 
     if (const auto gitdir = taskrack::parseGitdirFile(bytes)) {
-        if (gitdir->isEmpty() || gitdir->trimmed() != *gitdir || gitdir->contains(QLatin1Char('\n')))
+        if (gitdir->isEmpty() || gitdir->trimmed() != *gitdir ||
+            gitdir->contains(QLatin1Char('\n')))
             std::abort();
     }
     if (const auto commondir = taskrack::parseCommondirFile(bytes)) {
