@@ -290,17 +290,13 @@ QList<RackProjectGroup> frozenProjectGroups(const QList<RackProjectGroup> &old,
         return *found;
     };
 
-    // Every current thread belongs to the fresh group that holds one of its aliases; a thread
-    // that moved to another project leaves the frozen list of its old one.
-    std::vector<QHash<QString, RackThread>> membersByGroup(size_t(fresh.size()));
-    for (auto it = current.constBegin(); it != current.constEnd(); ++it) {
-        std::optional<qsizetype> group = lookup(it->projectIdentity.id);
-        for (auto alias = it->projectIdentity.aliases.constBegin();
-             !group && alias != it->projectIdentity.aliases.constEnd(); ++alias)
+    auto groupOf = [&](const RackProjectIdentity &identity) {
+        std::optional<qsizetype> group = lookup(identity.id);
+        for (auto alias = identity.aliases.constBegin();
+             !group && alias != identity.aliases.constEnd(); ++alias)
             group = lookup(*alias);
-        if (group)
-            membersByGroup[size_t(*group)].insert(it.key(), *it);
-    }
+        return group;
+    };
 
     // Which fresh group each group on screen continues: its id first, else the earliest fresh
     // group among its aliases, so that the answer does not depend on hash order.
@@ -329,9 +325,18 @@ QList<RackProjectGroup> frozenProjectGroups(const QList<RackProjectGroup> &old,
         if (match < 0 || placed[size_t(match)])
             continue;
         placed[size_t(match)] = true;
+        // Only the cards on screen are looked up: each keeps its place when it still belongs
+        // here, and a thread that moved to another project leaves.
+        const QList<RackThread> &onScreen = frozenThreads[size_t(match)];
+        QHash<QString, RackThread> stillMembers;
+        stillMembers.reserve(onScreen.size());
+        for (const RackThread &shown : onScreen) {
+            auto now = current.constFind(shown.id);
+            if (now != current.constEnd() && groupOf(now->projectIdentity) == match)
+                stillMembers.insert(shown.id, *now);
+        }
         RackProjectGroup group = fresh[match];
-        group.threads =
-            frozenMerge(frozenThreads[size_t(match)], group.threads, membersByGroup[size_t(match)]);
+        group.threads = frozenMerge(onScreen, group.threads, stillMembers);
         result.append(std::move(group));
     }
     for (qsizetype i = 0; i < fresh.size(); ++i) {
