@@ -63,8 +63,10 @@ QCoro::Task<bool> waitForExit(QPointer<QProcess> process, std::chrono::milliseco
     QTimer timer;
     timer.setSingleShot(true);
     QObject::connect(&timer, &QTimer::timeout, [exited] { exited->succeed(false); });
-    QObject::connect(process.data(), &QProcess::finished, &timer, [exited] { exited->succeed(true); });
-    QObject::connect(process.data(), &QObject::destroyed, &timer, [exited] { exited->succeed(true); });
+    QObject::connect(process.data(), &QProcess::finished, &timer,
+                     [exited] { exited->succeed(true); });
+    QObject::connect(process.data(), &QObject::destroyed, &timer,
+                     [exited] { exited->succeed(true); });
     timer.start(timeout);
     co_return co_await exited->wait();
 }
@@ -89,15 +91,16 @@ QCoro::Task<void> retireInBackground(QPointer<QProcess> process, std::shared_ptr
     done->succeed({});
 }
 
-QJsonObject initializeParams()
+QJsonObject initializeParams(const QString &version)
 {
     return QJsonObject{
         {QStringLiteral("clientInfo"),
          QJsonObject{{QStringLiteral("name"), QStringLiteral("taskrack")},
                      {QStringLiteral("title"), QStringLiteral("Taskrack")},
-                     {QStringLiteral("version"), QStringLiteral("0.2.1")}}},
+                     {QStringLiteral("version"), version}}},
         {QStringLiteral("capabilities"),
-         QJsonObject{{QStringLiteral("experimentalApi"), false}, {QStringLiteral("explicitGatewayOauth"), true}}},
+         QJsonObject{{QStringLiteral("experimentalApi"), false},
+                     {QStringLiteral("explicitGatewayOauth"), true}}},
     };
 }
 
@@ -109,7 +112,8 @@ QJsonObject threadListParams(int limit, const std::optional<QString> &cursor)
         {QStringLiteral("sortDirection"), QStringLiteral("desc")},
         {QStringLiteral("sortKey"), QStringLiteral("recency_at")},
         {QStringLiteral("sourceKinds"),
-         QJsonArray{QStringLiteral("cli"), QStringLiteral("vscode"), QStringLiteral("exec"), QStringLiteral("appServer")}},
+         QJsonArray{QStringLiteral("cli"), QStringLiteral("vscode"), QStringLiteral("exec"),
+                    QStringLiteral("appServer")}},
         {QStringLiteral("useStateDbOnly"), true},
     };
     if (cursor)
@@ -126,7 +130,8 @@ QJsonObject objectResult(const QJsonValue &result)
 
 } // namespace
 
-struct CodexAppServerClient::Connection {
+struct CodexAppServerClient::Connection
+{
     explicit Connection(qsizetype maximumFrameBytes) : framer(maximumFrameBytes) {}
 
     quint64 identifier = 0;
@@ -225,7 +230,8 @@ QCoro::Task<void> CodexAppServerClient::ensureConnected(std::stop_token stop)
     throwIfCancelled(stop);
 }
 
-QCoro::Task<void> CodexAppServerClient::runConnect(std::shared_ptr<Signal> done, std::stop_token stop)
+QCoro::Task<void> CodexAppServerClient::runConnect(std::shared_ptr<Signal> done,
+                                                   std::stop_token stop)
 {
     QPointer<CodexAppServerClient> self(this);
     std::exception_ptr error;
@@ -289,7 +295,9 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
     qCInfo(lcAppServer, "app-server initialize sent at %lldms", qint64(sinceSpawn.elapsed()));
     std::exception_ptr error;
     try {
-        co_await sendRequest(QStringLiteral("initialize"), initializeParams(), m_options.initializationTimeout, {});
+        co_await sendRequest(QStringLiteral("initialize"),
+                             initializeParams(m_options.clientVersion),
+                             m_options.initializationTimeout, {});
     } catch (...) {
         error = std::current_exception();
     }
@@ -300,7 +308,8 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
     if (!error && !currentConnection(identifier))
         error = disconnectedError();
     if (error) {
-        qCWarning(lcAppServer, "app-server initialize failed after %lldms [category: %s]: <private>",
+        qCWarning(lcAppServer,
+                  "app-server initialize failed after %lldms [category: %s]: <private>",
                   qint64(sinceSpawn.elapsed()), qPrintable(codexAppServerErrorCategory(error)));
         if (currentConnection(identifier))
             tearDown(error);
@@ -318,17 +327,19 @@ void CodexAppServerClient::cancelConnecting()
 
 // --- requests -----------------------------------------------------------------------------
 
-QCoro::Task<QJsonValue> CodexAppServerClient::performRequest(QString method, QJsonObject params,
-                                                             std::optional<std::chrono::milliseconds> timeout,
-                                                             std::stop_token stop)
+QCoro::Task<QJsonValue>
+CodexAppServerClient::performRequest(QString method, QJsonObject params,
+                                     std::optional<std::chrono::milliseconds> timeout,
+                                     std::stop_token stop)
 {
     co_await ensureConnected(stop);
-    co_return co_await sendRequest(std::move(method), std::move(params), timeout.value_or(m_options.requestTimeout),
-                                   std::move(stop));
+    co_return co_await sendRequest(std::move(method), std::move(params),
+                                   timeout.value_or(m_options.requestTimeout), std::move(stop));
 }
 
 QCoro::Task<QJsonValue> CodexAppServerClient::sendRequest(QString method, QJsonObject params,
-                                                          std::chrono::milliseconds timeout, std::stop_token stop)
+                                                          std::chrono::milliseconds timeout,
+                                                          std::stop_token stop)
 {
     QPointer<CodexAppServerClient> self(this);
     throwIfCancelled(stop);
@@ -340,7 +351,8 @@ QCoro::Task<QJsonValue> CodexAppServerClient::sendRequest(QString method, QJsonO
     auto completion = CodexCompletion<QJsonValue>::create();
     m_pendingRequests.emplace(identifier, PendingRequest{method, completion});
     // A cancelled caller gives up only its own request; stop may come from any thread.
-    std::stop_callback onStop(stop, [completion] { completion->fail(std::make_exception_ptr(OperationCancelled())); });
+    std::stop_callback onStop(
+        stop, [completion] { completion->fail(std::make_exception_ptr(OperationCancelled())); });
     try {
         // The real server rejects a request without "params", so it is always sent.
         writeFrame(QJsonObject{{QStringLiteral("id"), identifier},
@@ -368,7 +380,8 @@ QCoro::Task<QJsonValue> CodexAppServerClient::sendRequest(QString method, QJsonO
     co_return result;
 }
 
-QCoro::Task<void> CodexAppServerClient::watchDeadline(qint64 requestId, std::chrono::milliseconds timeout)
+QCoro::Task<void> CodexAppServerClient::watchDeadline(qint64 requestId,
+                                                      std::chrono::milliseconds timeout)
 {
     QPointer<CodexAppServerClient> self(this);
     co_await clock().sleep(timeout);
@@ -429,7 +442,8 @@ void CodexAppServerClient::onReadable(quint64 identifier, QProcess *process)
     if (qsizetype(connection->chunks.size()) >= m_options.readerQueueCapacity) {
         // The reader fell too far behind: stop reading rather than buffer without bound.
         connection->readingStopped = true;
-        failConnection(CodexAppServerError::resourceLimitExceeded(CodexAppServerError::ResourceLimit::inputQueue),
+        failConnection(CodexAppServerError::resourceLimitExceeded(
+                           CodexAppServerError::ResourceLimit::inputQueue),
                        identifier);
         return;
     }
@@ -475,7 +489,8 @@ QCoro::Task<void> CodexAppServerClient::runReader(quint64 identifier)
         connection->chunks.pop_front();
         if (!connection->receivedFirstChunk) {
             connection->receivedFirstChunk = true;
-            qCInfo(lcAppServer, "app-server reader received its first chunk (%lld bytes)", qint64(chunk.size()));
+            qCInfo(lcAppServer, "app-server reader received its first chunk (%lld bytes)",
+                   qint64(chunk.size()));
         }
         if (delay.count() > 0) {
             co_await readerClock->sleep(delay);
@@ -528,8 +543,9 @@ void CodexAppServerClient::handleLine(const QByteArray &line)
                 {QStringLiteral("id"), message.requestId},
                 {QStringLiteral("error"),
                  QJsonObject{{QStringLiteral("code"), -32601},
-                             {QStringLiteral("message"), QStringLiteral("Taskrack does not support server request ")
-                                                             + message.method + QStringLiteral(".")}}},
+                             {QStringLiteral("message"),
+                              QStringLiteral("Taskrack does not support server request ") +
+                                  message.method + QStringLiteral(".")}}},
             });
         } catch (const CodexAppServerError &) {
             // The connection's own failure handling deals with a broken pipe.
@@ -543,8 +559,10 @@ void CodexAppServerClient::handleNotification(const QString &method, const QJson
     if (method == QLatin1String("thread/status/changed")) {
         if (const std::optional<CodexStatusUpdate> update = decodeCodexStatusUpdate(params))
             storeAndPublish(*update);
-    } else if (method == QLatin1String("thread/started") || method == QLatin1String("thread/archived")
-               || method == QLatin1String("thread/unarchived") || method == QLatin1String("thread/deleted")) {
+    } else if (method == QLatin1String("thread/started") ||
+               method == QLatin1String("thread/archived") ||
+               method == QLatin1String("thread/unarchived") ||
+               method == QLatin1String("thread/deleted")) {
         m_invalidations->send({});
     } else if (method == QLatin1String("turn/started")) {
         if (const std::optional<CodexStatusUpdate> update = decodeCodexTurnStarted(params)) {
@@ -574,7 +592,8 @@ void CodexAppServerClient::failConnection(const CodexAppServerError &error, quin
     if (error.kind() == CodexAppServerError::Kind::disconnected)
         qCInfo(lcAppServer, "app-server connection ended");
     else
-        qCWarning(lcAppServer, "app-server connection failed [category: %s]", qPrintable(error.category()));
+        qCWarning(lcAppServer, "app-server connection failed [category: %s]",
+                  qPrintable(error.category()));
     tearDown(std::make_exception_ptr(error));
 }
 
@@ -701,8 +720,8 @@ QCoro::Task<QList<RackThread>> CodexAppServerClient::listThreads(int limit, std:
     QHash<QString, std::pair<RackProjectIdentity, RackCheckoutMetadata>> workspaces;
     while (true) {
         const int pageLimit = std::min(limit - int(threads.size()), threadPageLimit);
-        const QJsonValue result = co_await performRequest(QStringLiteral("thread/list"),
-                                                          threadListParams(pageLimit, cursor), {}, stop);
+        const QJsonValue result = co_await performRequest(
+            QStringLiteral("thread/list"), threadListParams(pageLimit, cursor), {}, stop);
         const std::optional<CodexThreadListResponse> page = decodeCodexThreadListResponse(result);
         if (!page)
             throw CodexAppServerError::malformedMessage();
@@ -710,17 +729,21 @@ QCoro::Task<QList<RackThread>> CodexAppServerClient::listThreads(int limit, std:
             if (payload.parentThreadId || seenThreads.contains(payload.id))
                 continue;
             seenThreads.insert(payload.id);
-            const std::optional<QString> origin = payload.gitInfo ? payload.gitInfo->originUrl : std::nullopt;
-            const QString workspaceKey = payload.cwd + QLatin1Char('\n') + origin.value_or(QString());
+            const std::optional<QString> origin =
+                payload.gitInfo ? payload.gitInfo->originUrl : std::nullopt;
+            const QString workspaceKey =
+                payload.cwd + QLatin1Char('\n') + origin.value_or(QString());
             auto workspace = workspaces.find(workspaceKey);
             if (workspace == workspaces.end())
                 workspace = workspaces.insert(
-                    workspaceKey, {makeProjectIdentity(payload.cwd, origin, m_options.homeDirectory),
-                                   probeCheckout({payload.cwd})});
+                    workspaceKey,
+                    {makeProjectIdentity(payload.cwd, origin, m_options.homeDirectory),
+                     probeCheckout({payload.cwd})});
             RackThread thread = mapCodexThreadPayload(payload, workspace->first, workspace->second);
             const auto override = m_statusOverrides.constFind(payload.id);
             if (override != m_statusOverrides.constEnd()) {
-                if (std::optional<RackThread> overridden = applyCodexStatusOverride(thread, *override))
+                if (std::optional<RackThread> overridden =
+                        applyCodexStatusOverride(thread, *override))
                     thread = std::move(*overridden);
                 else
                     m_statusOverrides.remove(payload.id); // older than what the list says: stale
@@ -730,8 +753,8 @@ QCoro::Task<QList<RackThread>> CodexAppServerClient::listThreads(int limit, std:
                 break;
         }
         // A server that repeats a cursor ends the listing rather than looping.
-        if (!page->nextCursor || seenCursors.contains(*page->nextCursor) || threads.size() >= limit
-            || seenCursors.size() >= maximumCursors)
+        if (!page->nextCursor || seenCursors.contains(*page->nextCursor) ||
+            threads.size() >= limit || seenCursors.size() >= maximumCursors)
             break;
         seenCursors.insert(*page->nextCursor);
         cursor = page->nextCursor;
@@ -745,17 +768,20 @@ QCoro::Task<QJsonArray> CodexAppServerClient::listModels(std::stop_token stop)
     QSet<QString> seenCursors;
     std::optional<QString> cursor;
     while (true) {
-        QJsonObject params{{QStringLiteral("limit"), modelPageLimit}, {QStringLiteral("includeHidden"), false}};
+        QJsonObject params{{QStringLiteral("limit"), modelPageLimit},
+                           {QStringLiteral("includeHidden"), false}};
         if (cursor)
             params.insert(QStringLiteral("cursor"), *cursor);
-        const QJsonObject page = objectResult(co_await performRequest(QStringLiteral("model/list"), params, {}, stop));
+        const QJsonObject page =
+            objectResult(co_await performRequest(QStringLiteral("model/list"), params, {}, stop));
         const QJsonValue data = page.value(QLatin1String("data"));
         const QJsonValue next = page.value(QLatin1String("nextCursor"));
         if (!data.isArray() || !(next.isString() || next.isNull() || next.isUndefined()))
             throw CodexAppServerError::malformedMessage();
         for (const QJsonValue &model : data.toArray())
             models.append(model);
-        if (!next.isString() || seenCursors.contains(next.toString()) || seenCursors.size() >= maximumCursors)
+        if (!next.isString() || seenCursors.contains(next.toString()) ||
+            seenCursors.size() >= maximumCursors)
             break;
         seenCursors.insert(next.toString());
         cursor = next.toString();
@@ -769,21 +795,24 @@ QCoro::Task<QJsonObject> CodexAppServerClient::startThread(QString cwd, QString 
 {
     QJsonObject params{{QStringLiteral("cwd"), cwd}, {QStringLiteral("model"), model}};
     if (reasoningEffort)
-        params.insert(QStringLiteral("config"), QJsonObject{{QStringLiteral("model_reasoning_effort"), *reasoningEffort}});
-    co_return objectResult(
-        co_await performRequest(QStringLiteral("thread/start"), params, m_options.quickTaskTimeout, std::move(stop)));
+        params.insert(QStringLiteral("config"),
+                      QJsonObject{{QStringLiteral("model_reasoning_effort"), *reasoningEffort}});
+    co_return objectResult(co_await performRequest(QStringLiteral("thread/start"), params,
+                                                   m_options.quickTaskTimeout, std::move(stop)));
 }
 
-QCoro::Task<QJsonObject> CodexAppServerClient::setThreadGoal(QString threadId, QString objective, std::stop_token stop)
+QCoro::Task<QJsonObject> CodexAppServerClient::setThreadGoal(QString threadId, QString objective,
+                                                             std::stop_token stop)
 {
     const QJsonObject params{{QStringLiteral("threadId"), threadId},
                              {QStringLiteral("objective"), objective},
                              {QStringLiteral("status"), QStringLiteral("paused")}};
-    co_return objectResult(
-        co_await performRequest(QStringLiteral("thread/goal/set"), params, m_options.quickTaskTimeout, std::move(stop)));
+    co_return objectResult(co_await performRequest(QStringLiteral("thread/goal/set"), params,
+                                                   m_options.quickTaskTimeout, std::move(stop)));
 }
 
-QCoro::Task<QJsonObject> CodexAppServerClient::clearThreadGoal(QString threadId, std::stop_token stop)
+QCoro::Task<QJsonObject> CodexAppServerClient::clearThreadGoal(QString threadId,
+                                                               std::stop_token stop)
 {
     const QJsonObject params{{QStringLiteral("threadId"), threadId}};
     co_return objectResult(co_await performRequest(QStringLiteral("thread/goal/clear"), params,
@@ -793,8 +822,8 @@ QCoro::Task<QJsonObject> CodexAppServerClient::clearThreadGoal(QString threadId,
 QCoro::Task<QJsonObject> CodexAppServerClient::deleteThread(QString threadId, std::stop_token stop)
 {
     const QJsonObject params{{QStringLiteral("threadId"), threadId}};
-    co_return objectResult(
-        co_await performRequest(QStringLiteral("thread/delete"), params, m_options.quickTaskTimeout, std::move(stop)));
+    co_return objectResult(co_await performRequest(QStringLiteral("thread/delete"), params,
+                                                   m_options.quickTaskTimeout, std::move(stop)));
 }
 
 } // namespace taskrack

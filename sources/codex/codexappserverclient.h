@@ -35,11 +35,11 @@ class QProcess;
 namespace taskrack {
 
 namespace detail {
-template<typename T>
-class CodexCompletion;
+template <typename T> class CodexCompletion;
 }
 
-struct CodexAppServerOptions {
+struct CodexAppServerOptions
+{
     CodexBinaryLocator binaryLocator = CodexBinaryLocator::standard();
     std::chrono::milliseconds requestTimeout{5000};
     std::chrono::milliseconds initializationTimeout{15000};
@@ -54,6 +54,8 @@ struct CodexAppServerOptions {
     Clock *clock = nullptr;
     // Where project identities look for the user's home; empty means the real one.
     QString homeDirectory;
+    // What the server records as the client's version (it shows in its user agent).
+    QString clientVersion = QStringLiteral("0.2.1");
 };
 
 class CodexAppServerClient : public QObject
@@ -79,9 +81,11 @@ public:
     QCoro::Task<QJsonArray> listModels(std::stop_token stop = {});
 
     // Staging of a Quick Task; each answers the raw result object.
-    QCoro::Task<QJsonObject> startThread(QString cwd, QString model, std::optional<QString> reasoningEffort,
+    QCoro::Task<QJsonObject> startThread(QString cwd, QString model,
+                                         std::optional<QString> reasoningEffort,
                                          std::stop_token stop = {});
-    QCoro::Task<QJsonObject> setThreadGoal(QString threadId, QString objective, std::stop_token stop = {});
+    QCoro::Task<QJsonObject> setThreadGoal(QString threadId, QString objective,
+                                           std::stop_token stop = {});
     QCoro::Task<QJsonObject> clearThreadGoal(QString threadId, std::stop_token stop = {});
     QCoro::Task<QJsonObject> deleteThread(QString threadId, std::stop_token stop = {});
 
@@ -116,7 +120,8 @@ public:
 
 private:
     struct Connection;
-    struct PendingRequest {
+    struct PendingRequest
+    {
         QString method;
         std::shared_ptr<detail::CodexCompletion<QJsonValue>> completion;
     };
@@ -128,8 +133,8 @@ private:
     QCoro::Task<void> runConnect(std::shared_ptr<detail::CodexCompletion<std::monostate>> done,
                                  std::stop_token stop);
     QCoro::Task<void> connectOnce(std::stop_token stop);
-    QCoro::Task<QJsonValue> sendRequest(QString method, QJsonObject params, std::chrono::milliseconds timeout,
-                                        std::stop_token stop);
+    QCoro::Task<QJsonValue> sendRequest(QString method, QJsonObject params,
+                                        std::chrono::milliseconds timeout, std::stop_token stop);
     QCoro::Task<void> watchDeadline(qint64 requestId, std::chrono::milliseconds timeout);
     void completeRequest(qint64 requestId, const QJsonValue &result);
     void failRequest(qint64 requestId, std::exception_ptr error);

@@ -15,7 +15,7 @@
 
 namespace taskrack::detail {
 
-template<typename T>
+template <typename T>
 class CodexCompletion : public std::enable_shared_from_this<CodexCompletion<T>>
 {
 public:
@@ -59,7 +59,8 @@ public:
     Awaiter wait() { return Awaiter(this->shared_from_this()); }
 
 private:
-    struct Waiter {
+    struct Waiter
+    {
         std::coroutine_handle<> handle;
         QObject *anchor;
     };

@@ -4,8 +4,8 @@ namespace taskrack {
 
 CodexAppServerError::CodexAppServerError(Kind kind, QString description, QString detail,
                                          ResourceLimit limit, qint64 code)
-    : TaskrackError(std::move(description)), m_kind(kind), m_detail(std::move(detail)), m_limit(limit),
-      m_code(code)
+    : TaskrackError(std::move(description)), m_kind(kind), m_detail(std::move(detail)),
+      m_limit(limit), m_code(code)
 {
 }
 
@@ -16,14 +16,18 @@ CodexAppServerError CodexAppServerError::launchFailed(const QString &text)
 
 CodexAppServerError CodexAppServerError::timedOut(const QString &method)
 {
-    return {Kind::timedOut, QStringLiteral("Codex app-server did not answer ") + method + QStringLiteral(" in time."),
+    return {Kind::timedOut,
+            QStringLiteral("Codex app-server did not answer ") + method +
+                QStringLiteral(" in time."),
             method};
 }
 
 CodexAppServerError CodexAppServerError::resourceLimitExceeded(ResourceLimit limit)
 {
     return {Kind::resourceLimitExceeded,
-            QStringLiteral("Codex app-server sent more data than Taskrack can safely process."), {}, limit};
+            QStringLiteral("Codex app-server sent more data than Taskrack can safely process."),
+            {},
+            limit};
 }
 
 CodexAppServerError CodexAppServerError::remote(qint64 code, const QString &message)
@@ -34,12 +38,14 @@ CodexAppServerError CodexAppServerError::remote(qint64 code, const QString &mess
 
 CodexAppServerError CodexAppServerError::transport(const QString &text)
 {
-    return {Kind::transport, QStringLiteral("Codex app-server communication failed: ") + text, text};
+    return {Kind::transport, QStringLiteral("Codex app-server communication failed: ") + text,
+            text};
 }
 
 CodexAppServerError CodexAppServerError::binaryNotFound()
 {
-    return {Kind::binaryNotFound, QStringLiteral("The Codex command-line tool could not be found.")};
+    return {Kind::binaryNotFound,
+            QStringLiteral("The Codex command-line tool could not be found.")};
 }
 
 CodexAppServerError CodexAppServerError::disconnected()
@@ -49,7 +55,8 @@ CodexAppServerError CodexAppServerError::disconnected()
 
 CodexAppServerError CodexAppServerError::malformedMessage()
 {
-    return {Kind::malformedMessage, QStringLiteral("Codex app-server returned an unreadable response.")};
+    return {Kind::malformedMessage,
+            QStringLiteral("Codex app-server returned an unreadable response.")};
 }
 
 QString CodexAppServerError::category() const

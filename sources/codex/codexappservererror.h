@@ -47,8 +47,8 @@ public:
 
     bool operator==(const CodexAppServerError &other) const
     {
-        return m_kind == other.m_kind && m_limit == other.m_limit && m_code == other.m_code
-            && m_detail == other.m_detail;
+        return m_kind == other.m_kind && m_limit == other.m_limit && m_code == other.m_code &&
+               m_detail == other.m_detail;
     }
 
 private:

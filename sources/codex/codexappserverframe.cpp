@@ -80,8 +80,9 @@ CodexAppServerError remoteError(const QJsonObject &error)
 {
     const std::optional<qint64> code = codexIntegralValue(error.value(QLatin1String("code")));
     const QJsonValue message = error.value(QLatin1String("message"));
-    return CodexAppServerError::remote(code.value_or(-1),
-                                       message.isString() ? message.toString() : QStringLiteral("Unknown error"));
+    return CodexAppServerError::remote(code.value_or(-1), message.isString()
+                                                              ? message.toString()
+                                                              : QStringLiteral("Unknown error"));
 }
 
 } // namespace

@@ -42,7 +42,8 @@ private:
 };
 
 // One decoded line. Unknown keys are ignored everywhere.
-struct CodexAppServerMessage {
+struct CodexAppServerMessage
+{
     enum class Kind { empty, response, notification, serverRequest };
 
     Kind kind = Kind::empty;

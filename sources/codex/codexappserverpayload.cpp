@@ -48,19 +48,20 @@ std::optional<CodexThreadPayload> decodePayload(const QJsonValue &value)
     const QJsonObject object = value.toObject();
     CodexThreadPayload payload;
     std::optional<qint64> updatedAt;
-    if (!readString(object, QLatin1String("id"), payload.id)
-        || !readOptionalString(object, QLatin1String("name"), payload.name)
-        || !readString(object, QLatin1String("preview"), payload.preview)
-        || !readString(object, QLatin1String("cwd"), payload.cwd)
-        || !readOptionalInteger(object, QLatin1String("updatedAt"), updatedAt) || !updatedAt
-        || !readOptionalInteger(object, QLatin1String("recencyAt"), payload.recencyAt)
-        || !readOptionalString(object, QLatin1String("parentThreadId"), payload.parentThreadId))
+    if (!readString(object, QLatin1String("id"), payload.id) ||
+        !readOptionalString(object, QLatin1String("name"), payload.name) ||
+        !readString(object, QLatin1String("preview"), payload.preview) ||
+        !readString(object, QLatin1String("cwd"), payload.cwd) ||
+        !readOptionalInteger(object, QLatin1String("updatedAt"), updatedAt) || !updatedAt ||
+        !readOptionalInteger(object, QLatin1String("recencyAt"), payload.recencyAt) ||
+        !readOptionalString(object, QLatin1String("parentThreadId"), payload.parentThreadId))
         return std::nullopt;
     payload.updatedAt = *updatedAt;
     if (!object.contains(QLatin1String("source")))
         return std::nullopt;
     payload.source = object.value(QLatin1String("source"));
-    std::optional<CodexThreadStatus> status = decodeCodexThreadStatus(object.value(QLatin1String("status")));
+    std::optional<CodexThreadStatus> status =
+        decodeCodexThreadStatus(object.value(QLatin1String("status")));
     if (!status)
         return std::nullopt;
     payload.status = *status;
@@ -152,7 +153,8 @@ QString codexThreadSourceLabel(const QJsonValue &source)
     return QStringLiteral("Codex");
 }
 
-RackThread mapCodexThreadPayload(const CodexThreadPayload &payload, RackProjectIdentity projectIdentity,
+RackThread mapCodexThreadPayload(const CodexThreadPayload &payload,
+                                 RackProjectIdentity projectIdentity,
                                  RackCheckoutMetadata checkoutMetadata)
 {
     RackThread thread;
@@ -164,15 +166,17 @@ RackThread mapCodexThreadPayload(const CodexThreadPayload &payload, RackProjectI
     thread.workspacePath = payload.cwd;
     thread.projectIdentity = std::move(projectIdentity);
     thread.updatedAt = fromSeconds(payload.updatedAt);
-    thread.recencyAt = payload.recencyAt && *payload.recencyAt >= 1 ? fromSeconds(*payload.recencyAt)
-                                                                    : thread.updatedAt;
+    thread.recencyAt = payload.recencyAt && *payload.recencyAt >= 1
+                           ? fromSeconds(*payload.recencyAt)
+                           : thread.updatedAt;
     thread.status = rackStatus(payload.status);
     thread.source = codexThreadSourceLabel(payload.source);
     thread.checkoutMetadata = std::move(checkoutMetadata);
     return thread;
 }
 
-std::optional<RackThread> applyCodexStatusOverride(const RackThread &thread, const CodexStatusUpdate &override)
+std::optional<RackThread> applyCodexStatusOverride(const RackThread &thread,
+                                                   const CodexStatusUpdate &override)
 {
     if (override.updatedAt && *override.updatedAt < thread.updatedAt)
         return std::nullopt;
@@ -207,10 +211,12 @@ std::optional<CodexStatusUpdate> decodeCodexTurnStarted(const QJsonValue &params
     const auto decoded = turnParams(params);
     if (!decoded)
         return std::nullopt;
-    CodexStatusUpdate update{decoded->first, CodexThreadStatus{QStringLiteral("active"), std::nullopt},
+    CodexStatusUpdate update{decoded->first,
+                             CodexThreadStatus{QStringLiteral("active"), std::nullopt},
                              std::nullopt, std::nullopt};
     // Only whole seconds count as a start time; anything else leaves the moment unknown.
-    if (const std::optional<qint64> startedAt = codexIntegralValue(decoded->second.value(QLatin1String("startedAt")))) {
+    if (const std::optional<qint64> startedAt =
+            codexIntegralValue(decoded->second.value(QLatin1String("startedAt")))) {
         update.updatedAt = fromSeconds(*startedAt);
         update.recencyAt = update.updatedAt;
     }
@@ -225,8 +231,8 @@ std::optional<CodexStatusUpdate> decodeCodexTurnCompleted(const QJsonValue &para
     const QJsonValue status = decoded->second.value(QLatin1String("status"));
     if (!status.isString())
         return std::nullopt;
-    CodexStatusUpdate update{decoded->first, CodexThreadStatus{status.toString(), std::nullopt}, std::nullopt,
-                             std::nullopt};
+    CodexStatusUpdate update{decoded->first, CodexThreadStatus{status.toString(), std::nullopt},
+                             std::nullopt, std::nullopt};
     const QJsonValue completedAt = decoded->second.value(QLatin1String("completedAt"));
     if (!completedAt.isUndefined() && !completedAt.isNull()) {
         update.updatedAt = codexDateFromSeconds(completedAt);

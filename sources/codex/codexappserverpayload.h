@@ -11,13 +11,15 @@
 
 namespace taskrack {
 
-struct CodexGitInfo {
+struct CodexGitInfo
+{
     std::optional<QString> originUrl;
 
     bool operator==(const CodexGitInfo &) const = default;
 };
 
-struct CodexThreadPayload {
+struct CodexThreadPayload
+{
     QString id;
     std::optional<QString> name;
     QString preview;
@@ -32,7 +34,8 @@ struct CodexThreadPayload {
     bool operator==(const CodexThreadPayload &) const = default;
 };
 
-struct CodexThreadListResponse {
+struct CodexThreadListResponse
+{
     QList<CodexThreadPayload> data;
     std::optional<QString> nextCursor;
 
@@ -51,12 +54,14 @@ QString codexThreadTitle(const std::optional<QString> &name, const QString &prev
 QString codexThreadSourceLabel(const QJsonValue &source);
 
 // A listed thread as the rack shows it, before any live override.
-RackThread mapCodexThreadPayload(const CodexThreadPayload &payload, RackProjectIdentity projectIdentity,
+RackThread mapCodexThreadPayload(const CodexThreadPayload &payload,
+                                 RackProjectIdentity projectIdentity,
                                  RackCheckoutMetadata checkoutMetadata);
 
 // A live override over a listed thread. Nothing when the override is older than the thread,
 // which makes it stale.
-std::optional<RackThread> applyCodexStatusOverride(const RackThread &thread, const CodexStatusUpdate &override);
+std::optional<RackThread> applyCodexStatusOverride(const RackThread &thread,
+                                                   const CodexStatusUpdate &override);
 
 // "turn/started": the thread is working from the turn's start. Nothing when undecodable.
 std::optional<CodexStatusUpdate> decodeCodexTurnStarted(const QJsonValue &params);

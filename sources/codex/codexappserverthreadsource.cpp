@@ -14,7 +14,8 @@ QString CodexAppServerThreadSource::sourceName() const
     return QStringLiteral("CodexAppServerThreadSource");
 }
 
-QCoro::Task<ThreadCollection> CodexAppServerThreadSource::fetchThreads(int limit, std::stop_token stop)
+QCoro::Task<ThreadCollection> CodexAppServerThreadSource::fetchThreads(int limit,
+                                                                       std::stop_token stop)
 {
     if (m_isSuspended || m_isShutdown)
         throw OperationCancelled();
@@ -25,7 +26,8 @@ QCoro::Task<ThreadCollection> CodexAppServerThreadSource::fetchThreads(int limit
 
     const quint64 generation = m_lifecycleGeneration;
     const auto isStale = [&] {
-        return generation != m_lifecycleGeneration || m_isSuspended || m_isShutdown || stop.stop_requested();
+        return generation != m_lifecycleGeneration || m_isSuspended || m_isShutdown ||
+               stop.stop_requested();
     };
 
     QList<RackThread> threads;

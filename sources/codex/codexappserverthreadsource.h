@@ -23,7 +23,10 @@ public:
     QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override;
 
     ChannelPtr<CodexStatusUpdate> statusUpdates() const { return m_client->statusUpdates(); }
-    ChannelPtr<std::monostate> threadListInvalidations() const { return m_client->threadListInvalidations(); }
+    ChannelPtr<std::monostate> threadListInvalidations() const
+    {
+        return m_client->threadListInvalidations();
+    }
     CodexAppServerClient &client() const { return *m_client; }
 
     QCoro::Task<void> suspend();

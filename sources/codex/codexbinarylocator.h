@@ -9,7 +9,8 @@
 
 namespace taskrack {
 
-struct CodexBinaryLocator {
+struct CodexBinaryLocator
+{
     // Absolute paths, tried in order.
     QStringList candidates;
 

@@ -9,14 +9,14 @@ RackStatus rackStatus(const CodexThreadStatus &status)
 {
     const QString &type = status.type;
     if (type == QLatin1String("active")) {
-        if (status.activeFlags
-            && (status.activeFlags->contains(QLatin1String("waitingOnApproval"))
-                || status.activeFlags->contains(QLatin1String("waitingOnUserInput"))))
+        if (status.activeFlags &&
+            (status.activeFlags->contains(QLatin1String("waitingOnApproval")) ||
+             status.activeFlags->contains(QLatin1String("waitingOnUserInput"))))
             return RackStatus::requiresInput;
         return RackStatus::working;
     }
-    if (type == QLatin1String("systemError") || type == QLatin1String("failed")
-        || type == QLatin1String("interrupted"))
+    if (type == QLatin1String("systemError") || type == QLatin1String("failed") ||
+        type == QLatin1String("interrupted"))
         return RackStatus::error;
     if (type == QLatin1String("completed"))
         return RackStatus::completed;
@@ -88,12 +88,13 @@ std::optional<CodexStatusUpdate> decodeCodexStatusUpdate(const QJsonValue &param
     const QJsonValue threadId = object.value(QLatin1String("threadId"));
     if (!threadId.isString())
         return std::nullopt;
-    std::optional<CodexThreadStatus> status = decodeCodexThreadStatus(object.value(QLatin1String("status")));
+    std::optional<CodexThreadStatus> status =
+        decodeCodexThreadStatus(object.value(QLatin1String("status")));
     if (!status)
         return std::nullopt;
     CodexStatusUpdate update{threadId.toString(), *status, std::nullopt, std::nullopt};
-    if (!decodeOptionalDate(object, QLatin1String("updatedAt"), update.updatedAt)
-        || !decodeOptionalDate(object, QLatin1String("recencyAt"), update.recencyAt))
+    if (!decodeOptionalDate(object, QLatin1String("updatedAt"), update.updatedAt) ||
+        !decodeOptionalDate(object, QLatin1String("recencyAt"), update.recencyAt))
         return std::nullopt;
     return update;
 }

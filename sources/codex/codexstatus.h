@@ -12,7 +12,8 @@
 
 namespace taskrack {
 
-struct CodexThreadStatus {
+struct CodexThreadStatus
+{
     // "notLoaded", "idle", "systemError", "active" on the wire; turn outcomes ("completed",
     // "failed", "interrupted") are carried in the same field when a turn ends.
     QString type;
@@ -21,7 +22,8 @@ struct CodexThreadStatus {
     bool operator==(const CodexThreadStatus &) const = default;
 };
 
-struct CodexStatusUpdate {
+struct CodexStatusUpdate
+{
     QString threadId; // the provider's identifier, without the store's "codex:" prefix
     CodexThreadStatus status;
     std::optional<QDateTime> updatedAt;

@@ -25,8 +25,12 @@ using Kind = CodexAppServerError::Kind;
 
 QJsonObject thread(const QString &id, qint64 updatedAt, const QJsonObject &extra = {})
 {
-    QJsonObject object{{"id", id},       {"preview", "preview of " + id}, {"cwd", "/nonexistent/" + id},
-                       {"updatedAt", updatedAt}, {"source", "exec"},      {"status", QJsonObject{{"type", "notLoaded"}}}};
+    QJsonObject object{{"id", id},
+                       {"preview", "preview of " + id},
+                       {"cwd", "/nonexistent/" + id},
+                       {"updatedAt", updatedAt},
+                       {"source", "exec"},
+                       {"status", QJsonObject{{"type", "notLoaded"}}}};
     for (auto it = extra.begin(); it != extra.end(); ++it)
         object.insert(it.key(), it.value());
     return object;
@@ -45,8 +49,9 @@ QJsonObject notify(const QString &method, const QJsonObject &params)
 QString fakeServerPath()
 {
     const QString root = taskrack::testing::sourceDir();
-    return root.isEmpty() ? QFileInfo(QStringLiteral(__FILE__)).absolutePath() + "/codexappserver_fake.py"
-                          : root + "/sources/codex/tests/codexappserver_fake.py";
+    return root.isEmpty()
+               ? QFileInfo(QStringLiteral(__FILE__)).absolutePath() + "/codexappserver_fake.py"
+               : root + "/sources/codex/tests/codexappserver_fake.py";
 }
 
 // The system interpreter starts in a tenth of the time of a version-manager shim.
@@ -61,8 +66,7 @@ bool processGone(qint64 pid)
     return ::kill(pid_t(pid), 0) != 0 && errno == ESRCH;
 }
 
-template<typename T>
-CodexAppServerError failureOf(QCoro::Task<T> task)
+template <typename T> CodexAppServerError failureOf(QCoro::Task<T> task)
 {
     try {
         if constexpr (std::is_void_v<T>)
@@ -89,7 +93,8 @@ protected:
         source.reset();
         // Nothing the fake ever started may remain.
         for (qint64 pid : pids())
-            EXPECT_TRUE(waitUntil([&] { return processGone(pid); }, 5000)) << "pid " << pid << " left behind";
+            EXPECT_TRUE(waitUntil([&] { return processGone(pid); }, 5000))
+                << "pid " << pid << " left behind";
     }
 
     CodexAppServerClient::Options options(const QJsonObject &methods, const QStringList &flags = {})
@@ -101,9 +106,10 @@ protected:
         const QString wrapper = dir.filePath("codex");
         QFile file(wrapper);
         file.open(QIODevice::WriteOnly);
-        file.write(QStringLiteral("#!/bin/sh\nexec '%1' '%2' --script '%3' --log '%4' --pids '%5' %6 \"$@\"\n")
-                       .arg(python(), fakeServerPath(), script.fileName(), dir.filePath("log.jsonl"), dir.filePath("pids"),
-                            flags.join(' '))
+        file.write(QStringLiteral(
+                       "#!/bin/sh\nexec '%1' '%2' --script '%3' --log '%4' --pids '%5' %6 \"$@\"\n")
+                       .arg(python(), fakeServerPath(), script.fileName(),
+                            dir.filePath("log.jsonl"), dir.filePath("pids"), flags.join(' '))
                        .toUtf8());
         file.close();
         file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -160,12 +166,14 @@ protected:
 
 TEST_F(CodexAppServerClientTest, ListsPagesWithExactRequestsAndSkipsChildrenAndRepeats)
 {
-    start({{"thread/list",
-            QJsonArray{QJsonArray{page(QJsonArray{thread("a", 100),
-                                                  thread("child", 100, {{"parentThreadId", "a"}}),
-                                                  thread("a", 100)},
-                                       "c1")},
-                       QJsonArray{page(QJsonArray{thread("b", 90), thread("c", 80), thread("d", 70)}, "c2")}}}});
+    start(
+        {{"thread/list",
+          QJsonArray{QJsonArray{page(QJsonArray{thread("a", 100),
+                                                thread("child", 100, {{"parentThreadId", "a"}}),
+                                                thread("a", 100)},
+                                     "c1")},
+                     QJsonArray{page(QJsonArray{thread("b", 90), thread("c", 80), thread("d", 70)},
+                                     "c2")}}}});
 
     const QList<RackThread> threads = await(client->listThreads(3));
     QStringList ids;
@@ -175,9 +183,10 @@ TEST_F(CodexAppServerClientTest, ListsPagesWithExactRequestsAndSkipsChildrenAndR
 
     const QList<QJsonObject> messages = received();
     ASSERT_EQ(messages.size(), 3); // the limit ended the listing, not the cursor
-    EXPECT_EQ(QJsonDocument(messages[0]).toJson(QJsonDocument::Compact),
-              R"({"id":1,"method":"initialize","params":{"capabilities":{"experimentalApi":false,"explicitGatewayOauth":true},)"
-              R"("clientInfo":{"name":"taskrack","title":"Taskrack","version":"0.2.1"}}})");
+    EXPECT_EQ(
+        QJsonDocument(messages[0]).toJson(QJsonDocument::Compact),
+        R"({"id":1,"method":"initialize","params":{"capabilities":{"experimentalApi":false,"explicitGatewayOauth":true},)"
+        R"("clientInfo":{"name":"taskrack","title":"Taskrack","version":"0.2.1"}}})");
     EXPECT_EQ(messages[1].value("id").toInt(), 2);
     EXPECT_EQ(messages[1].value("params").toObject(),
               (QJsonObject{{"archived", false},
@@ -200,21 +209,29 @@ TEST_F(CodexAppServerClientTest, RepeatedCursorEndsTheListing)
 
 TEST_F(CodexAppServerClientTest, NotificationsOverrideListedStatusAndFeedTheStreams)
 {
-    const QJsonObject oldUpdate{{"threadId", "stale"},
-                                {"status", QJsonObject{{"type", "active"}}},
-                                {"updatedAt", 50}};
+    const QJsonObject oldUpdate{
+        {"threadId", "stale"}, {"status", QJsonObject{{"type", "active"}}}, {"updatedAt", 50}};
     start({{"thread/list",
             QJsonArray{QJsonArray{
                 notify("thread/status/changed",
-                       {{"threadId", "a"}, {"status", QJsonObject{{"type", "active"}, {"activeFlags", QJsonArray{"waitingOnApproval"}}}}}),
-                notify("turn/completed", {{"threadId", "b"}, {"turn", QJsonObject{{"status", "failed"}, {"completedAt", 300}}}}),
-                notify("turn/started", {{"threadId", "c"}, {"turn", QJsonObject{{"startedAt", 400}}}}),
+                       {{"threadId", "a"},
+                        {"status", QJsonObject{{"type", "active"},
+                                               {"activeFlags", QJsonArray{"waitingOnApproval"}}}}}),
+                notify("turn/completed",
+                       {{"threadId", "b"},
+                        {"turn", QJsonObject{{"status", "failed"}, {"completedAt", 300}}}}),
+                notify("turn/started",
+                       {{"threadId", "c"}, {"turn", QJsonObject{{"startedAt", 400}}}}),
                 notify("thread/status/changed", oldUpdate),
                 notify("thread/status/changed", {{"threadId", "x"}, {"status", "garbled"}}),
                 notify("some/new/notification", {{"x", 1}}),
-                QJsonObject{{"request", QJsonObject{{"id", 0}, {"method", "item/commandExecution/requestApproval"}, {"params", QJsonObject{}}}}},
+                QJsonObject{
+                    {"request", QJsonObject{{"id", 0},
+                                            {"method", "item/commandExecution/requestApproval"},
+                                            {"params", QJsonObject{}}}}},
                 QJsonObject{{"reply", QJsonObject{{"id", 999}, {"result", QJsonObject{}}}}},
-                page(QJsonArray{thread("a", 100), thread("b", 100), thread("c", 100), thread("stale", 100)})}}}});
+                page(QJsonArray{thread("a", 100), thread("b", 100), thread("c", 100),
+                                thread("stale", 100)})}}}});
 
     const QList<RackThread> threads = await(client->listThreads(10));
     ASSERT_EQ(threads.size(), 4);
@@ -237,26 +254,31 @@ TEST_F(CodexAppServerClientTest, NotificationsOverrideListedStatusAndFeedTheStre
 
     // The server request was refused with its own id, 0, and the connection carried on.
     ASSERT_TRUE(waitUntil([&] { return received().size() >= 3; }));
-    EXPECT_EQ(QJsonDocument(received()[2]).toJson(QJsonDocument::Compact),
-              R"({"error":{"code":-32601,"message":"Taskrack does not support server request item/commandExecution/requestApproval."},"id":0})");
+    EXPECT_EQ(
+        QJsonDocument(received()[2]).toJson(QJsonDocument::Compact),
+        R"({"error":{"code":-32601,"message":"Taskrack does not support server request item/commandExecution/requestApproval."},"id":0})");
     EXPECT_TRUE(client->isConnected());
 }
 
 TEST_F(CodexAppServerClientTest, OverridesDoNotOutliveTheirConnection)
 {
-    start({{"thread/list",
-            QJsonArray{QJsonArray{notify("turn/started", {{"threadId", "a"}, {"turn", QJsonObject{{"startedAt", 100}}}}),
-                                  page(QJsonArray{thread("a", 100)})},
-                       QJsonArray{page(QJsonArray{thread("a", 100)})}}}});
+    start(
+        {{"thread/list",
+          QJsonArray{QJsonArray{notify("turn/started", {{"threadId", "a"},
+                                                        {"turn", QJsonObject{{"startedAt", 100}}}}),
+                                page(QJsonArray{thread("a", 100)})},
+                     QJsonArray{page(QJsonArray{thread("a", 100)})}}}});
     EXPECT_EQ(await(client->listThreads(10)).value(0).status, RackStatus::working);
-    EXPECT_EQ(await(client->listThreads(10)).value(0).status, RackStatus::working); // still this connection
+    EXPECT_EQ(await(client->listThreads(10)).value(0).status,
+              RackStatus::working); // still this connection
     client->resetConnection(CodexAppServerError::disconnected());
     EXPECT_EQ(await(client->listThreads(10)).value(0).status, RackStatus::recent);
 }
 
 TEST_F(CodexAppServerClientTest, HungRequestTimesOutAndTheConnectionSurvives)
 {
-    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"hang", true}}}, QJsonArray{page(QJsonArray{thread("a", 1)})}}}});
+    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"hang", true}}},
+                                      QJsonArray{page(QJsonArray{thread("a", 1)})}}}});
     auto hung = client->listThreads(10);
     ASSERT_TRUE(waitUntil([&] { return requests("thread/list").size() == 1; }));
     clock.advance(4999ms);
@@ -273,7 +295,8 @@ TEST_F(CodexAppServerClientTest, HungRequestTimesOutAndTheConnectionSurvives)
 
 TEST_F(CodexAppServerClientTest, CrashFailsPendingRequestsAndTheNextRequestRespawns)
 {
-    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"exit", 3}}}, QJsonArray{page(QJsonArray{thread("a", 1)})}}}});
+    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"exit", 3}}},
+                                      QJsonArray{page(QJsonArray{thread("a", 1)})}}}});
     EXPECT_EQ(failureOf(client->listThreads(10)).kind(), Kind::disconnected);
     EXPECT_EQ(await(client->listThreads(10)).size(), 1);
     ASSERT_EQ(pids().size(), 2);
@@ -286,10 +309,12 @@ TEST_F(CodexAppServerClientTest, CrashFailsPendingRequestsAndTheNextRequestRespa
 
 TEST_F(CodexAppServerClientTest, RemoteAndIncompleteAnswersFailOnlyTheirRequest)
 {
-    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"error", QJsonObject{{"code", -32600}, {"message", "no"}}}}},
-                                      QJsonArray{QJsonObject{{"reply", QJsonObject{{"id", "$id"}}}}},
-                                      QJsonArray{QJsonObject{{"result", QJsonObject{{"data", 5}}}}},
-                                      QJsonArray{page(QJsonArray{})}}}});
+    start({{"thread/list",
+            QJsonArray{QJsonArray{QJsonObject{
+                           {"error", QJsonObject{{"code", -32600}, {"message", "no"}}}}},
+                       QJsonArray{QJsonObject{{"reply", QJsonObject{{"id", "$id"}}}}},
+                       QJsonArray{QJsonObject{{"result", QJsonObject{{"data", 5}}}}},
+                       QJsonArray{page(QJsonArray{})}}}});
     const CodexAppServerError remote = failureOf(client->listThreads(10));
     EXPECT_EQ(remote.kind(), Kind::remote);
     EXPECT_EQ(remote.remoteCode(), -32600);
@@ -310,7 +335,8 @@ TEST_F(CodexAppServerClientTest, GarbageOutputRetiresTheChild)
 
 TEST_F(CodexAppServerClientTest, ChildIgnoringSigtermIsKilled)
 {
-    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"raw", "{"}}}}}}, {"--ignore-term", "--ignore-eof"});
+    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"raw", "{"}}}}}},
+          {"--ignore-term", "--ignore-eof"});
     EXPECT_EQ(failureOf(client->listThreads(10)).kind(), Kind::malformedMessage);
     ASSERT_EQ(pids().size(), 1);
     EXPECT_TRUE(waitUntil([&] { return processGone(pids().first()); }, 5000));
@@ -318,8 +344,10 @@ TEST_F(CodexAppServerClientTest, ChildIgnoringSigtermIsKilled)
 
 TEST_F(CodexAppServerClientTest, LineOfExactlyTheLimitPassesOneByteMoreFailsTheConnection)
 {
-    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"pad", codexMaximumFrameBytes}}, page(QJsonArray{thread("a", 1)})},
-                                      QJsonArray{QJsonObject{{"pad", codexMaximumFrameBytes + 1}}, page(QJsonArray{})}}}});
+    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"pad", codexMaximumFrameBytes}},
+                                                 page(QJsonArray{thread("a", 1)})},
+                                      QJsonArray{QJsonObject{{"pad", codexMaximumFrameBytes + 1}},
+                                                 page(QJsonArray{})}}}});
     EXPECT_EQ(await(client->listThreads(10), 30000).size(), 1);
     const CodexAppServerError error = failureOf(client->listThreads(10));
     EXPECT_EQ(error.kind(), Kind::resourceLimitExceeded);
@@ -329,8 +357,9 @@ TEST_F(CodexAppServerClientTest, LineOfExactlyTheLimitPassesOneByteMoreFailsTheC
 
 TEST_F(CodexAppServerClientTest, ReaderFallingBehindFailsWithTheInputQueueLimit)
 {
-    CodexAppServerClient::Options tuned = options(
-        {{"initialize", QJsonArray{QJsonArray{QJsonObject{{"flood", QJsonObject{{"lines", 300}, {"bytes", 65536}}}}}}}});
+    CodexAppServerClient::Options tuned =
+        options({{"initialize", QJsonArray{QJsonArray{QJsonObject{
+                                    {"flood", QJsonObject{{"lines", 300}, {"bytes", 65536}}}}}}}});
     // The reader waits on the fake clock before each chunk, so everything the child writes
     // piles up: 300 lines of 64 KiB arrive in far more than 128 pipe reads.
     tuned.readerProcessingDelay = 1ms;
@@ -343,7 +372,8 @@ TEST_F(CodexAppServerClientTest, ReaderFallingBehindFailsWithTheInputQueueLimit)
 
 TEST_F(CodexAppServerClientTest, CancelledRequestGivesUpAloneAndLateAnswersAreDropped)
 {
-    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"hang", true}}}, QJsonArray{page(QJsonArray{})}}}});
+    start({{"thread/list",
+            QJsonArray{QJsonArray{QJsonObject{{"hang", true}}}, QJsonArray{page(QJsonArray{})}}}});
     std::stop_source stop;
     auto cancelled = client->listThreads(10, stop.get_token());
     ASSERT_TRUE(waitUntil([&] { return requests("thread/list").size() == 1; }));
@@ -412,7 +442,8 @@ TEST_F(CodexAppServerClientTest, LaunchProblemsAreReportedAsSuch)
 TEST_F(CodexAppServerClientTest, ThreadSourceRetriesOnceOnAFreshChild)
 {
     source = std::make_unique<CodexAppServerThreadSource>(std::make_unique<CodexAppServerClient>(
-        options({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"exit", 1}}}, QJsonArray{page(QJsonArray{thread("a", 1)})}}}})));
+        options({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"exit", 1}}},
+                                            QJsonArray{page(QJsonArray{thread("a", 1)})}}}})));
     EXPECT_EQ(source->sourceName(), "CodexAppServerThreadSource");
     const ThreadCollection collection = await(source->fetchThreads(400, {}));
     EXPECT_EQ(collection.threads.size(), 1);
@@ -426,7 +457,8 @@ TEST_F(CodexAppServerClientTest, ThreadSourceRetriesOnceOnAFreshChild)
 TEST_F(CodexAppServerClientTest, ThreadSourcePassesLastingFailuresAndHonoursItsLifeCycle)
 {
     source = std::make_unique<CodexAppServerThreadSource>(std::make_unique<CodexAppServerClient>(
-        options({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"raw", "garbage"}}}, QJsonArray{page(QJsonArray{})}}}})));
+        options({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"raw", "garbage"}}},
+                                            QJsonArray{page(QJsonArray{})}}}})));
     EXPECT_TRUE(await(source->fetchThreads(0, {})).threads.isEmpty());
     EXPECT_TRUE(pids().isEmpty()); // no child for an empty request
     // Not worth a retry: the same child would say the same.
@@ -459,9 +491,11 @@ TEST(CodexBinaryLocatorTest, SearchesAbsolutePathEntriesAndResolvesLinks)
     notExecutable.close();
 
     const CodexBinaryLocator locator = CodexBinaryLocator::fromSearchPath(
-        "relative/bin:" + dir.filePath("plain") + "::" + dir.filePath("dirbin") + ":" + dir.filePath("bin"));
-    EXPECT_EQ(locator.candidates, (QStringList{dir.filePath("plain/codex"), dir.filePath("dirbin/codex"),
-                                               dir.filePath("bin/codex")}));
+        "relative/bin:" + dir.filePath("plain") + "::" + dir.filePath("dirbin") + ":" +
+        dir.filePath("bin"));
+    EXPECT_EQ(locator.candidates,
+              (QStringList{dir.filePath("plain/codex"), dir.filePath("dirbin/codex"),
+                           dir.filePath("bin/codex")}));
     EXPECT_EQ(locator.locate(), QFileInfo(real.fileName()).canonicalFilePath());
     const CodexBinaryLocator unusable{{"codex", dir.filePath("plain/codex")}};
     EXPECT_FALSE(unusable.locate());

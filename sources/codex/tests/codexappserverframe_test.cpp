@@ -20,8 +20,7 @@ QList<QByteArray> drain(CodexAppServerFramer &framer)
     return lines;
 }
 
-template<typename F>
-CodexAppServerError thrownBy(F &&f)
+template <typename F> CodexAppServerError thrownBy(F &&f)
 {
     try {
         f();
@@ -90,17 +89,19 @@ TEST(CodexAppServerFramerTest, DefaultLimitIsEightMebibytes)
 
 TEST(CodexAppServerMessageTest, ClassifiesTheThreeShapes)
 {
-    const auto notification =
-        parseCodexAppServerMessage(R"({"method":"turn/started","params":{"a":1},"emittedAtMs":17})");
+    const auto notification = parseCodexAppServerMessage(
+        R"({"method":"turn/started","params":{"a":1},"emittedAtMs":17})");
     EXPECT_EQ(notification.kind, CodexAppServerMessage::Kind::notification);
     EXPECT_EQ(notification.method, "turn/started");
     EXPECT_EQ(notification.params.toObject().value("a").toInt(), 1);
 
     // The server numbers its own requests from 0; the id must survive as it came.
-    const auto request = parseCodexAppServerMessage(R"({"method":"item/x/requestApproval","id":0,"params":{}})");
+    const auto request =
+        parseCodexAppServerMessage(R"({"method":"item/x/requestApproval","id":0,"params":{}})");
     EXPECT_EQ(request.kind, CodexAppServerMessage::Kind::serverRequest);
     EXPECT_EQ(request.requestId, QJsonValue(0));
-    EXPECT_EQ(parseCodexAppServerMessage(R"({"method":"m","id":"s-1"})").requestId, QJsonValue("s-1"));
+    EXPECT_EQ(parseCodexAppServerMessage(R"({"method":"m","id":"s-1"})").requestId,
+              QJsonValue("s-1"));
 
     const auto response = parseCodexAppServerMessage(R"({"id":3.0,"result":null})");
     EXPECT_EQ(response.kind, CodexAppServerMessage::Kind::response);
@@ -115,11 +116,17 @@ TEST(CodexAppServerMessageTest, ClassifiesTheThreeShapes)
     EXPECT_EQ(parseCodexAppServerMessage(" \r").kind, CodexAppServerMessage::Kind::empty);
 }
 
-struct ErrorCase {
+struct ErrorCase
+{
     const char *line;
     qint64 code;
     const char *message;
 };
+
+void PrintTo(const ErrorCase &c, std::ostream *os)
+{
+    *os << c.line;
+}
 
 class CodexAppServerErrorResponseTest : public ::testing::TestWithParam<ErrorCase>
 {
@@ -131,15 +138,18 @@ TEST_P(CodexAppServerErrorResponseTest, CompletesTheRequestWithARemoteError)
     ASSERT_TRUE(message.error);
     EXPECT_EQ(message.error->kind(), Kind::remote);
     EXPECT_EQ(message.error->remoteCode(), GetParam().code);
-    EXPECT_EQ(message.error->description(), QString("Codex app-server returned an error: ") + GetParam().message);
+    EXPECT_EQ(message.error->description(),
+              QString("Codex app-server returned an error: ") + GetParam().message);
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, CodexAppServerErrorResponseTest,
-                         ::testing::Values(ErrorCase{R"({"id":1,"error":{"code":-32600,"message":"bad"}})", -32600, "bad"},
-                                           ErrorCase{R"({"id":1,"error":{"message":"no code"}})", -1, "no code"},
-                                           ErrorCase{R"({"id":1,"error":{"code":"x","message":5}})", -1, "Unknown error"},
-                                           // An error object wins over a result.
-                                           ErrorCase{R"({"id":1,"error":{},"result":{}})", -1, "Unknown error"}));
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, CodexAppServerErrorResponseTest,
+    ::testing::Values(
+        ErrorCase{R"({"id":1,"error":{"code":-32600,"message":"bad"}})", -32600, "bad"},
+        ErrorCase{R"({"id":1,"error":{"message":"no code"}})", -1, "no code"},
+        ErrorCase{R"({"id":1,"error":{"code":"x","message":5}})", -1, "Unknown error"},
+        // An error object wins over a result.
+        ErrorCase{R"({"id":1,"error":{},"result":{}})", -1, "Unknown error"}));
 
 TEST(CodexAppServerMessageTest, ResponseWithoutResultOrErrorFailsOnlyItsRequest)
 {
@@ -151,9 +161,12 @@ TEST(CodexAppServerMessageTest, ResponseWithoutResultOrErrorFailsOnlyItsRequest)
 
 TEST(CodexAppServerMessageTest, AnythingElseIsMalformed)
 {
-    for (const char *line : {"not json", "[1,2]", "42", R"({"id":1.5,"result":{}})", R"({"result":{}})",
-                             R"({"method":7,"result":{}})", R"({"id":1e300,"result":{}})", "{\"id\":1,", "\xff\xfe"}) {
-        EXPECT_EQ(thrownBy([&] { parseCodexAppServerMessage(line); }).kind(), Kind::malformedMessage) << line;
+    for (const char *line :
+         {"not json", "[1,2]", "42", R"({"id":1.5,"result":{}})", R"({"result":{}})",
+          R"({"method":7,"result":{}})", R"({"id":1e300,"result":{}})", "{\"id\":1,", "\xff\xfe"}) {
+        EXPECT_EQ(thrownBy([&] { parseCodexAppServerMessage(line); }).kind(),
+                  Kind::malformedMessage)
+            << line;
     }
     // A non-string method with an integral id still reads as a response.
     EXPECT_EQ(parseCodexAppServerMessage(R"({"method":7,"id":2,"result":{}})").kind,
@@ -162,22 +175,28 @@ TEST(CodexAppServerMessageTest, AnythingElseIsMalformed)
 
 TEST(CodexAppServerErrorTest, CategoriesTextsAndRetryability)
 {
-    struct Row {
+    struct Row
+    {
         CodexAppServerError error;
         const char *category;
         const char *description;
         bool retryable;
     };
     const Row rows[] = {
-        {CodexAppServerError::launchFailed("no exec"), "launch-failed", "Codex app-server could not start: no exec", false},
+        {CodexAppServerError::launchFailed("no exec"), "launch-failed",
+         "Codex app-server could not start: no exec", false},
         {CodexAppServerError::timedOut("thread/list"), "request-timeout",
          "Codex app-server did not answer thread/list in time.", true},
         {CodexAppServerError::resourceLimitExceeded(Limit::inputQueue), "resource-limit-inputQueue",
          "Codex app-server sent more data than Taskrack can safely process.", true},
-        {CodexAppServerError::remote(3, "m"), "remote-error", "Codex app-server returned an error: m", false},
-        {CodexAppServerError::transport("pipe"), "transport-error", "Codex app-server communication failed: pipe", true},
-        {CodexAppServerError::binaryNotFound(), "binary-not-found", "The Codex command-line tool could not be found.", false},
-        {CodexAppServerError::disconnected(), "disconnected", "Codex app-server disconnected.", true},
+        {CodexAppServerError::remote(3, "m"), "remote-error",
+         "Codex app-server returned an error: m", false},
+        {CodexAppServerError::transport("pipe"), "transport-error",
+         "Codex app-server communication failed: pipe", true},
+        {CodexAppServerError::binaryNotFound(), "binary-not-found",
+         "The Codex command-line tool could not be found.", false},
+        {CodexAppServerError::disconnected(), "disconnected", "Codex app-server disconnected.",
+         true},
         {CodexAppServerError::malformedMessage(), "malformed-message",
          "Codex app-server returned an unreadable response.", false},
     };
@@ -187,7 +206,8 @@ TEST(CodexAppServerErrorTest, CategoriesTextsAndRetryability)
         EXPECT_EQ(row.error.isRetryable(), row.retryable) << row.category;
         EXPECT_EQ(codexAppServerErrorCategory(std::make_exception_ptr(row.error)), row.category);
     }
-    EXPECT_EQ(codexAppServerErrorCategory(std::make_exception_ptr(std::runtime_error("x"))), "unexpected-error");
+    EXPECT_EQ(codexAppServerErrorCategory(std::make_exception_ptr(std::runtime_error("x"))),
+              "unexpected-error");
     EXPECT_FALSE(isRetryableCodexAppServerError(std::make_exception_ptr(std::runtime_error("x"))));
 }
 

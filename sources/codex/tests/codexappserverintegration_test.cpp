@@ -64,7 +64,8 @@ QString sourcePath(const QString &relative)
 }
 
 // Runs a helper to its end within a generous safety limit.
-bool run(QProcess &process, const QString &program, const QStringList &arguments, int timeoutMs = 120000)
+bool run(QProcess &process, const QString &program, const QStringList &arguments,
+         int timeoutMs = 120000)
 {
     process.start(program, arguments);
     return process.waitForFinished(timeoutMs) && process.exitStatus() == QProcess::NormalExit;
@@ -76,7 +77,8 @@ protected:
     void SetUp() override
     {
         QProcess installer;
-        run(installer, "bash", {sourcePath("testing/providers/install-provider.sh"), "codex"}, 110000);
+        run(installer, "bash", {sourcePath("testing/providers/install-provider.sh"), "codex"},
+            110000);
         if (installer.exitCode() == 77) {
             if (qEnvironmentVariableIsSet("CI"))
                 FAIL() << "the Codex CLI could not be installed from the npm registry";
@@ -91,8 +93,8 @@ protected:
         QDir().mkpath(repo);
 
         mock.setStandardErrorFile(QProcess::nullDevice());
-        mock.start("python3", {sourcePath("testing/providers/mock_responses_server.py"), "--max-seconds", "300",
-                               "--log", root.filePath("mock.jsonl")});
+        mock.start("python3", {sourcePath("testing/providers/mock_responses_server.py"),
+                               "--max-seconds", "300", "--log", root.filePath("mock.jsonl")});
         ASSERT_TRUE(mock.waitForReadyRead(30000));
         const QByteArray port = mock.readLine().trimmed();
         QFile file(home + "/.codex/config.toml");
@@ -108,15 +110,20 @@ protected:
         qputenv("MOCK_API_KEY", "dummy-not-a-secret");
         qputenv("NO_PROXY", "127.0.0.1");
         qputenv("no_proxy", "127.0.0.1");
-        for (const char *proxy : {"HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "http_proxy", "https_proxy", "all_proxy"})
+        for (const char *proxy :
+             {"HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "http_proxy", "https_proxy", "all_proxy"})
             qunsetenv(proxy);
 
         QProcess git;
         git.setWorkingDirectory(repo);
-        const QStringList identity{"-c", "user.name=Taskrack Test", "-c", "user.email=test@example.invalid"};
+        const QStringList identity{"-c", "user.name=Taskrack Test", "-c",
+                                   "user.email=test@example.invalid"};
         ASSERT_TRUE(run(git, "git", identity + QStringList{"init", "-q", "-b", "main"}));
-        ASSERT_TRUE(run(git, "git", {"remote", "add", "origin", "https://git.example.invalid/acme/widgets.git"}));
-        ASSERT_TRUE(run(git, "git", identity + QStringList{"commit", "-q", "--allow-empty", "-m", "scratch"}));
+        ASSERT_TRUE(
+            run(git, "git",
+                {"remote", "add", "origin", "https://git.example.invalid/acme/widgets.git"}));
+        ASSERT_TRUE(run(git, "git",
+                        identity + QStringList{"commit", "-q", "--allow-empty", "-m", "scratch"}));
     }
 
     void TearDown() override
@@ -150,16 +157,21 @@ protected:
         return {};
     }
 
-    // Starts a thread and one turn on `client`, and collects its status stream up to the turn's end.
-    QList<RackStatus> runTurn(CodexAppServerClient &client, const QString &prompt, QString &threadId)
+    // Starts a thread and one turn on `client`, and collects its status stream up to the turn's
+    // end.
+    QList<RackStatus> runTurn(CodexAppServerClient &client, const QString &prompt,
+                              QString &threadId)
     {
-        const QJsonObject started = await(client.startThread(repo, "gpt-mock", std::nullopt), 60000);
+        const QJsonObject started =
+            await(client.startThread(repo, "gpt-mock", std::nullopt), 60000);
         threadId = started.value("thread").toObject().value("id").toString();
         await(client.performRequest(
                   "turn/start",
-                  {{"threadId", threadId}, {"input", QJsonArray{QJsonObject{{"type", "text"}, {"text", prompt}}}}}),
+                  {{"threadId", threadId},
+                   {"input", QJsonArray{QJsonObject{{"type", "text"}, {"text", prompt}}}}}),
               60000);
-        auto collect = [](ChannelPtr<CodexStatusUpdate> updates, QString id) -> QCoro::Task<QList<RackStatus>> {
+        auto collect = [](ChannelPtr<CodexStatusUpdate> updates,
+                          QString id) -> QCoro::Task<QList<RackStatus>> {
             QList<RackStatus> seen;
             while (std::optional<CodexStatusUpdate> update = co_await updates->next()) {
                 if (update->threadId != id)
@@ -201,7 +213,8 @@ TEST_F(CodexAppServerIntegrationTest, ListsExecHistoryAndFollowsLiveTurnsOfItsOw
     EXPECT_EQ(found->title, "SCENARIO:text Please say hello.");
     EXPECT_EQ(found->source, "exec");
     EXPECT_EQ(found->status, RackStatus::recent); // not loaded in this app-server
-    EXPECT_EQ(QFileInfo(found->workspacePath).canonicalFilePath(), QFileInfo(repo).canonicalFilePath());
+    EXPECT_EQ(QFileInfo(found->workspacePath).canonicalFilePath(),
+              QFileInfo(repo).canonicalFilePath());
 
     // A second connection runs turns; its own notifications drive the status.
     auto driver = makeClient();
@@ -212,7 +225,8 @@ TEST_F(CodexAppServerIntegrationTest, ListsExecHistoryAndFollowsLiveTurnsOfItsOw
     EXPECT_EQ(completed.last(), RackStatus::completed);
 
     QString broken;
-    const QList<RackStatus> failed = runTurn(*driver, "SCENARIO:failed This turn must fail.", broken);
+    const QList<RackStatus> failed =
+        runTurn(*driver, "SCENARIO:failed This turn must fail.", broken);
     ASSERT_FALSE(failed.isEmpty());
     EXPECT_TRUE(failed.contains(RackStatus::working));
     EXPECT_EQ(failed.last(), RackStatus::error);

@@ -24,7 +24,8 @@ const QByteArray realThread = R"({"id":"01a2","environments":null,"parentThreadI
 TEST(CodexThreadListTest, DecodesARealPageAndMapsItsThread)
 {
     const auto page = decodeCodexThreadListResponse(
-        json("{\"data\":[" + realThread + "],\"readStates\":{},\"nextCursor\":null,\"backwardsCursor\":null}"));
+        json("{\"data\":[" + realThread +
+             "],\"readStates\":{},\"nextCursor\":null,\"backwardsCursor\":null}"));
     ASSERT_TRUE(page);
     EXPECT_FALSE(page->nextCursor);
     ASSERT_EQ(page->data.size(), 1);
@@ -56,9 +57,9 @@ TEST(CodexThreadListTest, DecodesARealPageAndMapsItsThread)
 TEST(CodexThreadListTest, MissingOrZeroRecencyFallsBackToUpdatedAt)
 {
     for (const char *recency : {"", R"("recencyAt":null,)", R"("recencyAt":0,)"}) {
-        const auto page = decodeCodexThreadListResponse(json(
-            QByteArray(R"({"data":[{"id":"a","preview":"","cwd":"",)") + recency
-            + R"("updatedAt":100,"source":null,"status":{"type":"idle"}}],"nextCursor":"c"})"));
+        const auto page = decodeCodexThreadListResponse(
+            json(QByteArray(R"({"data":[{"id":"a","preview":"","cwd":"",)") + recency +
+                 R"("updatedAt":100,"source":null,"status":{"type":"idle"}}],"nextCursor":"c"})"));
         ASSERT_TRUE(page) << recency;
         EXPECT_EQ(page->nextCursor, "c");
         const RackThread thread = mapCodexThreadPayload(page->data.first(), {}, {});
@@ -69,7 +70,8 @@ TEST(CodexThreadListTest, MissingOrZeroRecencyFallsBackToUpdatedAt)
 
 TEST(CodexThreadListTest, OneBadThreadSpoilsThePage)
 {
-    const QByteArray good = R"({"id":"a","preview":"","cwd":"","updatedAt":1,"source":"exec","status":{"type":"idle"}})";
+    const QByteArray good =
+        R"({"id":"a","preview":"","cwd":"","updatedAt":1,"source":"exec","status":{"type":"idle"}})";
     ASSERT_TRUE(decodeCodexThreadListResponse(json("{\"data\":[" + good + "]}")));
     const QByteArray variants[] = {
         R"({"preview":"","cwd":"","updatedAt":1,"source":"exec","status":{"type":"idle"}})",
@@ -81,16 +83,23 @@ TEST(CodexThreadListTest, OneBadThreadSpoilsThePage)
         R"({"id":"a","preview":"","cwd":"","updatedAt":1,"source":"exec","status":{"type":"idle"},"name":3})",
     };
     for (const QByteArray &bad : variants)
-        EXPECT_FALSE(decodeCodexThreadListResponse(json("{\"data\":[" + good + "," + bad + "]}"))) << bad.data();
+        EXPECT_FALSE(decodeCodexThreadListResponse(json("{\"data\":[" + good + "," + bad + "]}")))
+            << bad.data();
     EXPECT_FALSE(decodeCodexThreadListResponse(json(R"({"data":{}})")));
     EXPECT_FALSE(decodeCodexThreadListResponse(json(R"({"data":[],"nextCursor":5})")));
 }
 
-struct TitleCase {
+struct TitleCase
+{
     std::optional<QString> name;
     QString preview;
     QString expected;
 };
+
+void PrintTo(const TitleCase &c, std::ostream *os)
+{
+    *os << (c.name ? c.name->size() : -1) << " name, " << c.preview.size() << " preview";
+}
 
 class CodexThreadTitleTest : public ::testing::TestWithParam<TitleCase>
 {
@@ -101,7 +110,7 @@ TEST_P(CodexThreadTitleTest, FollowsNameThenPreviewThenFixedText)
     EXPECT_EQ(codexThreadTitle(GetParam().name, GetParam().preview), GetParam().expected);
 }
 
-const QString e = QStringLiteral("\u00e9");          // one character, one code unit
+const QString e = QStringLiteral("\u00e9");                  // one character, one code unit
 const QString flag = QStringLiteral("\U0001F1EB\U0001F1F7"); // one character, four code units
 
 INSTANTIATE_TEST_SUITE_P(
@@ -133,14 +142,17 @@ TEST(CodexStatusOverrideTest, AppliesUnlessOlderThanTheListedThread)
     thread.status = RackStatus::recent;
 
     // The real server's status notifications carry no time: they always apply.
-    const CodexStatusUpdate timeless{"t", {"active", QStringList{"waitingOnApproval"}}, std::nullopt, std::nullopt};
+    const CodexStatusUpdate timeless{
+        "t", {"active", QStringList{"waitingOnApproval"}}, std::nullopt, std::nullopt};
     const auto applied = applyCodexStatusOverride(thread, timeless);
     ASSERT_TRUE(applied);
     EXPECT_EQ(applied->status, RackStatus::requiresInput);
     EXPECT_EQ(applied->updatedAt, thread.updatedAt);
     EXPECT_EQ(applied->recencyAt, thread.recencyAt);
 
-    CodexStatusUpdate newer{"t", {"active", std::nullopt}, QDateTime::fromSecsSinceEpoch(1000, Qt::UTC),
+    CodexStatusUpdate newer{"t",
+                            {"active", std::nullopt},
+                            QDateTime::fromSecsSinceEpoch(1000, Qt::UTC),
                             QDateTime::fromSecsSinceEpoch(1000, Qt::UTC)};
     const auto moved = applyCodexStatusOverride(thread, newer);
     ASSERT_TRUE(moved);
@@ -153,20 +165,21 @@ TEST(CodexStatusOverrideTest, AppliesUnlessOlderThanTheListedThread)
 
 TEST(CodexTurnNotificationTest, StartedAndCompletedTurnsBecomeUpdates)
 {
-    const auto started = decodeCodexTurnStarted(
-        json(R"({"threadId":"t","turn":{"id":"u","status":"inProgress","startedAt":1795377365.0}})"));
+    const auto started = decodeCodexTurnStarted(json(
+        R"({"threadId":"t","turn":{"id":"u","status":"inProgress","startedAt":1795377365.0}})"));
     ASSERT_TRUE(started);
     EXPECT_EQ(started->status, (CodexThreadStatus{"active", std::nullopt}));
     EXPECT_EQ(started->updatedAt, QDateTime::fromSecsSinceEpoch(1795377365, Qt::UTC));
     EXPECT_EQ(started->recencyAt, started->updatedAt);
 
-    const auto unknownStart = decodeCodexTurnStarted(json(R"({"threadId":"t","turn":{"startedAt":null}})"));
+    const auto unknownStart =
+        decodeCodexTurnStarted(json(R"({"threadId":"t","turn":{"startedAt":null}})"));
     ASSERT_TRUE(unknownStart);
     EXPECT_FALSE(unknownStart->updatedAt);
     EXPECT_FALSE(unknownStart->recencyAt);
 
-    const auto failed = decodeCodexTurnCompleted(
-        json(R"({"threadId":"t","turn":{"status":"failed","error":{"message":"m"},"completedAt":1795377372}})"));
+    const auto failed = decodeCodexTurnCompleted(json(
+        R"({"threadId":"t","turn":{"status":"failed","error":{"message":"m"},"completedAt":1795377372}})"));
     ASSERT_TRUE(failed);
     EXPECT_EQ(rackStatus(failed->status), RackStatus::error);
     EXPECT_EQ(failed->updatedAt, QDateTime::fromSecsSinceEpoch(1795377372, Qt::UTC));

@@ -12,11 +12,17 @@ QJsonValue json(const char *text)
     return QJsonDocument::fromJson(text).object();
 }
 
-struct MappingCase {
+struct MappingCase
+{
     const char *type;
     std::optional<QStringList> flags;
     RackStatus expected;
 };
+
+void PrintTo(const MappingCase &c, std::ostream *os)
+{
+    *os << c.type << (c.flags ? "[" + c.flags->join(",").toStdString() + "]" : std::string());
+}
 
 class CodexStatusMappingTest : public ::testing::TestWithParam<MappingCase>
 {
@@ -32,8 +38,10 @@ INSTANTIATE_TEST_SUITE_P(
     Table, CodexStatusMappingTest,
     ::testing::Values(MappingCase{"active", std::nullopt, RackStatus::working},
                       MappingCase{"active", QStringList{}, RackStatus::working},
-                      MappingCase{"active", QStringList{"waitingOnApproval"}, RackStatus::requiresInput},
-                      MappingCase{"active", QStringList{"other", "waitingOnUserInput"}, RackStatus::requiresInput},
+                      MappingCase{"active", QStringList{"waitingOnApproval"},
+                                  RackStatus::requiresInput},
+                      MappingCase{"active", QStringList{"other", "waitingOnUserInput"},
+                                  RackStatus::requiresInput},
                       MappingCase{"active", QStringList{"somethingNew"}, RackStatus::working},
                       MappingCase{"systemError", std::nullopt, RackStatus::error},
                       MappingCase{"failed", std::nullopt, RackStatus::error},
@@ -47,8 +55,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(CodexStatusUpdateTest, DecodesTheRealNotificationShapeAndIgnoresExtraKeys)
 {
-    const auto update = decodeCodexStatusUpdate(
-        json(R"({"threadId":"t1","status":{"type":"active","activeFlags":["waitingOnApproval"]},"extra":1})"));
+    const auto update = decodeCodexStatusUpdate(json(
+        R"({"threadId":"t1","status":{"type":"active","activeFlags":["waitingOnApproval"]},"extra":1})"));
     ASSERT_TRUE(update);
     EXPECT_EQ(update->threadId, "t1");
     EXPECT_EQ(update->status, (CodexThreadStatus{"active", QStringList{"waitingOnApproval"}}));
@@ -62,8 +70,8 @@ TEST(CodexStatusUpdateTest, DecodesTheRealNotificationShapeAndIgnoresExtraKeys)
 
 TEST(CodexStatusUpdateTest, ReadsOptionalMomentsAsSecondsSince1970)
 {
-    const auto update = decodeCodexStatusUpdate(
-        json(R"({"threadId":"t","status":{"type":"idle"},"updatedAt":1795377365,"recencyAt":null})"));
+    const auto update = decodeCodexStatusUpdate(json(
+        R"({"threadId":"t","status":{"type":"idle"},"updatedAt":1795377365,"recencyAt":null})"));
     ASSERT_TRUE(update);
     EXPECT_EQ(update->updatedAt, QDateTime::fromSecsSinceEpoch(1795377365, Qt::UTC));
     EXPECT_FALSE(update->recencyAt);
@@ -71,11 +79,12 @@ TEST(CodexStatusUpdateTest, ReadsOptionalMomentsAsSecondsSince1970)
 
 TEST(CodexStatusUpdateTest, RejectsRecordsWithWrongTypes)
 {
-    for (const char *text : {R"({"status":{"type":"idle"}})", R"({"threadId":7,"status":{"type":"idle"}})",
-                             R"({"threadId":"t"})", R"({"threadId":"t","status":{"type":3}})",
-                             R"({"threadId":"t","status":{"type":"active","activeFlags":"x"}})",
-                             R"({"threadId":"t","status":{"type":"active","activeFlags":[1]}})",
-                             R"({"threadId":"t","status":{"type":"idle"},"updatedAt":"today"})"})
+    for (const char *text :
+         {R"({"status":{"type":"idle"}})", R"({"threadId":7,"status":{"type":"idle"}})",
+          R"({"threadId":"t"})", R"({"threadId":"t","status":{"type":3}})",
+          R"({"threadId":"t","status":{"type":"active","activeFlags":"x"}})",
+          R"({"threadId":"t","status":{"type":"active","activeFlags":[1]}})",
+          R"({"threadId":"t","status":{"type":"idle"},"updatedAt":"today"})"})
         EXPECT_FALSE(decodeCodexStatusUpdate(json(text))) << text;
     EXPECT_FALSE(decodeCodexStatusUpdate(QJsonValue("t")));
 }
