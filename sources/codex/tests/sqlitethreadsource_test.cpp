@@ -17,6 +17,14 @@ namespace {
 
 using Row = QList<std::pair<QString, QVariant>>;
 
+// Parameter tables print by case name.
+template<typename Case>
+    requires requires(const Case &c) { c.name; }
+void PrintTo(const Case &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 class SQLiteThreadSourceTest : public ::testing::Test
 {
 protected:
