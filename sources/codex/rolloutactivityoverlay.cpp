@@ -29,6 +29,35 @@ QString resolvedPath(const QString &path)
     return canonical.isEmpty() ? cleaned : canonical;
 }
 
+// Resolves many rollout paths at once. Rollouts share a handful of day folders, so each folder
+// is resolved once and each file costs one lstat instead of a readlink per path component.
+class PathResolver
+{
+public:
+    QString resolve(const QString &path)
+    {
+        if (path.isEmpty() || !QDir::isAbsolutePath(path))
+            return {};
+        const QString cleaned = QDir::cleanPath(path);
+        const qsizetype slash = cleaned.lastIndexOf(QLatin1Char('/'));
+        if (slash <= 0)
+            return resolvedPath(cleaned);
+        const QString folder = cleaned.left(slash);
+        auto known = m_folders.constFind(folder);
+        if (known == m_folders.constEnd())
+            known = m_folders.insert(folder, QFileInfo(folder).canonicalFilePath());
+        struct stat attributes {};
+        if (known->isEmpty() || ::lstat(QFile::encodeName(cleaned).constData(), &attributes) != 0)
+            return cleaned; // does not exist: fails the attribute read later
+        if (S_ISLNK(attributes.st_mode))
+            return resolvedPath(cleaned);
+        return *known + cleaned.mid(slash);
+    }
+
+private:
+    QHash<QString, QString> m_folders;
+};
+
 std::optional<qint64> positiveSecondsAsMs(const ReadOnlyDatabase::Statement &row, int column)
 {
     if (row.isNull(column))
@@ -181,8 +210,9 @@ ThreadCollection RolloutActivityOverlay::apply(const ThreadCollection &collectio
     // What left the window of candidates, or moved, is forgotten.
     QHash<QString, QString> resolvedByID;
     QSet<QString> livePaths;
+    PathResolver resolver;
     for (auto it = records.cbegin(); it != records.cend(); ++it) {
-        const QString path = resolvedPath(it->path);
+        const QString path = resolver.resolve(it->path);
         resolvedByID.insert(it.key(), path);
         livePaths.insert(path);
     }

@@ -465,18 +465,22 @@ TEST_F(RolloutActivityOverlayTest, RolloutsOutsideCodexsFolderAreNeverOpened)
     QDir().mkpath(QFileInfo(link).absolutePath());
     ASSERT_TRUE(QFile::link(foreign, link));
     addThread("linked");
+    ASSERT_TRUE(QFile::link(outside.path(), home() + "/sessions/escape"));
+    addThread("viaFolder", 0, 0, home() + "/sessions/escape/rollout.jsonl");
 
     // A link that stays inside the folder is fine.
     writeRollout("inner", event("task_started", nowMs), nowMs);
     ASSERT_TRUE(QFile::link(rolloutPath("inner"), rolloutPath("alias")));
     addThread("alias");
 
-    const ThreadCollection result =
-        pass({thread("direct"), thread("dotdot"), thread("linked"), thread("alias")});
-    EXPECT_EQ(result.threads[0].status, RackStatus::recent);
-    EXPECT_EQ(result.threads[1].status, RackStatus::recent);
-    EXPECT_EQ(result.threads[2].status, RackStatus::recent);
-    EXPECT_EQ(result.threads[3].status, RackStatus::working);
+    const ThreadCollection result = pass({thread("direct"), thread("dotdot"), thread("linked"),
+                                          thread("viaFolder"), thread("alias")});
+    QList<RackStatus> statuses;
+    for (const RackThread &t : result.threads)
+        statuses << t.status;
+    EXPECT_EQ(statuses, (QList<RackStatus>{RackStatus::recent, RackStatus::recent,
+                                            RackStatus::recent, RackStatus::recent,
+                                            RackStatus::working}));
     EXPECT_EQ(overlay->bytesRead(), quint64(event("task_started", nowMs).size()));
 }
 
