@@ -48,9 +48,10 @@ bool tokenHasValidLength(const QString &token)
     return length >= 16 && length <= 256;
 }
 
+// Claude Code runs the command from the session's directory: only an absolute path is stable.
 bool isExecutableFile(const QString &path)
 {
-    if (path.isEmpty())
+    if (path.isEmpty() || !QFileInfo(path).isAbsolute())
         return false;
     const QByteArray native = QFile::encodeName(path);
     struct stat info;
@@ -611,10 +612,11 @@ ClaudeHookInstaller::statusNow(const QString &helperPath, const std::optional<QS
         return ClaudeHookInstallationStatus::needsRepair;
 
     const auto &definitions = claudeInstalledHookDefinitions();
-    for (const auto &[event, value] : hooks) {
+    for (const auto &member : hooks) {
+        const QString &event = member.first;
         const bool known = std::any_of(definitions.begin(), definitions.end(),
                                        [&](const ClaudeHookDefinition &d) { return d.event == event; });
-        if (!known && eventHoldsOwnedEntry(value))
+        if (!known && eventHoldsOwnedEntry(member.second))
             return ClaudeHookInstallationStatus::needsRepair;
     }
 

@@ -316,6 +316,10 @@ TEST_F(ClaudeHookInstallerTest, RefusesBadTokensAndMissingHelpersBeforeReading)
     EXPECT_EQ(message, QStringLiteral("Taskrack’s signed Claude helper is missing at ") + missing +
                            QStringLiteral(". Reinstall Taskrack and try again."));
 
+    EXPECT_EQ(errorOf([&] { installer.installNow(QStringLiteral("bin/taskrack-hook-bridge"), token); }),
+              ErrorKind::helperMissing)
+        << "hooks run from the session's directory; a relative path would not be found";
+
     ASSERT_EQ(::chmod(QFile::encodeName(helper).constData(), 0644), 0);
     EXPECT_EQ(errorOf([&] { installer.installNow(helper, token); }), ErrorKind::helperMissing)
         << "a helper that can't be run is as good as missing";
