@@ -1,0 +1,134 @@
+#!/usr/bin/env bash
+# The real Claude Code runs Taskrack's hooks: enable the integration in a scratch home, run
+# `claude -p` against a mock Messages API on 127.0.0.1, and check that the events reach a
+# running listener; then remove the integration and check that the person's settings are as
+# they were. Runs under dbus-run-session. Exit 77 = skipped (the provider could not be
+# installed); under CI a skip is a failure.
+#
+#   claude_hooks_e2e.sh TOOL BRIDGE SOURCE_DIR
+set -euo pipefail
+tool=$(realpath "${1:?tool}")
+bridge=$(realpath "${2:?bridge}")
+source_dir=$(realpath "${3:?source dir}")
+here=$(cd "$(dirname "$0")" && pwd)
+
+skip() {
+    echo "SKIP: $*" >&2
+    if [ -n "${CI:-}" ]; then exit 1; fi
+    exit 77
+}
+fail() {
+    echo "FAIL: $*" >&2
+    exit 1
+}
+
+[ -n "${DBUS_SESSION_BUS_ADDRESS:-}" ] || fail "run me under dbus-run-session"
+status=0
+claude=$("$source_dir/testing/providers/install-provider.sh" claude) || status=$?
+[ "$status" -eq 77 ] && skip "Claude Code could not be installed from the npm registry"
+[ "$status" -eq 0 ] || fail "installing Claude Code failed ($status)"
+
+scratch=$(mktemp -d)
+pids=()
+cleanup() {
+    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+    wait 2>/dev/null || true
+    if [ -n "${TASKRACK_E2E_KEEP:-}" ]; then echo "kept $scratch" >&2; else rm -rf "$scratch"; fi
+}
+trap cleanup EXIT
+
+home=$scratch/home
+work=$scratch/work
+mkdir -p "$home/.claude" "$work" "$scratch/config"
+export XDG_CONFIG_HOME=$scratch/config
+
+# The person's own settings, which must come back unchanged.
+cat >"$home/.claude/settings.json" <<'JSON'
+{
+  "model": "opus",
+  "env": { "TASKRACK_E2E_NOTE": "kept/as/is" },
+  "hooks": {
+    "Stop": [ { "hooks": [ { "type": "command", "command": "true" } ] } ],
+    "PreToolUse": [ { "matcher": "Bash", "hooks": [ { "type": "command", "command": "true" } ] } ]
+  }
+}
+JSON
+cp "$home/.claude/settings.json" "$scratch/original.json"
+
+# Bounded wait for a condition, never a fixed sleep.
+wait_for() {
+    local what=$1 seconds=$2
+    shift 2
+    local deadline=$((SECONDS + seconds))
+    until "$@"; do
+        [ $SECONDS -lt $deadline ] || fail "timed out waiting for $what"
+        sleep 0.2
+    done
+}
+
+"$tool" hooks enable "$home" "$bridge" | grep -qx "Live status is connected" || fail "enable"
+"$tool" hooks status "$home" "$bridge" | grep -qx "Live status is connected" || fail "status"
+
+python3 "$here/mock_claude_messages.py" --max-seconds 500 >"$scratch/mock.port" &
+pids+=($!)
+wait_for "the mock server" 20 test -s "$scratch/mock.port"
+port=$(head -1 "$scratch/mock.port")
+
+"$tool" listen "$home" "$bridge" >"$scratch/events.jsonl" 2>"$scratch/listen.err" &
+pids+=($!)
+wait_for "the listener" 30 grep -q '^ready' "$scratch/events.jsonl"
+
+run_claude() {
+    local prompt=$1
+    shift
+    (cd "$work" && env -i PATH=/usr/bin:/bin HOME="$home" \
+        DBUS_SESSION_BUS_ADDRESS="$DBUS_SESSION_BUS_ADDRESS" \
+        ANTHROPIC_BASE_URL="http://127.0.0.1:$port" ANTHROPIC_API_KEY=dummy \
+        DISABLE_TELEMETRY=1 CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1 DISABLE_AUTOUPDATER=1 \
+        DISABLE_ERROR_REPORTING=1 CLAUDE_CODE_MAX_RETRIES=0 \
+        timeout 180 "$claude" -p "$prompt" --output-format json "$@" \
+        >>"$scratch/claude.out" 2>>"$scratch/claude.err") || true
+}
+
+# Events are JSON lines; this asks whether one matches a Python condition on `e`.
+has_event() {
+    python3 - "$scratch/events.jsonl" "$1" <<'PY'
+import json, sys
+events = [json.loads(l) for l in open(sys.argv[1]) if l.startswith("{")]
+sys.exit(0 if any(eval(sys.argv[2], {}, {"e": e}) for e in events) else 1)
+PY
+}
+
+# A plain turn: the prompt is submitted, the turn stops.
+run_claude "Say hello. SCENARIO=text"
+wait_for "UserPromptSubmit" 30 has_event 'e["hook_event_name"] == "UserPromptSubmit"'
+wait_for "Stop" 30 has_event 'e["hook_event_name"] == "Stop" and e["background_task_count"] == 0 and not e["is_agent"]'
+
+# A failing turn ends in StopFailure.
+run_claude "Fail please. SCENARIO=error500"
+wait_for "StopFailure" 30 has_event 'e["hook_event_name"] == "StopFailure"'
+
+# A background command is still running when the turn stops.
+run_claude "Background job. SCENARIO=bgbash" --allowedTools Bash
+wait_for "Stop with a background task" 60 has_event 'e["hook_event_name"] == "Stop" and (e["background_task_count"] or 0) >= 1'
+
+# Every event names its session by the transcript's file name, and nothing else leaked.
+python3 - "$scratch/events.jsonl" <<'PY' || fail "event contents"
+import json, os, sys
+events = [json.loads(l) for l in open(sys.argv[1]) if l.startswith("{")]
+assert events, "no events"
+for e in events:
+    assert set(e) == {"session_id", "hook_event_name", "notification_type", "transcript_path",
+                      "background_task_count", "is_agent"}, e
+    if e["transcript_path"]:
+        assert os.path.basename(e["transcript_path"]) == e["session_id"] + ".jsonl", e
+print("events:", " ".join(e["hook_event_name"] for e in events))
+PY
+
+"$tool" hooks remove "$home" "$bridge" | grep -qx "Live status is off" || fail "remove"
+python3 - "$scratch/original.json" "$home/.claude/settings.json" <<'PY' || fail "settings after remove differ from the original"
+import json, sys
+assert json.load(open(sys.argv[1])) == json.load(open(sys.argv[2]))
+PY
+cmp -s "$scratch/original.json" "$home/.claude/settings.json.taskrack-backup" || fail "backup"
+echo "PASS"
