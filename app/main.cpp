@@ -1,9 +1,13 @@
 #include "app/commandline.h"
+#include "app/hookscommand.h"
+#include "app/providerpaths.h"
 #include "app/openfilelimit.h"
 #include "app/rackcommands.h"
+#include "platform/linux/settingspreferences.h"
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
+#include <QTextStream>
 #include <QTimer>
 #include <cstdio>
 
@@ -26,6 +30,22 @@ QCoro::Task<int> dispatch(CommandLine line)
         // Until the desktop shell exists, the application is the watcher in the terminal.
     case CommandLine::Command::watch:
         co_return co_await runWatchCommand(line);
+    case CommandLine::Command::hooks: {
+        SettingsPreferences preferences;
+        HooksCommandContext context;
+        context.settingsPath =
+            ProviderPaths::resolve(line.home).claudeHome + QStringLiteral("/settings.json");
+        context.helperPath =
+            QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge");
+        context.preferences = &preferences;
+        QTextStream out(stdout);
+        QTextStream err(stderr);
+        co_return co_await runHooksCommand(line.arguments, context, out, err);
+    }
+    case CommandLine::Command::open:
+        co_return co_await runOpenCommand(line);
+    case CommandLine::Command::read:
+        co_return co_await runReadCommand(line);
     default:
         co_return fail(QStringLiteral("This command is not available yet."));
     }

@@ -33,6 +33,21 @@ QString render(const RackStore &store, bool json, bool compact)
     return rackTable(store, SystemClock::shared().now());
 }
 
+void writeError(const QString &text)
+{
+    std::fprintf(stderr, "taskrack: %s\n", qPrintable(text));
+}
+
+// A thread named by its store id ("codex:…", "claude:…") or by the provider's own id.
+std::optional<RackThread> findThread(const RackStore &store, const QString &name)
+{
+    for (const RackThread &thread : store.allThreads()) {
+        if (thread.id == name || thread.providerThreadID == name)
+            return thread;
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 QCoro::Task<int> runListCommand(CommandLine line)
@@ -84,6 +99,63 @@ QCoro::Task<int> runWatchCommand(CommandLine line)
     co_await qCoro(&termination, &TerminationSignals::terminationRequested);
     co_await runtime.shutdown();
     co_return 0;
+}
+
+} // namespace taskrack
+
+namespace taskrack {
+
+QCoro::Task<int> runOpenCommand(CommandLine line)
+{
+    if (line.arguments.size() != 1) {
+        writeError(QStringLiteral("open needs exactly one thread id."));
+        co_return 2;
+    }
+    SettingsPreferences preferences;
+    RackRuntime runtime(ProviderPaths::resolve(line.home), preferences, SystemClock::shared());
+    RackStore &store = runtime.store();
+    co_await store.refresh();
+    const std::optional<RackThread> thread = findThread(store, line.arguments.first());
+    int exitCode = 0;
+    if (!thread) {
+        writeError(QStringLiteral("No task with that id."));
+        exitCode = 1;
+    } else {
+        co_await store.open(*thread);
+        if (store.hasOpenError()) {
+            writeError(store.errorMessage().value_or(QString()));
+            exitCode = 1;
+        }
+    }
+    co_await runtime.shutdown();
+    co_return exitCode;
+}
+
+QCoro::Task<int> runReadCommand(CommandLine line)
+{
+    const bool all = line.arguments == QStringList{QStringLiteral("--all")};
+    if (line.arguments.size() != 1) {
+        writeError(QStringLiteral("read needs a thread id or --all."));
+        co_return 2;
+    }
+    SettingsPreferences preferences;
+    RackRuntime runtime(ProviderPaths::resolve(line.home), preferences, SystemClock::shared());
+    RackStore &store = runtime.store();
+    co_await store.refresh();
+    int exitCode = 0;
+    int marked = 0;
+    if (all) {
+        marked = store.markAllRead();
+    } else if (const std::optional<RackThread> thread = findThread(store, line.arguments.first())) {
+        marked = store.markRead({*thread});
+    } else {
+        writeError(QStringLiteral("No task with that id."));
+        exitCode = 1;
+    }
+    if (exitCode == 0)
+        writeOut(QStringLiteral("%1 marked as read\n").arg(marked));
+    co_await runtime.shutdown();
+    co_return exitCode;
 }
 
 } // namespace taskrack

@@ -16,7 +16,7 @@ RackRuntime::RackRuntime(SourceAssembly assembly, Preferences &preferences, Cloc
                          QObject *parent)
     : QObject(parent), m_assembly(std::move(assembly)),
       m_composite(std::make_unique<CompositeThreadSource>(m_assembly.members)),
-      m_store(std::make_unique<RackStore>(*m_composite, nullptr, preferences, clock))
+      m_store(std::make_unique<RackStore>(*m_composite, &m_opener, preferences, clock))
 {
 }
 

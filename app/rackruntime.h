@@ -5,7 +5,9 @@
 // updates and invalidations into the store. Start-up and shut-down happen in a fixed order so
 // that no helper process outlives the application.
 
+#include "app/linuxthreadopener.h"
 #include "app/sourceassembly.h"
+#include "platform/linux/xdgworkspacerouting.h"
 #include "core/compositethreadsource.h"
 #include "core/rackstore.h"
 
@@ -40,6 +42,10 @@ private:
     QCoro::Task<void> consumeInvalidations(ChannelPtr<Invalidation> channel);
 
     SourceAssembly m_assembly;
+    XdgWorkspaceRouting m_workspace;
+    RackProviderApplicationService m_applications{m_workspace};
+    TerminalResumeOpener m_terminal;
+    LinuxThreadOpener m_opener{m_applications, m_terminal};
     std::unique_ptr<CompositeThreadSource> m_composite;
     std::unique_ptr<RackStore> m_store;
     std::stop_source m_loopsStop;

@@ -1,0 +1,24 @@
+#include "app/linuxthreadopener.h"
+
+namespace taskrack {
+
+LinuxThreadOpener::LinuxThreadOpener(RackProviderApplicationService &applications,
+                                     TerminalResumeOpener &terminal)
+    : m_deepLinks(applications), m_applications(applications), m_terminal(terminal)
+{
+}
+
+QCoro::Task<void> LinuxThreadOpener::open(RackThread thread)
+{
+    // Claude Code sessions found from transcripts have no desktop identifier: only the command
+    // line can resume them.
+    const bool desktopSession = thread.provider == RackProvider::codex ||
+                                thread.providerThreadID.startsWith(QLatin1String("local_"));
+    if (desktopSession && m_applications.hasRegisteredHandler(thread.provider)) {
+        co_await m_deepLinks.open(thread);
+        co_return;
+    }
+    co_await m_terminal.open(thread);
+}
+
+} // namespace taskrack

@@ -1,0 +1,88 @@
+#include "app/terminalresumeopener.h"
+
+#include "core/rackthreadopener.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+
+namespace taskrack {
+
+namespace {
+
+// Provider identifiers go onto a command line: only a plain UUID is accepted.
+bool isPlainUuid(const QString &text)
+{
+    const QUuid uuid = QUuid::fromString(text);
+    return !uuid.isNull() && uuid.toString(QUuid::WithoutBraces).compare(text, Qt::CaseInsensitive) == 0;
+}
+
+} // namespace
+
+TerminalResumeOpener::TerminalResumeOpener(QProcessEnvironment environment, Launcher launcher)
+    : m_environment(std::move(environment)), m_launcher(std::move(launcher))
+{
+    if (!m_launcher) {
+        m_launcher = [](const QString &program, const QStringList &arguments,
+                        const QString &workingDirectory) {
+            return QProcess::startDetached(program, arguments, workingDirectory);
+        };
+    }
+}
+
+QString TerminalResumeOpener::findExecutable(const QString &name) const
+{
+    if (name.contains(QLatin1Char('/')))
+        return QFileInfo(name).isExecutable() ? name : QString();
+    return QStandardPaths::findExecutable(
+        name, m_environment.value(QStringLiteral("PATH")).split(QLatin1Char(':'), Qt::SkipEmptyParts));
+}
+
+TerminalResumeOpener::Plan TerminalResumeOpener::plan(const RackThread &thread) const
+{
+    QString id = thread.providerThreadID;
+    // A desktop session id carries a prefix the command line does not know.
+    if (thread.provider == RackProvider::claudeDesktop && id.startsWith(QLatin1String("local_")))
+        id = id.mid(6);
+    if (!isPlainUuid(id))
+        throw ThreadOpeningError(ThreadOpeningError::Kind::invalidIdentifier, thread.provider);
+
+    const QString command = thread.provider == RackProvider::codex ? QStringLiteral("codex")
+                                                                   : QStringLiteral("claude");
+    const QString program = findExecutable(command);
+    if (program.isEmpty())
+        throw RackProviderApplicationError(RackProviderApplicationError::Kind::applicationNotInstalled,
+                                           thread.provider);
+
+    QString terminal;
+    const QString chosen = m_environment.value(QStringLiteral("TERMINAL")).trimmed();
+    if (!chosen.isEmpty())
+        terminal = findExecutable(chosen);
+    if (terminal.isEmpty())
+        terminal = findExecutable(QStringLiteral("x-terminal-emulator"));
+    if (terminal.isEmpty())
+        throw TaskrackError(QStringLiteral(
+            "No terminal to resume this task in: set $TERMINAL or install x-terminal-emulator."));
+
+    QStringList arguments{QStringLiteral("-e"), program};
+    if (thread.provider == RackProvider::codex)
+        arguments << QStringLiteral("resume") << id;
+    else
+        arguments << QStringLiteral("--resume") << id;
+    const QString folder = thread.workspacePath;
+    const QString workingDirectory =
+        !folder.isEmpty() && QFileInfo(folder).isDir() ? folder : QDir::homePath();
+    return Plan{terminal, arguments, workingDirectory};
+}
+
+QCoro::Task<void> TerminalResumeOpener::open(RackThread thread)
+{
+    const Plan resume = plan(thread);
+    if (!m_launcher(resume.terminal, resume.arguments, resume.workingDirectory))
+        throw RackProviderApplicationError(RackProviderApplicationError::Kind::launchFailed,
+                                           thread.provider);
+    co_return;
+}
+
+} // namespace taskrack
