@@ -155,6 +155,35 @@ QCoro::Task<void> ClaudeDesktopThreadSource::reconcileNow()
     co_await ClaudeThreadHop{caller};
 }
 
+std::optional<ClaudeSessionSignal> ClaudeDesktopThreadSource::signalOf(const ClaudeHookEvent &event)
+{
+    const ClaudeHookDisposition disposition = claudeHookDisposition(event);
+    if (disposition == ClaudeHookDisposition::ignore)
+        return std::nullopt;
+    ClaudeSessionSignal signal;
+    signal.sessionId = event.sessionId;
+    signal.transcriptPath = event.transcriptPath;
+    switch (claudeInputRequestAction(event)) {
+    case ClaudeInputRequestAction::set:
+        signal.inputRequest = ClaudeSessionSignal::InputRequest::set;
+        break;
+    case ClaudeInputRequestAction::clear:
+        signal.inputRequest = ClaudeSessionSignal::InputRequest::clear;
+        break;
+    case ClaudeInputRequestAction::leave:
+        break;
+    }
+    if (disposition == ClaudeHookDisposition::applyWithBackgroundUpdate)
+        signal.activeBackgroundTaskCount = claudeActiveBackgroundTaskCount(event);
+    return signal;
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::receive(ClaudeHookEvent event, QDateTime receivedAt)
+{
+    if (auto signal = signalOf(event))
+        co_await receiveSignal(std::move(*signal), std::move(receivedAt));
+}
+
 QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal signal, QDateTime receivedAt)
 {
     QObject *caller = threadAnchor();

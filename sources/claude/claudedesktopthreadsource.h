@@ -10,6 +10,7 @@
 #include "core/clock.h"
 #include "core/serialexecutor.h"
 #include "core/threadsource.h"
+#include "sources/claude/claudehookevent.h"
 #include "sources/claude/claudelivesessionregistry.h"
 #include "sources/claude/claudesessiondirectorywatcher.h"
 #include "sources/claude/claudesessionevidence.h"
@@ -87,9 +88,13 @@ public:
     // A reconciliation now, as after waking from sleep.
     QCoro::Task<void> reconcileNow();
 
-    // The hook entry point: the hook layer's receive(event, at) maps an accepted event onto a
-    // signal and calls this with the moment of arrival.
+    // One hook event with the moment it arrived. Sub-agent noise is dropped here; everything
+    // else becomes a signal.
+    QCoro::Task<void> receive(ClaudeHookEvent event, QDateTime receivedAt);
+    // Applies a signal to its session, or keeps it until the session is known.
     QCoro::Task<void> receiveSignal(ClaudeSessionSignal signal, QDateTime receivedAt);
+    // What a hook event asks, or nothing when it is to be ignored.
+    static std::optional<ClaudeSessionSignal> signalOf(const ClaudeHookEvent &event);
 
     // Live status, newest 64 kept.
     ChannelPtr<RackStatusUpdate> statusUpdates() const { return m_statusUpdates; }

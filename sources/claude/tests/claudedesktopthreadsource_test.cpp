@@ -334,6 +334,28 @@ TEST_F(ClaudeSourceTest, HookSignalsResolveByTranscriptAndWaitWhenUnknown)
     EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::completed);
 }
 
+TEST_F(ClaudeSourceTest, HookEventsFromSubAgentsAreFilteredBeforeTheyApply)
+{
+    writeManifest("local_a", {{"cliSessionId", "cli-a"}});
+    writeFile(transcriptPath("cli-a"), promptLine(baseTime.addSecs(-60), "go") + assistantLine(baseTime.addSecs(-30), "tool_use"));
+    auto source = makeSource();
+    fetch(*source);
+
+    ClaudeHookEvent permission{"cli-a", "/work/app", "PermissionRequest", {}, {}, {}, false};
+    awaitVoid(source->receive(permission, baseTime.addSecs(-10)));
+    EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::requiresInput);
+
+    // A sub-agent's stop without a count is not the parent's stop: the request stays.
+    ClaudeHookEvent agentStop{"cli-a", "/work/app", "Stop", {}, {}, std::nullopt, true};
+    awaitVoid(source->receive(agentStop, baseTime.addSecs(-9)));
+    EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::requiresInput);
+
+    ClaudeHookEvent agentStopWithCount{"cli-a", "/work/app", "Stop", {}, {}, 3, true};
+    awaitVoid(source->receive(agentStopWithCount, baseTime.addSecs(-8)));
+    writeFile(transcriptPath("cli-a"), assistantLine(baseTime.addSecs(-7)), QIODevice::Append);
+    EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::working) << "three background tasks still run";
+}
+
 TEST_F(ClaudeSourceTest, MonitoringPublishesTranscriptChangesAndNewSessions)
 {
     const QString id = "aaaaaaaa-2222-3333-4444-555555555555";
