@@ -2,6 +2,8 @@
 
 #include <QSet>
 #include <algorithm>
+#include <limits>
+#include <vector>
 
 namespace taskrack {
 
@@ -30,14 +32,33 @@ std::optional<RackOrganizationMode> organizationModeFromRaw(const QString &raw)
 
 QList<RackThread> sortedInThreadOrder(QList<RackThread> threads)
 {
-    std::stable_sort(threads.begin(), threads.end(), [](const RackThread &a, const RackThread &b) {
-        const int rankA = statusRank(a.status);
-        const int rankB = statusRank(b.status);
-        if (rankA != rankB)
-            return rankA < rankB;
-        return a.recencyAt > b.recencyAt;
+    // Sort small keys, not whole records: a thread is large and copying it dominates otherwise.
+    struct Key {
+        int rank;
+        qint64 recency;
+        qsizetype index;
+    };
+    std::vector<Key> keys;
+    keys.reserve(size_t(threads.size()));
+    for (qsizetype i = 0; i < threads.size(); ++i) {
+        const RackThread &thread = threads.at(i);
+        keys.push_back({statusRank(thread.status),
+                        thread.recencyAt.isValid() ? thread.recencyAt.toMSecsSinceEpoch()
+                                                   : std::numeric_limits<qint64>::min(),
+                        i});
+    }
+    std::sort(keys.begin(), keys.end(), [](const Key &a, const Key &b) {
+        if (a.rank != b.rank)
+            return a.rank < b.rank;
+        if (a.recency != b.recency)
+            return a.recency > b.recency;
+        return a.index < b.index;
     });
-    return threads;
+    QList<RackThread> sorted;
+    sorted.reserve(threads.size());
+    for (const Key &key : keys)
+        sorted.append(threads.at(key.index));
+    return sorted;
 }
 
 QList<RackThread> activityList(const QList<RackThread> &sorted)
