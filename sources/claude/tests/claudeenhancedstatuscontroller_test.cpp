@@ -222,32 +222,23 @@ TEST_F(ClaudeEnhancedStatusControllerTest, RefreshListensAndRepairsDriftOnlyOnce
     EXPECT_EQ(installer.calls[0].token, validToken);
     EXPECT_EQ(controller().recoveryAction(), std::nullopt);
 
+    // A missing helper can't be fixed by reinstalling: it waits for the person.
+    installer.responses = {Status::helperMissing};
+    run(controller().refresh());
+    EXPECT_EQ(installer.operations(), (QStringList{"status", "status"}));
+    EXPECT_EQ(controller().recoveryAction(), Recovery::enable);
+    installer.calls.clear();
+
     // Drift, and the repair fails: live status turns off and waits for the person.
     installer.responses = {Status::needsRepair, QStringLiteral("cannot write")};
     run(controller().refresh());
-    EXPECT_EQ(installer.operations(), (QStringList{"status", "status", "install"}));
+    EXPECT_EQ(installer.operations(), (QStringList{"status", "install"}));
     EXPECT_EQ(controller().statusSummary(), "cannot write");
     EXPECT_FALSE(controller().isEnabled());
     installer.responses = {Status::needsRepair};
     run(controller().refresh());
-    EXPECT_EQ(installer.operations(), (QStringList{"status", "status", "install", "status"}));
+    EXPECT_EQ(installer.operations(), (QStringList{"status", "install", "status"}));
     EXPECT_EQ(controller().recoveryAction(), Recovery::disable);
-}
-
-TEST_F(ClaudeEnhancedStatusControllerTest, OnlyNeedsRepairIsRepairedAutomatically)
-{
-    enableInPreferences(validToken);
-    installer.responses = {Status::helperMissing};
-    run(controller().refresh());
-    EXPECT_EQ(installer.operations(), QStringList{"status"});
-    EXPECT_EQ(controller().recoveryAction(), Recovery::enable);
-    EXPECT_EQ(controller().statusSummary(), "Taskrack’s Claude helper is unavailable");
-
-    controller().setAutomaticRepairEnabled(false);
-    installer.responses = {Status::needsRepair};
-    run(controller().refresh());
-    EXPECT_EQ(installer.operations(), (QStringList{"status", "status"}));
-    EXPECT_EQ(controller().statusSummary(), "Live status needs repair");
 }
 
 TEST_F(ClaudeEnhancedStatusControllerTest, ALateRefreshResultIsDropped)
@@ -323,23 +314,6 @@ TEST_F(ClaudeEnhancedStatusControllerTest, AFailedRemovalKeepsItsRetry)
     EXPECT_EQ(controller().recoveryAction(), Recovery::disable);
     run(controller().recover());
     EXPECT_EQ(installer.operations().back(), "remove");
-}
-
-TEST_F(ClaudeEnhancedStatusControllerTest, NotNowRecordsOnlyTheChoice)
-{
-    controller().chooseNotNow();
-    EXPECT_TRUE(controller().hasMadeOnboardingChoice());
-    EXPECT_TRUE(preferences.boolValue(ClaudeIntegrationPreferences::onboardingChoiceKey));
-    EXPECT_FALSE(preferences.contains(ClaudeIntegrationPreferences::enabledKey));
-    EXPECT_TRUE(installer.calls.empty());
-}
-
-TEST_F(ClaudeEnhancedStatusControllerTest, StartsFromThePersistedIntent)
-{
-    preferences.setValue(ClaudeIntegrationPreferences::enabledKey, true);
-    preferences.setValue(ClaudeIntegrationPreferences::onboardingChoiceKey, true);
-    EXPECT_TRUE(controller().isEnabled());
-    EXPECT_TRUE(controller().hasMadeOnboardingChoice());
 }
 
 TEST(ClaudeIntegrationPreferencesTest, AcceptsTokensOfSixteenTo256Bytes)

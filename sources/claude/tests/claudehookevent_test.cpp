@@ -151,28 +151,24 @@ ClaudeHookEvent eventNamed(const char *name, std::optional<QString> type = std::
     return {"s", "/w", name, std::move(type), std::nullopt, count, agent};
 }
 
-TEST(ClaudeHookEventTest, InputRequestActionsFollowTheVocabulary)
+TEST(ClaudeHookEventTest, OnlyPromptsThatWaitForThePersonSetAnInputRequest)
 {
     using Action = ClaudeInputRequestAction;
     const std::pair<ClaudeHookEvent, Action> cases[] = {
-        {eventNamed("PermissionRequest"), Action::set},
         {eventNamed("Notification", "permission_prompt"), Action::set},
-        {eventNamed("Notification", "elicitation_dialog"), Action::set},
-        {eventNamed("Notification", "elicitation_complete"), Action::clear},
         {eventNamed("Notification", "elicitation_response"), Action::clear},
+        // Idle reminders and unknown notifications say nothing new about a pending request.
         {eventNamed("Notification", "idle_prompt"), Action::leave},
-        {eventNamed("Notification", "auth_success"), Action::leave},
         {eventNamed("Notification"), Action::leave},
-        {eventNamed("UserPromptSubmit"), Action::clear},
-        {eventNamed("Stop"), Action::clear},
-        {eventNamed("StopFailure"), Action::clear},
-        {eventNamed("SessionEnd"), Action::clear},
+        // A sub-agent finishing does not answer the parent's question.
         {eventNamed("SubagentStop"), Action::leave},
+        {eventNamed("StopFailure"), Action::clear},
         {eventNamed("PreToolUse"), Action::leave},
     };
     for (const auto &[event, expected] : cases)
         EXPECT_EQ(claudeInputRequestAction(event), expected)
-            << event.hookEventName.toStdString() << " " << event.notificationType.value_or("").toStdString();
+            << event.hookEventName.toStdString() << " "
+            << event.notificationType.value_or("").toStdString();
 }
 
 TEST(ClaudeHookEventTest, SubagentEventsCountOnlyWhenTheyReportBackgroundWork)

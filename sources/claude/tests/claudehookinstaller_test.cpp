@@ -551,14 +551,5 @@ TEST_F(ClaudeHookInstallerTest, StatusNeedsTheHelperAndTheTokenOnceHooksAreOurs)
     EXPECT_EQ(errorOf([&] { installer.statusNow(helper, token); }), ErrorKind::invalidHooksValue);
 }
 
-TEST_F(ClaudeHookInstallerTest, AsynchronousOperationsRunOnTheInstallersThread)
-{
-    EXPECT_EQ(testing::await(installer.install(helper, token)), Status::enabled);
-    EXPECT_EQ(testing::await(installer.status(helper, token)), Status::enabled);
-    EXPECT_EQ(testing::await(installer.remove()), Status::disabled);
-    writeBytes(settingsPath(), R"({"hooks": 3})");
-    EXPECT_THROW(testing::await(installer.install(helper, token)), ClaudeHookInstallerError);
-}
-
 } // namespace
 } // namespace taskrack
