@@ -1,0 +1,609 @@
+#include "sources/codex/codexthreadrepository.h"
+
+#include "core/serialexecutor.h"
+#include "platform/linux/inotifyfilewatch.h"
+#include "sources/codex/codexappserverclient.h"
+#include "sources/codex/codexappservererror.h"
+#include "sources/codex/codexappserverthreadsource.h"
+#include "sources/codex/rolloutactivityoverlay.h"
+#include "sources/codex/sqlitethreadsource.h"
+#include "sources/codex/taskfilewatcher.h"
+
+#include <QFileInfo>
+#include <QHash>
+#include <QLoggingCategory>
+
+namespace taskrack {
+
+Q_LOGGING_CATEGORY(lcCodexRepository, "com.quillon.Taskrack.codex-repository", QtInfoMsg)
+
+namespace {
+
+const QString liveUnavailableSuffix = QStringLiteral(" + Codex live unavailable");
+const QString bothUnavailableDescription =
+    QStringLiteral("Codex local history unavailable + Codex live unavailable");
+const QString localUnavailableDescription = QStringLiteral("Codex local history unavailable");
+const QString desktopUnavailableDescription =
+    QStringLiteral("Codex desktop cache unavailable (status unavailable)");
+const QString localActivityDescription = QStringLiteral("Codex local activity");
+
+ThreadSourceFailure failure(const QString &sourceName, bool cached,
+                            std::optional<RackProvider> provider)
+{
+    return ThreadSourceFailure{sourceName, ThreadSourceFailureState::degraded, cached, provider,
+                               std::nullopt, false};
+}
+
+void appendUnique(QList<ThreadSourceFailure> &failures, const QList<ThreadSourceFailure> &more)
+{
+    for (const ThreadSourceFailure &item : more) {
+        if (!failures.contains(item))
+            failures.append(item);
+    }
+}
+
+// The rollout overlay is not thread-safe and reads files synchronously: it gets a worker of its
+// own, so that a slow disk never holds up the thread that owns the repository.
+class RolloutOverlayWorker : public CodexActivityOverlaying
+{
+public:
+    explicit RolloutOverlayWorker(const QString &codexHome)
+        : m_overlay(SQLiteThreadSource::databasePathIn(codexHome), codexHome),
+          m_executor(QStringLiteral("CodexRolloutOverlay"))
+    {
+    }
+
+    QCoro::Task<ThreadCollection> apply(ThreadCollection collection, QDateTime now) override
+    {
+        // Named awaitables: g++ 12 destroys temporaries of a co_await expression twice.
+        auto work = m_executor.run([this, &collection, now] { return m_overlay.apply(collection, now); });
+        co_return co_await work;
+    }
+
+    QCoro::Task<QStringList> watchedRollouts(QDateTime now) override
+    {
+        auto work = m_executor.run([this, now] { return m_overlay.watchedRollouts(now); });
+        co_return co_await work;
+    }
+
+private:
+    RolloutActivityOverlay m_overlay;
+    SerialExecutor m_executor;
+};
+
+} // namespace
+
+CodexThreadRepositoryError::CodexThreadRepositoryError(QString liveSourceMessage,
+                                                       QString fallbackSourceMessage)
+    : TaskrackError(QStringLiteral("Codex tasks are temporarily unavailable. Live source: ")
+                    + liveSourceMessage + QStringLiteral(" Local history: ")
+                    + fallbackSourceMessage),
+      m_live(std::move(liveSourceMessage)), m_fallback(std::move(fallbackSourceMessage))
+{
+}
+
+std::shared_ptr<CodexActivityOverlaying> CodexActivityOverlaying::forCodexHome(const QString &codexHome)
+{
+    return std::make_shared<RolloutOverlayWorker>(codexHome);
+}
+
+std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(const QString &codexHome,
+                                                                     const QString &homeDir,
+                                                                     Clock &clock)
+{
+    CodexAppServerOptions options;
+    options.clock = &clock;
+    options.homeDirectory = homeDir;
+    auto appServer = std::make_shared<CodexAppServerThreadSource>(
+        std::make_unique<CodexAppServerClient>(std::move(options)));
+    const QString database = SQLiteThreadSource::databasePathIn(codexHome);
+
+    Parts parts;
+    parts.liveSource = appServer;
+    parts.appServerSource = appServer;
+    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(codexHome, homeDir);
+    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(codexHome);
+    auto watch = std::make_unique<InotifyFileWatch>();
+    if (watch->isValid())
+        parts.fileWatch = std::move(watch);
+    parts.databaseFiles = {database, database + QStringLiteral("-wal")};
+    parts.clock = &clock;
+    return create(std::move(parts));
+}
+
+std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(Parts parts)
+{
+    return std::make_shared<CodexThreadRepository>(std::move(parts));
+}
+
+CodexThreadRepository::CodexThreadRepository(Parts parts) : m_parts(std::move(parts))
+{
+    Q_ASSERT(m_parts.liveSource && m_parts.fallbackSource && m_parts.clock);
+    for (QString &path : m_parts.databaseFiles)
+        path = QFileInfo(path).absoluteFilePath();
+}
+
+CodexThreadRepository::~CodexThreadRepository()
+{
+    m_lifetime.request_stop();
+    m_generationStop.request_stop();
+    m_localSnapshots->finish();
+    m_statusUpdates->finish();
+    m_invalidations->finish();
+}
+
+QString CodexThreadRepository::sourceName() const
+{
+    return QStringLiteral("Codex");
+}
+
+bool CodexThreadRepository::isStale(quint64 generation, const std::stop_token &stop) const
+{
+    return generation != m_lifecycleGeneration || m_isSuspended || m_isShutdown
+        || stop.stop_requested();
+}
+
+void CodexThreadRepository::throwIfStale(quint64 generation, const std::stop_token &stop) const
+{
+    if (isStale(generation, stop))
+        throw OperationCancelled();
+}
+
+QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std::stop_token stop)
+{
+    // A fetch is bounded by its sources' deadlines; holding the repository for that long is
+    // harmless, and no member is touched after it is gone.
+    const std::shared_ptr<CodexThreadRepository> self = shared_from_this();
+    const quint64 generation = m_lifecycleGeneration;
+    throwIfStale(generation, stop);
+    const quint64 revision = m_localRevision;
+    const std::shared_ptr<ThreadSource> live = m_parts.liveSource;
+
+    std::optional<ThreadCollection> liveResult;
+    std::exception_ptr liveError;
+    try {
+        liveResult = co_await live->fetchThreads(limit, stop);
+    } catch (...) {
+        liveError = std::current_exception();
+    }
+    throwIfStale(generation, stop);
+    if (liveError && isCancellation(liveError))
+        throw OperationCancelled();
+
+    ThreadCollection result;
+    if (liveResult) {
+        m_liveCollection = *liveResult;
+        m_liveSourceFailures = liveResult->sourceFailures;
+        if (m_localRevision != revision && m_localCollection) {
+            // A local picture landed while the live side answered: it is the fresher list.
+            result = reconcile(m_localCollection->threads, m_liveCollection,
+                               m_localCollection->sourceFailures, m_liveSourceFailures);
+        } else {
+            result = co_await applyOverlay(std::move(*liveResult), generation, stop);
+        }
+    } else {
+        qCWarning(lcCodexRepository,
+                  "Codex live listing failed, using local fallback [category: %s]",
+                  qPrintable(codexAppServerErrorCategory(liveError)));
+        // A live picture that can no longer be confirmed must not lend its status any more.
+        m_liveCollection.reset();
+        m_liveSourceFailures.clear();
+        const std::shared_ptr<ThreadSource> fallback = m_parts.fallbackSource;
+        std::optional<ThreadCollection> fallbackResult;
+        std::exception_ptr fallbackError;
+        try {
+            fallbackResult = co_await fallback->fetchThreads(limit, stop);
+        } catch (...) {
+            fallbackError = std::current_exception();
+        }
+        throwIfStale(generation, stop);
+        if (fallbackError && isCancellation(fallbackError))
+            throw OperationCancelled();
+        if (fallbackResult) {
+            fallbackResult->sourceDescription += liveUnavailableSuffix;
+            fallbackResult->sourceFailures.append(
+                failure(QStringLiteral("Codex"), false, std::nullopt));
+            result = co_await applyOverlay(std::move(*fallbackResult), generation, stop);
+        } else if (!m_parts.desktopSource) {
+            throw CodexThreadRepositoryError(describeException(liveError),
+                                             describeException(fallbackError));
+        } else {
+            result = ThreadCollection{{}, bothUnavailableDescription, false,
+                                      {failure(QStringLiteral("Codex local history"), false,
+                                               RackProvider::codex)}};
+        }
+    }
+
+    const std::optional<ThreadCollection> projection =
+        co_await readDesktopProjection(limit, generation, stop);
+    result = mergeDesktopProjection(std::move(result), projection);
+    // The overlay just learnt which rollouts are running: follow them.
+    renewWatchedFiles(generation);
+    co_return result;
+}
+
+QCoro::Task<ThreadCollection> CodexThreadRepository::applyOverlay(ThreadCollection collection,
+                                                                  quint64 generation,
+                                                                  std::stop_token stop)
+{
+    const std::shared_ptr<CodexActivityOverlaying> overlay = m_parts.activityOverlay;
+    if (!overlay)
+        co_return collection;
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    std::optional<ThreadCollection> lifted;
+    try {
+        lifted = co_await overlay->apply(collection, clock().now());
+    } catch (...) {
+        // The overlay's trouble costs only the overlay: the collection stands as it was read.
+    }
+    const auto self = weak.lock();
+    if (!self)
+        throw OperationCancelled();
+    throwIfStale(generation, stop);
+    co_return lifted ? std::move(*lifted) : std::move(collection);
+}
+
+QCoro::Task<std::optional<ThreadCollection>>
+CodexThreadRepository::readDesktopProjection(int limit, quint64 generation, std::stop_token stop)
+{
+    throwIfStale(generation, stop);
+    const std::shared_ptr<ThreadSource> desktop = m_parts.desktopSource;
+    if (!desktop)
+        co_return std::nullopt;
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    const quint64 sequence = ++m_nextDesktopReadSequence;
+    std::optional<ThreadCollection> read;
+    std::exception_ptr error;
+    try {
+        read = co_await desktop->fetchThreads(limit, stop);
+    } catch (...) {
+        error = std::current_exception();
+    }
+    const auto self = weak.lock();
+    if (!self || (error && isCancellation(error)))
+        throw OperationCancelled();
+    throwIfStale(generation, stop);
+    // An older read that finished last must not replace a newer one.
+    if (sequence <= m_completedDesktopReadSequence)
+        co_return m_latestDesktopProjection;
+    m_completedDesktopReadSequence = sequence;
+    if (read) {
+        m_latestDesktopProjection = read;
+        co_return read;
+    }
+    ThreadCollection degraded = m_latestDesktopProjection.value_or(ThreadCollection{});
+    degraded.sourceDescription = desktopUnavailableDescription;
+    appendUnique(degraded.sourceFailures,
+                 {failure(QStringLiteral("Codex desktop catalog"),
+                          m_latestDesktopProjection.has_value(), RackProvider::codex)});
+    co_return degraded;
+}
+
+ThreadCollection CodexThreadRepository::reconcile(const QList<RackThread> &localThreads,
+                                                  const std::optional<ThreadCollection> &liveCollection,
+                                                  QList<ThreadSourceFailure> failures,
+                                                  const QList<ThreadSourceFailure> &liveSourceFailures)
+{
+    QHash<QString, const RackThread *> live;
+    if (liveCollection) {
+        for (const RackThread &thread : liveCollection->threads)
+            live.insert(thread.id, &thread);
+    }
+    ThreadCollection result;
+    result.threads.reserve(localThreads.size());
+    for (const RackThread &local : localThreads) {
+        const RackThread *counterpart = local.codexDesktopIdentity ? nullptr : live.value(local.id);
+        // The list comes from the local side; the live side only lends its status, and only
+        // when it is not older than what the local files say.
+        if (counterpart && counterpart->status != RackStatus::recent
+            && counterpart->recencyAt >= local.recencyAt
+            && counterpart->updatedAt >= local.updatedAt) {
+            RackThread merged = *counterpart;
+            merged.recencyAt = local.recencyAt;
+            result.threads.append(std::move(merged));
+        } else {
+            result.threads.append(local);
+        }
+    }
+    appendUnique(failures, liveSourceFailures);
+    QList<ThreadSourceFailure> unique;
+    appendUnique(unique, failures);
+    result.sourceFailures = std::move(unique);
+    result.sourceDescription = localActivityDescription;
+    result.isLive = false;
+    return result;
+}
+
+ThreadCollection CodexThreadRepository::mergeDesktopProjection(
+    ThreadCollection base, const std::optional<ThreadCollection> &projection)
+{
+    if (!projection || projection->threads.isEmpty())
+        return base;
+    appendUnique(base.sourceFailures, projection->sourceFailures);
+    QList<RackThread> threads;
+    for (const RackThread &thread : std::as_const(base.threads)) {
+        if (!thread.codexDesktopIdentity)
+            threads.append(thread);
+    }
+    for (const RackThread &thread : projection->threads) {
+        if (thread.provider != RackProvider::codex || !thread.codexDesktopIdentity)
+            continue;
+        RackThread copy = thread;
+        // Only a live cloud reading may give a cached desktop thread a status of its own.
+        if (!copy.hasLiveCloudStatus)
+            copy.status = RackStatus::recent;
+        threads.append(std::move(copy));
+    }
+    base.threads = std::move(threads);
+    base.sourceDescription += QStringLiteral(" + ") + projection->sourceDescription;
+    return base;
+}
+
+void CodexThreadRepository::requestLocalRefresh()
+{
+    if (!m_parts.activityOverlay && !m_parts.desktopSource)
+        return;
+    if (m_isSuspended || m_isShutdown)
+        return;
+    if (m_localRefreshRunning) {
+        m_needsLocalRefresh = true;
+        return;
+    }
+    m_localRefreshRunning = true;
+    runLocalRefresh(m_lifecycleGeneration, m_generationStop.get_token());
+}
+
+QCoro::Task<void> CodexThreadRepository::runLocalRefresh(quint64 generation, std::stop_token stop)
+{
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    const std::shared_ptr<ThreadSource> fallback = m_parts.fallbackSource;
+    std::optional<ThreadCollection> collection;
+    bool published = false;
+    try {
+        std::optional<ThreadCollection> read;
+        std::exception_ptr readError;
+        try {
+            read = co_await fallback->fetchThreads(localFetchLimit, stop);
+        } catch (...) {
+            readError = std::current_exception();
+        }
+        if (!weak.lock())
+            co_return;
+        throwIfStale(generation, stop);
+        if (readError && isCancellation(readError))
+            throw OperationCancelled();
+        if (read) {
+            collection = co_await applyOverlay(std::move(*read), generation, stop);
+        } else {
+            qCWarning(lcCodexRepository, "Local Codex reconciliation unavailable");
+            if (m_parts.desktopSource) {
+                const QList<RackThread> kept =
+                    m_localCollection ? m_localCollection->threads : QList<RackThread>{};
+                collection = ThreadCollection{kept, localUnavailableDescription, false,
+                                              {failure(QStringLiteral("Codex local history"),
+                                                       !kept.isEmpty(), RackProvider::codex)}};
+            }
+        }
+        if (collection) {
+            const std::optional<ThreadCollection> projection =
+                co_await readDesktopProjection(localFetchLimit, generation, stop);
+            m_localCollection = *collection;
+            ++m_localRevision;
+            ThreadCollection snapshot = mergeDesktopProjection(
+                reconcile(collection->threads, m_liveCollection, collection->sourceFailures,
+                          m_liveSourceFailures),
+                projection);
+            if (snapshot != m_lastPublishedLocalSnapshot) {
+                m_lastPublishedLocalSnapshot = snapshot;
+                m_localSnapshots->send(std::move(snapshot));
+            }
+            published = true;
+        }
+    } catch (...) {
+        // Cancelled or overtaken by a suspend: the work of an old generation ends without a
+        // trace. Only a dead repository is left alone entirely.
+        if (!weak.lock())
+            co_return;
+    }
+    if (published)
+        co_await renewWatchedFiles(generation);
+    if (!weak.lock() || generation != m_lifecycleGeneration)
+        co_return;
+    m_localRefreshRunning = false;
+    ++m_completedLocalRefreshes;
+    if (m_needsLocalRefresh) {
+        m_needsLocalRefresh = false;
+        requestLocalRefresh();
+    }
+}
+
+QCoro::Task<void> CodexThreadRepository::renewWatchedFiles(quint64 generation)
+{
+    const std::shared_ptr<CodexActivityOverlaying> overlay = m_parts.activityOverlay;
+    if (!m_watcher || !overlay || isStale(generation, {}))
+        co_return;
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    QStringList rollouts;
+    try {
+        rollouts = co_await overlay->watchedRollouts(clock().now());
+    } catch (...) {
+        co_return;
+    }
+    if (!weak.lock() || isStale(generation, {}) || !m_watcher)
+        co_return;
+    m_watchedRollouts = rollouts;
+    m_watcher->setFiles(m_parts.databaseFiles + rollouts);
+}
+
+QStringList CodexThreadRepository::watchedFiles() const
+{
+    return m_watcher ? m_watcher->files() : QStringList{};
+}
+
+void CodexThreadRepository::start()
+{
+    if (m_started || m_isShutdown)
+        return;
+    m_started = true;
+    if (m_parts.fileWatch) {
+        m_watcher = std::make_unique<TaskFileWatcher>(std::move(m_parts.fileWatch), clock());
+        m_watcher->setFiles(m_parts.databaseFiles + m_watchedRollouts);
+        if (!m_isSuspended)
+            m_watcher->start();
+        consumeFileChanges();
+    }
+    if (m_parts.appServerSource) {
+        passOnStatusUpdates();
+        passOnInvalidations();
+    }
+    if (m_parts.safetyNetInterval.count() > 0)
+        runSafetyNet();
+    // Rollouts known from a fetch that ran before watching began.
+    renewWatchedFiles(m_lifecycleGeneration);
+}
+
+QCoro::Task<void> CodexThreadRepository::consumeFileChanges()
+{
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    const ChannelPtr<TaskFileChanges> changes = m_watcher->changes();
+    const std::stop_token stop = m_lifetime.get_token();
+    while (true) {
+        auto next = changes->next(stop);
+        std::optional<TaskFileChanges> change = co_await next;
+        const auto self = weak.lock();
+        if (!change || !self || m_isShutdown)
+            co_return;
+        if (m_isSuspended)
+            continue;
+        bool listChanged = change->everything;
+        for (const QString &path : std::as_const(m_parts.databaseFiles))
+            listChanged = listChanged || change->paths.contains(path);
+        requestLocalRefresh();
+        // The database holds the list itself: a new, archived or renamed task is for a fetch.
+        if (listChanged)
+            m_invalidations->send({});
+    }
+}
+
+void CodexThreadRepository::foldIntoLiveCollection(const CodexStatusUpdate &update)
+{
+    if (!m_liveCollection)
+        return;
+    for (RackThread &thread : m_liveCollection->threads) {
+        if (thread.providerThreadID != update.threadId)
+            continue;
+        thread.status = rackStatus(update.status);
+        // Without a time of its own the update is as new as its arrival, which lets it win over
+        // older local activity when the list is reconciled.
+        thread.updatedAt = update.updatedAt.value_or(clock().now());
+        if (update.recencyAt)
+            thread.recencyAt = *update.recencyAt;
+    }
+}
+
+QCoro::Task<void> CodexThreadRepository::passOnStatusUpdates()
+{
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    const ChannelPtr<CodexStatusUpdate> updates = m_parts.appServerSource->statusUpdates();
+    const std::stop_token stop = m_lifetime.get_token();
+    while (true) {
+        auto next = updates->next(stop);
+        std::optional<CodexStatusUpdate> update = co_await next;
+        const auto self = weak.lock();
+        if (!update || !self || m_isShutdown)
+            co_return;
+        if (m_isSuspended)
+            continue;
+        foldIntoLiveCollection(*update);
+        const RackStatusUpdate delta = rackStatusUpdate(*update);
+        m_statusUpdates->send(delta);
+        // A turn began or ended: its rollout joins or leaves the watched set.
+        if (delta.status == RackStatus::working || delta.status == RackStatus::completed
+            || delta.status == RackStatus::error)
+            requestLocalRefresh();
+    }
+}
+
+QCoro::Task<void> CodexThreadRepository::passOnInvalidations()
+{
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    const ChannelPtr<std::monostate> invalidations =
+        m_parts.appServerSource->threadListInvalidations();
+    const std::stop_token stop = m_lifetime.get_token();
+    while (true) {
+        auto next = invalidations->next(stop);
+        std::optional<std::monostate> invalidation = co_await next;
+        const auto self = weak.lock();
+        if (!invalidation || !self || m_isShutdown)
+            co_return;
+        if (!m_isSuspended)
+            m_invalidations->send({});
+    }
+}
+
+QCoro::Task<void> CodexThreadRepository::runSafetyNet()
+{
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    Clock &clock = *m_parts.clock;
+    const std::chrono::milliseconds interval = m_parts.safetyNetInterval;
+    while (true) {
+        co_await clock.sleep(interval);
+        const auto self = weak.lock();
+        if (!self || m_isShutdown)
+            co_return;
+        // Also lets a completed or failed status expire on time when no file changes.
+        requestLocalRefresh();
+    }
+}
+
+QCoro::Task<void> CodexThreadRepository::suspend()
+{
+    if (m_isSuspended || m_isShutdown)
+        co_return;
+    m_isSuspended = true;
+    m_generationStop.request_stop();
+    m_generationStop = std::stop_source();
+    m_localRefreshRunning = false;
+    m_needsLocalRefresh = false;
+    if (m_watcher)
+        m_watcher->stop();
+    if (const std::shared_ptr<CodexAppServerThreadSource> appServer = m_parts.appServerSource)
+        co_await appServer->suspend();
+}
+
+void CodexThreadRepository::resume()
+{
+    if (!m_isSuspended || m_isShutdown)
+        return;
+    ++m_lifecycleGeneration;
+    m_isSuspended = false;
+    if (m_parts.appServerSource)
+        m_parts.appServerSource->resume();
+    if (m_watcher) {
+        m_watcher->start();
+        // Whatever was written while asleep went unheard.
+        requestLocalRefresh();
+    }
+}
+
+QCoro::Task<void> CodexThreadRepository::shutdown()
+{
+    const std::shared_ptr<CodexAppServerThreadSource> appServer = m_parts.appServerSource;
+    if (!m_isShutdown) {
+        m_isShutdown = true;
+        m_lifetime.request_stop();
+        m_generationStop.request_stop();
+        if (m_watcher) {
+            m_watcher->finish();
+            m_watcher->setFiles({});
+        }
+        m_localSnapshots->finish();
+        m_statusUpdates->finish();
+        m_invalidations->finish();
+    }
+    // Idempotent on its side: a second call waits for the first.
+    if (appServer)
+        co_await appServer->shutdown();
+}
+
+} // namespace taskrack

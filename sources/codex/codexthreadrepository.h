@@ -1,0 +1,179 @@
+#pragma once
+
+// The one source the rest of Taskrack knows for Codex. Behind it stand sources of different
+// quality: the live app-server, the local history in the state database, the rollout activity
+// overlay and (where one exists) a desktop catalog. It picks, reconciles and degrades: it answers
+// when the app-server is gone, keeps a thread visible when one side has lost it, and between the
+// store's fetches reacts to file changes by publishing local snapshots.
+//
+// Threading: lives on the thread that creates it (the app-server client's thread), which must
+// run a Qt event loop; call it only from there. Its channels may be consumed from any thread.
+// Await shutdown() before destroying it, so that no `codex` child outlives it.
+
+#include "core/boundedchannel.h"
+#include "core/clock.h"
+#include "core/threadsource.h"
+#include "platform/filewatch.h"
+#include "sources/codex/codexstatus.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <variant>
+
+namespace taskrack {
+
+class CodexAppServerThreadSource;
+class TaskFileWatcher;
+
+class CodexThreadRepositoryError : public TaskrackError
+{
+public:
+    CodexThreadRepositoryError(QString liveSourceMessage, QString fallbackSourceMessage);
+
+    const QString &liveSourceMessage() const { return m_live; }
+    const QString &fallbackSourceMessage() const { return m_fallback; }
+
+private:
+    QString m_live;
+    QString m_fallback;
+};
+
+// Lifts local threads to live-looking statuses from their rollout files. Production runs the
+// rollout overlay on a worker thread; tests swap in a scripted one.
+class CodexActivityOverlaying
+{
+public:
+    virtual ~CodexActivityOverlaying() = default;
+    // Throws SQLiteThreadSourceError when the state database fails.
+    virtual QCoro::Task<ThreadCollection> apply(ThreadCollection collection, QDateTime now) = 0;
+    // Rollouts whose changes matter now, at most 32.
+    virtual QCoro::Task<QStringList> watchedRollouts(QDateTime now) = 0;
+
+    // The rollout overlay over `codexHome`'s state database, on its own worker thread.
+    static std::shared_ptr<CodexActivityOverlaying> forCodexHome(const QString &codexHome);
+};
+
+class CodexThreadRepository : public std::enable_shared_from_this<CodexThreadRepository>,
+                              public ThreadSource
+{
+public:
+    static constexpr int localFetchLimit = 400;
+    static constexpr std::chrono::milliseconds defaultSafetyNetInterval{30000};
+
+    struct Parts {
+        // Normally the app-server source; asked first.
+        std::shared_ptr<ThreadSource> liveSource;
+        // The same object when the live side is the app-server: its status updates and list
+        // invalidations are passed on, and suspend, resume and shutdown reach its child.
+        std::shared_ptr<CodexAppServerThreadSource> appServerSource;
+        // Normally the state database; asked when the live side fails, and for local refreshes.
+        std::shared_ptr<ThreadSource> fallbackSource;
+        std::shared_ptr<CodexActivityOverlaying> activityOverlay;
+        std::shared_ptr<ThreadSource> desktopSource;
+        // Watching needs a file watch; without one the repository answers fetches only.
+        std::unique_ptr<FileWatch> fileWatch;
+        // The state database and its write-ahead log.
+        QStringList databaseFiles;
+        Clock *clock = nullptr;
+        // The periodic local pass in case a watcher misses an event; zero turns it off.
+        std::chrono::milliseconds safetyNetInterval = defaultSafetyNetInterval;
+    };
+
+    // The production assembly: the app-server (the `codex` found on PATH), the state database
+    // and rollouts under `codexHome`, inotify watching. `homeDir` is where project identities
+    // look for the user's home (empty: the real one).
+    static std::shared_ptr<CodexThreadRepository> create(const QString &codexHome,
+                                                         const QString &homeDir, Clock &clock);
+    static std::shared_ptr<CodexThreadRepository> create(Parts parts);
+
+    explicit CodexThreadRepository(Parts parts);
+    ~CodexThreadRepository() override;
+
+    QString sourceName() const override;
+    QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override;
+
+    // Collections published between fetches, whenever the local picture changed.
+    ChannelPtr<ThreadCollection> localSnapshots() const { return m_localSnapshots; }
+    // Live status deltas, keyed as the store keys threads ("codex:" + id).
+    ChannelPtr<RackStatusUpdate> statusUpdates() const { return m_statusUpdates; }
+    // "The thread list changed, fetch again."
+    ChannelPtr<std::monostate> threadListInvalidations() const { return m_invalidations; }
+
+    // Starts watching, the passing-on of live updates and the safety net. Once.
+    void start();
+    QCoro::Task<void> suspend();
+    void resume();
+    // Final: stops every task, ends the channels, and waits for the app-server's child to go.
+    QCoro::Task<void> shutdown();
+
+    // Asks for a local refresh: one runs at a time, with at most one queued behind it.
+    void requestLocalRefresh();
+
+    bool isSuspended() const { return m_isSuspended; }
+    bool isShutdown() const { return m_isShutdown; }
+    quint64 lifecycleGeneration() const { return m_lifecycleGeneration; }
+    quint64 localRevision() const { return m_localRevision; }
+    bool isLocalRefreshRunning() const { return m_localRefreshRunning; }
+    // What is being watched now (empty before start and after shutdown).
+    QStringList watchedFiles() const;
+    // A watched change between two fetches, answered: for tests and benchmarks.
+    quint64 completedLocalRefreshCount() const { return m_completedLocalRefreshes; }
+
+    // Building blocks, public so that their rules can be tested on their own.
+    static ThreadCollection reconcile(const QList<RackThread> &localThreads,
+                                      const std::optional<ThreadCollection> &liveCollection,
+                                      QList<ThreadSourceFailure> failures,
+                                      const QList<ThreadSourceFailure> &liveSourceFailures);
+    static ThreadCollection mergeDesktopProjection(ThreadCollection base,
+                                                   const std::optional<ThreadCollection> &projection);
+
+private:
+    Clock &clock() const { return *m_parts.clock; }
+    bool isStale(quint64 generation, const std::stop_token &stop) const;
+    void throwIfStale(quint64 generation, const std::stop_token &stop) const;
+
+    QCoro::Task<ThreadCollection> applyOverlay(ThreadCollection collection, quint64 generation,
+                                               std::stop_token stop);
+    QCoro::Task<std::optional<ThreadCollection>> readDesktopProjection(int limit, quint64 generation,
+                                                                       std::stop_token stop);
+    QCoro::Task<void> runLocalRefresh(quint64 generation, std::stop_token stop);
+    QCoro::Task<void> renewWatchedFiles(quint64 generation);
+    QCoro::Task<void> consumeFileChanges();
+    QCoro::Task<void> passOnStatusUpdates();
+    QCoro::Task<void> passOnInvalidations();
+    QCoro::Task<void> runSafetyNet();
+    void foldIntoLiveCollection(const CodexStatusUpdate &update);
+
+    Parts m_parts;
+    std::unique_ptr<TaskFileWatcher> m_watcher;
+
+    ChannelPtr<ThreadCollection> m_localSnapshots = BoundedChannel<ThreadCollection>::create(4);
+    ChannelPtr<RackStatusUpdate> m_statusUpdates = BoundedChannel<RackStatusUpdate>::create(32);
+    ChannelPtr<std::monostate> m_invalidations = BoundedChannel<std::monostate>::create(1);
+
+    bool m_started = false;
+    bool m_localRefreshRunning = false;
+    bool m_needsLocalRefresh = false;
+    quint64 m_localRevision = 0;
+    quint64 m_completedLocalRefreshes = 0;
+    std::optional<ThreadCollection> m_localCollection;
+    std::optional<ThreadCollection> m_liveCollection;
+    QList<ThreadSourceFailure> m_liveSourceFailures;
+    std::optional<ThreadCollection> m_lastPublishedLocalSnapshot;
+    QStringList m_watchedRollouts;
+    quint64 m_lifecycleGeneration = 0;
+    quint64 m_nextDesktopReadSequence = 0;
+    quint64 m_completedDesktopReadSequence = 0;
+    std::optional<ThreadCollection> m_latestDesktopProjection;
+    std::optional<ThreadSourceFailure> m_desktopFailure;
+    bool m_isSuspended = false;
+    bool m_isShutdown = false;
+    // Ends the loops at shutdown.
+    std::stop_source m_lifetime;
+    // Ends the local work of one generation at suspend.
+    std::stop_source m_generationStop;
+};
+
+} // namespace taskrack
