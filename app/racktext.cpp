@@ -51,13 +51,28 @@ QString rackTable(const RackStore &store, const QDateTime &now)
     }
     if (store.errorMessage())
         out += QStringLiteral("! %1\n").arg(*store.errorMessage());
+    const QString header = fit(QStringLiteral("STATUS"), 9) + fit(QStringLiteral("FROM"), 8) +
+                           fit(QStringLiteral("PROJECT"), 20) + fit(QStringLiteral("AGE"), 6) +
+                           QStringLiteral("TITLE\n");
+    if (store.organizationMode() == RackOrganizationMode::project && !store.isSearchActive()) {
+        // Every project in order, not only the selected one: a terminal has room for all.
+        if (store.projectGroups().isEmpty()) {
+            out += QStringLiteral("No projects.\n");
+            return out;
+        }
+        out += header;
+        for (const RackProjectGroup &group : store.projectGroups()) {
+            out += QStringLiteral("\n%1  %2\n").arg(group.name, group.workspacePath);
+            for (const RackThread &thread : group.threads)
+                out += threadLine(thread, now) + QLatin1Char('\n');
+        }
+        return out;
+    }
     if (store.rankedThreads().isEmpty()) {
         out += QStringLiteral("No tasks.\n");
         return out;
     }
-    out += fit(QStringLiteral("STATUS"), 9) + fit(QStringLiteral("FROM"), 8) +
-           fit(QStringLiteral("PROJECT"), 20) + fit(QStringLiteral("AGE"), 6) +
-           QStringLiteral("TITLE\n");
+    out += header;
     for (const RackThread &thread : store.rankedThreads())
         out += threadLine(thread, now) + QLatin1Char('\n');
     return out;

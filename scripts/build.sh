@@ -17,6 +17,5 @@ fuzz) args+=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DTASKRACK_FUZZ=ON
              -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++) ;;
 *) echo "unknown flavour: $flavour" >&2; exit 2 ;;
 esac
-export CCACHE_DIR=${CCACHE_DIR:-$HOME/.cache/taskrack/ccache}
 cmake -S "$root" -B "$dir" "${args[@]}" >/dev/null
 cmake --build "$dir" -j "$(nproc)"
