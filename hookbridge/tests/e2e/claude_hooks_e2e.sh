@@ -5,11 +5,14 @@
 # they were. Runs under dbus-run-session. Exit 77 = skipped (the provider could not be
 # installed); under CI a skip is a failure.
 #
-#   claude_hooks_e2e.sh TOOL BRIDGE SOURCE_DIR
+#   claude_hooks_e2e.sh TOOL BRIDGE SOURCE_DIR [TASKRACK]
+# With TASKRACK, `taskrack hooks ...` itself enables and removes the integration (its helper
+# must be BRIDGE); TOOL always runs the listener.
 set -euo pipefail
 tool=$(realpath "${1:?tool}")
 bridge=$(realpath "${2:?bridge}")
 source_dir=$(realpath "${3:?source dir}")
+taskrack=${4:+$(realpath "$4")}
 here=$(cd "$(dirname "$0")" && pwd)
 
 skip() {
@@ -49,6 +52,7 @@ cat >"$home/.claude/settings.json" <<'JSON'
   "env": { "TASKRACK_E2E_NOTE": "kept/as/is" },
   "hooks": {
     "Stop": [ { "hooks": [ { "type": "command", "command": "true" } ] } ],
+    "StopFailure": [ { "hooks": [ { "type": "command", "command": "true" } ] } ],
     "PreToolUse": [ { "matcher": "Bash", "hooks": [ { "type": "command", "command": "true" } ] } ]
   }
 }
@@ -66,8 +70,16 @@ wait_for() {
     done
 }
 
-"$tool" hooks enable "$home" "$bridge" | grep -qx "Live status is connected" || fail "enable"
-"$tool" hooks status "$home" "$bridge" | grep -qx "Live status is connected" || fail "status"
+hooks() {
+    if [ -n "$taskrack" ]; then
+        "$taskrack" hooks "$1" --home "$home"
+    else
+        "$tool" hooks "$1" "$home" "$bridge"
+    fi
+}
+
+hooks enable | grep -qx "Live status is connected" || fail "enable"
+hooks status | grep -qx "Live status is connected" || fail "status"
 
 python3 "$here/mock_claude_messages.py" --max-seconds 500 >"$scratch/mock.port" &
 pids+=($!)
@@ -78,16 +90,27 @@ port=$(head -1 "$scratch/mock.port")
 pids+=($!)
 wait_for "the listener" 30 grep -q '^ready' "$scratch/events.jsonl"
 
-run_claude() {
-    local prompt=$1
-    shift
+# Claude Code kills asynchronous hooks still running when a print-mode session exits (in
+# production a lost event only means the transcript watcher notices a moment later). Each turn
+# therefore reads its prompt from a pipe that stays open until the expected event has arrived.
+turn() {
+    local prompt=$1 what=$2 condition=$3
+    shift 3
+    local input=$scratch/input.$RANDOM
+    mkfifo "$input"
     (cd "$work" && env -i PATH=/usr/bin:/bin HOME="$home" \
         DBUS_SESSION_BUS_ADDRESS="$DBUS_SESSION_BUS_ADDRESS" \
         ANTHROPIC_BASE_URL="http://127.0.0.1:$port" ANTHROPIC_API_KEY=dummy \
         DISABLE_TELEMETRY=1 CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1 DISABLE_AUTOUPDATER=1 \
         DISABLE_ERROR_REPORTING=1 CLAUDE_CODE_MAX_RETRIES=0 \
-        timeout 180 "$claude" -p "$prompt" --output-format json "$@" \
-        >>"$scratch/claude.out" 2>>"$scratch/claude.err") || true
+        timeout 180 "$claude" -p --input-format stream-json --output-format stream-json --verbose "$@" \
+        <"$input" >>"$scratch/claude.out" 2>>"$scratch/claude.err") &
+    local pid=$!
+    exec 3>"$input"
+    python3 -c 'import json, sys; print(json.dumps({"type": "user", "message": {"role": "user", "content": sys.argv[1]}}))' "$prompt" >&3
+    wait_for "$what" 90 has_event "$condition"
+    exec 3>&-
+    wait "$pid" || true
 }
 
 # Events are JSON lines; this asks whether one matches a Python condition on `e`.
@@ -100,17 +123,16 @@ PY
 }
 
 # A plain turn: the prompt is submitted, the turn stops.
-run_claude "Say hello. SCENARIO=text"
-wait_for "UserPromptSubmit" 30 has_event 'e["hook_event_name"] == "UserPromptSubmit"'
-wait_for "Stop" 30 has_event 'e["hook_event_name"] == "Stop" and e["background_task_count"] == 0 and not e["is_agent"]'
+turn "Say hello. SCENARIO=text" "Stop" \
+    'e["hook_event_name"] == "Stop" and e["background_task_count"] == 0 and not e["is_agent"]'
+has_event 'e["hook_event_name"] == "UserPromptSubmit"' || fail "no UserPromptSubmit"
 
 # A failing turn ends in StopFailure.
-run_claude "Fail please. SCENARIO=error500"
-wait_for "StopFailure" 30 has_event 'e["hook_event_name"] == "StopFailure"'
+turn "Fail please. SCENARIO=error500" "StopFailure" 'e["hook_event_name"] == "StopFailure"'
 
 # A background command is still running when the turn stops.
-run_claude "Background job. SCENARIO=bgbash" --allowedTools Bash
-wait_for "Stop with a background task" 60 has_event 'e["hook_event_name"] == "Stop" and (e["background_task_count"] or 0) >= 1'
+turn "Background job. SCENARIO=bgbash" "Stop with a background task" \
+    'e["hook_event_name"] == "Stop" and (e["background_task_count"] or 0) >= 1' --allowedTools Bash
 
 # Every event names its session by the transcript's file name, and nothing else leaked.
 python3 - "$scratch/events.jsonl" <<'PY' || fail "event contents"
@@ -125,7 +147,7 @@ for e in events:
 print("events:", " ".join(e["hook_event_name"] for e in events))
 PY
 
-"$tool" hooks remove "$home" "$bridge" | grep -qx "Live status is off" || fail "remove"
+hooks remove | grep -qx "Live status is off" || fail "remove"
 python3 - "$scratch/original.json" "$home/.claude/settings.json" <<'PY' || fail "settings after remove differ from the original"
 import json, sys
 assert json.load(open(sys.argv[1])) == json.load(open(sys.argv[2]))
