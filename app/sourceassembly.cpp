@@ -1,11 +1,20 @@
 #include "app/sourceassembly.h"
 
+#include <QCoreApplication>
+
+#include "app/claudehookwiring.h"
 #include "sources/claude/claudedesktopthreadsource.h"
-#include "sources/codex/codexlocalthreadsource.h"
+#include "sources/codex/codexthreadrepository.h"
 
 namespace taskrack {
 
 namespace {
+
+QCoro::Task<void> shutdownCodex(std::weak_ptr<CodexThreadRepository> weak)
+{
+    if (auto repository = weak.lock())
+        co_await repository->shutdown();
+}
 
 QCoro::Task<void> shutdownClaude(std::weak_ptr<ClaudeDesktopThreadSource> weak)
 {
@@ -18,12 +27,23 @@ QCoro::Task<void> shutdownClaude(std::weak_ptr<ClaudeDesktopThreadSource> weak)
 SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &preferences,
                                      Clock &clock)
 {
-    Q_UNUSED(preferences);
     SourceAssembly assembly;
-    // Codex: the state database's list with rollout activity on top, until a source with a
-    // live channel joins it.
-    assembly.members.push_back(
-        std::make_shared<CodexLocalThreadSource>(paths.codexHome, paths.home, clock));
+    // Codex: the app-server first, the state database's list as its fallback, rollout activity
+    // on top, and watched files publishing local snapshots between fetches.
+    auto codex = CodexThreadRepository::create(paths.codexHome, paths.home, clock);
+    assembly.members.push_back(codex);
+    LiveFeeds codexFeeds;
+    codexFeeds.provider = RackProvider::codex;
+    codexFeeds.snapshots = codex->localSnapshots();
+    codexFeeds.statusUpdates = codex->statusUpdates();
+    codexFeeds.invalidations = codex->threadListInvalidations();
+    const std::weak_ptr<CodexThreadRepository> weakCodex = codex;
+    codexFeeds.start = [weakCodex] {
+        if (auto repository = weakCodex.lock())
+            repository->start();
+    };
+    codexFeeds.shutdown = [weakCodex] { return shutdownCodex(weakCodex); };
+    assembly.feeds.push_back(std::move(codexFeeds));
     // Claude: desktop manifests and Claude Code sessions found in the transcript folders.
     auto claude = std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
         ClaudeSourcePaths::forHome(paths.home), &clock, {}, {}, true});
@@ -34,11 +54,23 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     claudeFeeds.statusUpdates = claude->statusUpdates();
     claudeFeeds.invalidations = claude->threadListInvalidations();
     const std::weak_ptr<ClaudeDesktopThreadSource> weakClaude = claude;
-    claudeFeeds.start = [weakClaude] {
+    // Hook events, when live Claude status is enabled, reach the source through the bus.
+    auto hooks = std::make_shared<ClaudeHookWiring>(
+        preferences, clock, paths.claudeHome + QStringLiteral("/settings.json"),
+        QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge"), claude);
+    assembly.keepAlive.push_back(hooks);
+    const std::weak_ptr<ClaudeHookWiring> weakHooks = hooks;
+    claudeFeeds.start = [weakClaude, weakHooks] {
         if (auto source = weakClaude.lock())
             source->startMonitoring();
+        if (auto wiring = weakHooks.lock())
+            wiring->start();
     };
-    claudeFeeds.shutdown = [weakClaude] { return shutdownClaude(weakClaude); };
+    claudeFeeds.shutdown = [weakClaude, weakHooks] {
+        if (auto wiring = weakHooks.lock())
+            wiring->stop();
+        return shutdownClaude(weakClaude);
+    };
     assembly.feeds.push_back(std::move(claudeFeeds));
     return assembly;
 }

@@ -41,6 +41,8 @@ struct SourceAssembly {
     // Members of the composite, in order.
     std::vector<std::shared_ptr<ThreadSource>> members;
     std::vector<LiveFeeds> feeds;
+    // Objects the feeds depend on that nobody else owns.
+    std::vector<std::shared_ptr<void>> keepAlive;
 
     static SourceAssembly build(const ProviderPaths &paths, Preferences &preferences, Clock &clock);
 };
