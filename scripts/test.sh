@@ -8,6 +8,12 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 flavour=${1:-debug}
 "$root/scripts/install-deps.sh"
 "$root/scripts/build.sh" "$flavour"
+# The integration tests run the pinned provider CLIs; install them up front so no single test
+# spends its time limit on npm. Without the registry they skip (and fail in CI).
+for provider in codex claude; do
+    "$root/testing/providers/install-provider.sh" "$provider" >/dev/null ||
+        echo "note: could not install the $provider CLI; its integration tests will skip" >&2
+done
 cd "$root/build-$flavour"
 if [ "$flavour" = asan ]; then
     export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=0:abort_on_error=1}
