@@ -75,15 +75,29 @@ QCoro::Task<int> runWatchCommand(CommandLine line)
     printTimer.setSingleShot(true);
     printTimer.setInterval(0);
     QString lastPrinted;
+    QHash<QString, RackThread> lastThreads;
     bool firstRefreshDone = false;
     QObject::connect(&printTimer, &QTimer::timeout, [&] {
         if (!firstRefreshDone)
             return;
-        const QString text = render(store, line.json, true);
-        if (text == lastPrinted)
+        if (line.json) {
+            const QString text = render(store, true, true);
+            if (text != lastPrinted) {
+                lastPrinted = text;
+                writeOut(text + QLatin1Char('\n'));
+            }
             return;
-        lastPrinted = text;
-        writeOut(line.json ? text + QLatin1Char('\n') : text + QStringLiteral("--\n"));
+        }
+        if (lastPrinted.isEmpty()) {
+            // The whole rack once, then one line per change.
+            lastPrinted = render(store, false, false);
+            writeOut(lastPrinted);
+        } else {
+            writeOut(watchChanges(lastThreads, store, SystemClock::shared().now()));
+        }
+        lastThreads.clear();
+        for (const RackThread &thread : store.allThreads())
+            lastThreads.insert(thread.id, thread);
     });
     auto schedulePrint = [&] { printTimer.start(); };
     QObject::connect(&store, &RackStore::allThreadsChanged, &printTimer, schedulePrint);

@@ -2,6 +2,8 @@
 
 #include "core/rackstore.h"
 
+#include <QSet>
+
 namespace taskrack {
 
 namespace {
@@ -35,6 +37,26 @@ QString threadLine(const RackThread &thread, const QDateTime &now)
     return fit(thread.shortLabel(), 9) + fit(displayName(thread.provider), 8) +
            fit(thread.projectIdentity.name, 20) + fit(shortAge(thread.recencyAt, now), 6) +
            thread.title.simplified();
+}
+
+QString watchChanges(const QHash<QString, RackThread> &before, const RackStore &store,
+                     const QDateTime &now)
+{
+    QString out;
+    QSet<QString> present;
+    for (const RackThread &thread : store.allThreads()) {
+        present.insert(thread.id);
+        auto it = before.constFind(thread.id);
+        if (it == before.constEnd() || it->status != thread.status || it->title != thread.title)
+            out += threadLine(thread, now) + QLatin1Char('\n');
+    }
+    for (auto it = before.constBegin(); it != before.constEnd(); ++it) {
+        if (!present.contains(it.key()))
+            out += fit(QStringLiteral("Gone"), 9) + fit(displayName(it->provider), 8) +
+                   fit(it->projectIdentity.name, 20) + fit(QStringLiteral("-"), 6) +
+                   it->title.simplified() + QLatin1Char('\n');
+    }
+    return out;
 }
 
 QString rackTable(const RackStore &store, const QDateTime &now)

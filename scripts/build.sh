@@ -18,4 +18,6 @@ fuzz) args+=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DTASKRACK_FUZZ=ON
 *) echo "unknown flavour: $flavour" >&2; exit 2 ;;
 esac
 cmake -S "$root" -B "$dir" "${args[@]}" >/dev/null
-cmake --build "$dir" -j "$(nproc)"
+targets=()
+[ "$flavour" = fuzz ] && targets=(--target fuzz_targets)
+cmake --build "$dir" -j "$(nproc)" "${targets[@]}"

@@ -36,7 +36,7 @@ protected:
             events.append("shutdown");
             co_return;
         };
-        runtime = std::make_unique<RackRuntime>(SourceAssembly{{codex}, {feeds}}, preferences, clock);
+        runtime = std::make_unique<RackRuntime>(SourceAssembly{{codex}, {feeds}, {}}, preferences, clock);
     }
 };
 
