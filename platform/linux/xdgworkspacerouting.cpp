@@ -142,6 +142,32 @@ QStringList XdgWorkspaceRouting::applicationFolders() const
     return folders;
 }
 
+std::optional<QStringList> XdgWorkspaceRouting::execArguments(const QByteArray &desktopEntry)
+{
+    if (desktopEntry.size() > maxEntryBytes)
+        return std::nullopt;
+    const std::optional<QString> exec =
+        keyValue(desktopEntry, QStringLiteral("Desktop Entry"), QStringLiteral("Exec"));
+    if (!exec)
+        return std::nullopt;
+    return splitExec(*exec);
+}
+
+QStringList XdgWorkspaceRouting::handlersFor(const QByteArray &mimeApps, const QString &mimeType)
+{
+    QStringList ids;
+    if (mimeApps.size() > maxEntryBytes)
+        return ids;
+    for (const QString &group : {QStringLiteral("Default Applications"),
+                                 QStringLiteral("Added Associations"), QStringLiteral("MIME Cache")}) {
+        if (auto value = keyValue(mimeApps, group, mimeType)) {
+            for (const QString &id : value->split(QLatin1Char(';'), Qt::SkipEmptyParts))
+                ids.append(id.trimmed());
+        }
+    }
+    return ids;
+}
+
 std::optional<QString> XdgWorkspaceRouting::applicationForURL(const QUrl &url) const
 {
     const QString mimeType = QStringLiteral("x-scheme-handler/") + url.scheme().toLower();
@@ -157,29 +183,16 @@ std::optional<QString> XdgWorkspaceRouting::applicationForURL(const QUrl &url) c
         }
         return std::nullopt;
     };
-    for (const QString &file : mimeAppsFiles()) {
+    QStringList lists = mimeAppsFiles();
+    for (const QString &folder : applicationFolders())
+        lists.append(folder + QStringLiteral("/mimeinfo.cache"));
+    for (const QString &file : lists) {
         const std::optional<QByteArray> bytes = readSmallFile(file);
         if (!bytes)
             continue;
-        for (const QString &group :
-             {QStringLiteral("Default Applications"), QStringLiteral("Added Associations")}) {
-            if (auto value = keyValue(*bytes, group, mimeType)) {
-                for (const QString &id : value->split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
-                    if (auto path = resolve(id.trimmed()))
-                        return path;
-                }
-            }
-        }
-    }
-    for (const QString &folder : applicationFolders()) {
-        const std::optional<QByteArray> cache = readSmallFile(folder + QStringLiteral("/mimeinfo.cache"));
-        if (!cache)
-            continue;
-        if (auto value = keyValue(*cache, QStringLiteral("MIME Cache"), mimeType)) {
-            for (const QString &id : value->split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
-                if (auto path = resolve(id.trimmed()))
-                    return path;
-            }
+        for (const QString &id : handlersFor(*bytes, mimeType)) {
+            if (auto path = resolve(id))
+                return path;
         }
     }
     return std::nullopt;
@@ -212,10 +225,7 @@ std::optional<QString> XdgWorkspaceRouting::programOf(const QString &desktopEntr
     const std::optional<QByteArray> bytes = readSmallFile(desktopEntry);
     if (!bytes)
         return std::nullopt;
-    const std::optional<QString> exec = keyValue(*bytes, QStringLiteral("Desktop Entry"), QStringLiteral("Exec"));
-    if (!exec)
-        return std::nullopt;
-    const std::optional<QStringList> arguments = splitExec(*exec);
+    const std::optional<QStringList> arguments = execArguments(*bytes);
     if (!arguments)
         return std::nullopt;
     const QString program = arguments->first();
@@ -246,10 +256,7 @@ std::optional<QStringList> XdgWorkspaceRouting::commandLine(const QString &deskt
     const std::optional<QByteArray> bytes = readSmallFile(desktopEntry);
     if (!bytes)
         return std::nullopt;
-    const std::optional<QString> exec = keyValue(*bytes, QStringLiteral("Desktop Entry"), QStringLiteral("Exec"));
-    if (!exec)
-        return std::nullopt;
-    const std::optional<QStringList> arguments = splitExec(*exec);
+    const std::optional<QStringList> arguments = execArguments(*bytes);
     if (!arguments)
         return std::nullopt;
     QStringList line;

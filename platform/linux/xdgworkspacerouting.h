@@ -25,6 +25,11 @@ public:
     QStringList mimeAppsFiles() const;
     // The folders holding desktop entries, most important first.
     QStringList applicationFolders() const;
+    // The arguments of a desktop entry's Exec line, unquoted; nothing when the entry has none
+    // or it is malformed. Works on the entry's bytes so it can be fuzzed without files.
+    static std::optional<QStringList> execArguments(const QByteArray &desktopEntry);
+    // The desktop ids a mimeapps.list (or mimeinfo.cache) names for a MIME type, in order.
+    static QStringList handlersFor(const QByteArray &mimeApps, const QString &mimeType);
     // The command line of a desktop entry with the link in place of its field codes.
     static std::optional<QStringList> commandLine(const QString &desktopEntry, const QUrl &url);
     // The program an Exec line starts, looked up on PATH.
