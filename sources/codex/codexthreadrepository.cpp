@@ -217,8 +217,9 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
     const std::optional<ThreadCollection> projection =
         co_await readDesktopProjection(limit, generation, stop);
     result = mergeDesktopProjection(std::move(result), projection);
-    // The overlay just learnt which rollouts are running: follow them.
-    renewWatchedFiles(generation);
+    // The overlay just learnt which rollouts are running: follow them before anyone is told.
+    co_await renewWatchedFiles(generation);
+    throwIfStale(generation, stop);
     co_return result;
 }
 
@@ -358,7 +359,7 @@ QCoro::Task<void> CodexThreadRepository::runLocalRefresh(quint64 generation, std
     const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
     const std::shared_ptr<ThreadSource> fallback = m_parts.fallbackSource;
     std::optional<ThreadCollection> collection;
-    bool published = false;
+    std::optional<ThreadCollection> snapshot;
     try {
         std::optional<ThreadCollection> read;
         std::exception_ptr readError;
@@ -389,15 +390,10 @@ QCoro::Task<void> CodexThreadRepository::runLocalRefresh(quint64 generation, std
                 co_await readDesktopProjection(localFetchLimit, generation, stop);
             m_localCollection = *collection;
             ++m_localRevision;
-            ThreadCollection snapshot = mergeDesktopProjection(
+            snapshot = mergeDesktopProjection(
                 reconcile(collection->threads, m_liveCollection, collection->sourceFailures,
                           m_liveSourceFailures),
                 projection);
-            if (snapshot != m_lastPublishedLocalSnapshot) {
-                m_lastPublishedLocalSnapshot = snapshot;
-                m_localSnapshots->send(std::move(snapshot));
-            }
-            published = true;
         }
     } catch (...) {
         // Cancelled or overtaken by a suspend: the work of an old generation ends without a
@@ -405,8 +401,17 @@ QCoro::Task<void> CodexThreadRepository::runLocalRefresh(quint64 generation, std
         if (!weak.lock())
             co_return;
     }
-    if (published)
+    if (snapshot) {
+        // Watch first, publish second: whoever sees a running task can count on its next
+        // rollout line being heard.
         co_await renewWatchedFiles(generation);
+        if (!weak.lock())
+            co_return;
+        if (!isStale(generation, stop) && snapshot != m_lastPublishedLocalSnapshot) {
+            m_lastPublishedLocalSnapshot = snapshot;
+            m_localSnapshots->send(std::move(*snapshot));
+        }
+    }
     if (!weak.lock() || generation != m_lifecycleGeneration)
         co_return;
     m_localRefreshRunning = false;
