@@ -48,18 +48,29 @@ std::optional<RackThread> findThread(const RackStore &store, const QString &name
     return std::nullopt;
 }
 
-} // namespace
-
-QCoro::Task<int> runListCommand(CommandLine line)
+// One refresh over every provider, then `body` on the store, then an orderly shutdown.
+QCoro::Task<int> withRefreshedStore(const CommandLine &line,
+                                    std::function<QCoro::Task<int>(RackStore &)> body)
 {
     SettingsPreferences preferences;
     RackRuntime runtime(ProviderPaths::resolve(line.home), preferences, SystemClock::shared());
     RackStore &store = runtime.store();
     store.setOrganizationMode(line.mode);
     co_await store.refresh();
-    writeOut(render(store, line.json, false) + (line.json ? QStringLiteral("\n") : QString()));
+    auto running = body(store);
+    const int exitCode = co_await running;
     co_await runtime.shutdown();
-    co_return store.dataState() == RackDataState::failed ? 1 : 0;
+    co_return exitCode;
+}
+
+} // namespace
+
+QCoro::Task<int> runListCommand(CommandLine line)
+{
+    co_return co_await withRefreshedStore(line, [json = line.json](RackStore &store) -> QCoro::Task<int> {
+        writeOut(render(store, json, false) + (json ? QStringLiteral("\n") : QString()));
+        co_return store.dataState() == RackDataState::failed ? 1 : 0;
+    });
 }
 
 QCoro::Task<int> runWatchCommand(CommandLine line)
@@ -115,61 +126,48 @@ QCoro::Task<int> runWatchCommand(CommandLine line)
     co_return 0;
 }
 
-} // namespace taskrack
-
-namespace taskrack {
-
 QCoro::Task<int> runOpenCommand(CommandLine line)
 {
     if (line.arguments.size() != 1) {
         writeError(QStringLiteral("open needs exactly one thread id."));
         co_return 2;
     }
-    SettingsPreferences preferences;
-    RackRuntime runtime(ProviderPaths::resolve(line.home), preferences, SystemClock::shared());
-    RackStore &store = runtime.store();
-    co_await store.refresh();
-    const std::optional<RackThread> thread = findThread(store, line.arguments.first());
-    int exitCode = 0;
-    if (!thread) {
-        writeError(QStringLiteral("No task with that id."));
-        exitCode = 1;
-    } else {
+    const QString name = line.arguments.first();
+    co_return co_await withRefreshedStore(line, [name](RackStore &store) -> QCoro::Task<int> {
+        const std::optional<RackThread> thread = findThread(store, name);
+        if (!thread) {
+            writeError(QStringLiteral("No task with that id."));
+            co_return 1;
+        }
         co_await store.open(*thread);
         if (store.hasOpenError()) {
             writeError(store.errorMessage().value_or(QString()));
-            exitCode = 1;
+            co_return 1;
         }
-    }
-    co_await runtime.shutdown();
-    co_return exitCode;
+        co_return 0;
+    });
 }
 
 QCoro::Task<int> runReadCommand(CommandLine line)
 {
-    const bool all = line.arguments == QStringList{QStringLiteral("--all")};
     if (line.arguments.size() != 1) {
         writeError(QStringLiteral("read needs a thread id or --all."));
         co_return 2;
     }
-    SettingsPreferences preferences;
-    RackRuntime runtime(ProviderPaths::resolve(line.home), preferences, SystemClock::shared());
-    RackStore &store = runtime.store();
-    co_await store.refresh();
-    int exitCode = 0;
-    int marked = 0;
-    if (all) {
-        marked = store.markAllRead();
-    } else if (const std::optional<RackThread> thread = findThread(store, line.arguments.first())) {
-        marked = store.markRead({*thread});
-    } else {
-        writeError(QStringLiteral("No task with that id."));
-        exitCode = 1;
-    }
-    if (exitCode == 0)
+    const QString name = line.arguments.first();
+    co_return co_await withRefreshedStore(line, [name](RackStore &store) -> QCoro::Task<int> {
+        int marked = 0;
+        if (name == QLatin1String("--all")) {
+            marked = store.markAllRead();
+        } else if (const std::optional<RackThread> thread = findThread(store, name)) {
+            marked = store.markRead({*thread});
+        } else {
+            writeError(QStringLiteral("No task with that id."));
+            co_return 1;
+        }
         writeOut(QStringLiteral("%1 marked as read\n").arg(marked));
-    co_await runtime.shutdown();
-    co_return exitCode;
+        co_return 0;
+    });
 }
 
 } // namespace taskrack

@@ -25,21 +25,11 @@ void drainEvents()
 
 void awaitVoid(QCoro::Task<void> task, int timeoutMs)
 {
-    std::exception_ptr error;
-    bool done = false;
-    auto runner = [&]() -> QCoro::Task<void> {
-        try {
-            co_await task;
-        } catch (...) {
-            error = std::current_exception();
-        }
-        done = true;
-    };
-    auto running = runner();
-    if (!waitUntil([&] { return done; }, timeoutMs))
-        throw std::runtime_error("task did not finish in time");
-    if (error)
-        std::rethrow_exception(error);
+    await([](QCoro::Task<void> inner) -> QCoro::Task<bool> {
+        co_await inner;
+        co_return true;
+    }(std::move(task)),
+          timeoutMs);
 }
 
 QString sourceDir()
