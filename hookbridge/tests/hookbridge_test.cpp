@@ -1,5 +1,6 @@
 // The helper and the listener over a real session bus (the test runs under dbus-run-session).
 
+#include "hookbridge/hookeventposter.h"
 #include "platform/linux/dbushookeventtransport.h"
 #include "sources/claude/claudehookbridgelistener.h"
 #include "testing/testsupport.h"
@@ -169,6 +170,33 @@ TEST_F(HookBridgeBusTest, PostsEvenWhenClaudeKeepsItsInputOpen)
     const std::vector<ClaudeHookEvent> received = eventsUpToMarker();
     ASSERT_EQ(received.size(), 1u);
     EXPECT_EQ(received[0].sessionId, "open-pipe");
+}
+
+// libdbus aborts the process on a string that is not UTF-8 or holds a NUL; the poster must
+// refuse such strings itself, and post everything else exactly as given.
+TEST_F(HookBridgeBusTest, PosterRefusesStringsTheBusCannotCarry)
+{
+    const std::string address = sessionBusAddress()->toStdString();
+    const std::string tokenText = token.toStdString();
+    const std::map<std::string, std::string> fields{
+        {"session_id", "poster"}, {"cwd", "/home/\xc3\xa9l\xc3\xa8ve \xf0\x9f\x98\x80"},
+        {"hook_event_name", "Notification"}, {"notification_type", "permission_prompt"}};
+    EXPECT_FALSE(postHookEvent(address, "\xff" + tokenText, fields, 1000));
+    auto badValue = fields;
+    badValue["cwd"] = "\xc0\xaf";
+    EXPECT_FALSE(postHookEvent(address, tokenText, badValue, 1000));
+    auto withNul = fields;
+    withNul["cwd"] = std::string("a\0b", 3);
+    EXPECT_FALSE(postHookEvent(address, tokenText, withNul, 1000));
+    EXPECT_FALSE(postHookEvent("unix:path=/nonexistent/taskrack-bus", tokenText, fields, 1000));
+
+    ASSERT_TRUE(postHookEvent(address, tokenText, fields, 1000));
+    const std::vector<ClaudeHookEvent> received = eventsUpToMarker();
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0],
+              (ClaudeHookEvent{"poster", QStringLiteral("/home/\u00e9l\u00e8ve \U0001F600"),
+                               "Notification", "permission_prompt", std::nullopt, std::nullopt,
+                               false}));
 }
 
 TEST_F(HookBridgeBusTest, WithoutABusItExitsAtOnceAndSaysNothing)

@@ -1,0 +1,109 @@
+#include "hookbridge/hookpayloadfilter.h"
+
+#include "hookbridge/strictjsonreader.h"
+
+#include <array>
+#include <optional>
+
+namespace taskrack {
+
+namespace {
+
+constexpr std::string_view sessionIdKey = "session_id";
+constexpr std::string_view cwdKey = "cwd";
+constexpr std::string_view hookEventNameKey = "hook_event_name";
+constexpr std::string_view notificationTypeKey = "notification_type";
+constexpr std::string_view transcriptPathKey = "transcript_path";
+constexpr std::string_view backgroundTasksKey = "background_tasks";
+constexpr std::string_view agentIdKey = "agent_id";
+
+constexpr std::array<std::string_view, 7> readKeys{sessionIdKey,        cwdKey,
+                                                   hookEventNameKey,    notificationTypeKey,
+                                                   transcriptPathKey,   backgroundTasksKey,
+                                                   agentIdKey};
+
+// A repeated key counts by its last occurrence, as the application's JSON decoding does.
+const JsonMember *lastMember(const std::vector<JsonMember> &members, std::string_view key)
+{
+    for (auto it = members.rbegin(); it != members.rend(); ++it) {
+        if (it->key == key)
+            return &*it;
+    }
+    return nullptr;
+}
+
+bool carriesNul(const std::string &text)
+{
+    return text.find('\0') != std::string::npos;
+}
+
+enum class Presence { absent, present, wrongType };
+
+// Absent and null both mean "not there"; any other kind but a string refuses the payload.
+Presence optionalString(const std::vector<JsonMember> &members, std::string_view key,
+                        std::string &out)
+{
+    const JsonMember *member = lastMember(members, key);
+    if (!member || member->kind == JsonKind::null)
+        return Presence::absent;
+    if (member->kind != JsonKind::string || carriesNul(member->text))
+        return Presence::wrongType;
+    out = member->text;
+    return Presence::present;
+}
+
+bool requiredString(const std::vector<JsonMember> &members, std::string_view key,
+                    std::map<std::string, std::string> &fields)
+{
+    const JsonMember *member = lastMember(members, key);
+    if (!member || member->kind != JsonKind::string || carriesNul(member->text))
+        return false;
+    fields.emplace(std::string(key), member->text);
+    return true;
+}
+
+} // namespace
+
+FilteredHookPayload filterHookPayload(std::string_view bytes)
+{
+    if (bytes.size() > hookPayloadMaximumBytes)
+        return {};
+    const std::optional<std::vector<JsonMember>> members = readTopLevelMembers(bytes, readKeys);
+    if (!members)
+        return {};
+
+    FilteredHookPayload unusable{HookPayloadVerdict::unusable, {}};
+    std::map<std::string, std::string> fields;
+    if (!requiredString(*members, sessionIdKey, fields) ||
+        !requiredString(*members, cwdKey, fields) ||
+        !requiredString(*members, hookEventNameKey, fields))
+        return unusable;
+
+    for (const std::string_view key : {notificationTypeKey, transcriptPathKey}) {
+        std::string text;
+        const Presence presence = optionalString(*members, key, text);
+        if (presence == Presence::wrongType)
+            return unusable;
+        if (presence == Presence::present)
+            fields.emplace(std::string(key), std::move(text));
+    }
+
+    // Only whether an agent is named matters, not which one.
+    std::string agentId;
+    const Presence agent = optionalString(*members, agentIdKey, agentId);
+    if (agent == Presence::wrongType)
+        return unusable;
+    if (agent == Presence::present)
+        fields.emplace("is_agent", "true");
+
+    if (const JsonMember *tasks = lastMember(*members, backgroundTasksKey);
+        tasks && tasks->kind != JsonKind::null) {
+        // Each task is a record; nothing inside it is read, only that it is one.
+        if (tasks->kind != JsonKind::array || !tasks->arrayHoldsOnlyObjects)
+            return unusable;
+        fields.emplace("background_task_count", std::to_string(tasks->arrayLength));
+    }
+    return {HookPayloadVerdict::kept, std::move(fields)};
+}
+
+} // namespace taskrack
