@@ -173,7 +173,8 @@ TEST(HookPayloadFilter, BoundsSizeAndNesting)
     std::string atLimit = fields + std::string(hookPayloadMaximumBytes - fields.size() - 2, 'a') + "\"}";
     ASSERT_EQ(atLimit.size(), hookPayloadMaximumBytes);
     EXPECT_EQ(filterHookPayload(atLimit).verdict, HookPayloadVerdict::kept);
-    atLimit.insert(atLimit.size() - 2, "a");
+    // Even trailing whitespace counts against the limit.
+    atLimit.push_back('\n');
     EXPECT_EQ(filterHookPayload(atLimit).verdict, HookPayloadVerdict::notAnObject);
 
     // The top-level object is the first level of nesting.
