@@ -12,66 +12,52 @@ namespace {
 
 const QDateTime now = QDateTime::fromString("2026-11-22T20:00:00.000Z", Qt::ISODateWithMs);
 
-struct StatusCase {
-    const char *name;
-    std::optional<RackStatus> observed;
-    double observedAgo = 0;
-    std::optional<qint64> backgroundTasks;
-    std::optional<double> inputRequestedAgo;
-    std::optional<double> busyAgo; // a live "busy" entry this long ago
-    RackStatus expected;
-};
-
-void PrintTo(const StatusCase &c, std::ostream *os)
+TEST(LiveStatusTest, FoldsEvidenceIntoOneStatus)
 {
-    *os << c.name;
+    const struct {
+        const char *name;
+        std::optional<RackStatus> observed;
+        double observedAgo;
+        std::optional<qint64> backgroundTasks;
+        std::optional<double> inputRequestedAgo;
+        std::optional<double> busyAgo; // a live "busy" entry this long ago
+        RackStatus expected;
+    } cases[] = {
+        {"nothingKnownIsRecent", {}, 0, {}, {}, {}, RackStatus::recent},
+        {"freshErrorStays", RackStatus::error, 119, {}, {}, {}, RackStatus::error},
+        {"errorFadesAfter120s", RackStatus::error, 120, {}, {}, {}, RackStatus::recent},
+        {"completedFadesAfter900s", RackStatus::completed, 900, {}, {}, {}, RackStatus::recent},
+        {"completedBefore900s", RackStatus::completed, 899, {}, {}, {}, RackStatus::completed},
+        {"idleFadesAfter1800s", RackStatus::idle, 1800, {}, {}, {}, RackStatus::recent},
+        {"workingLastsTwelveHours", RackStatus::working, 43199, {}, {}, {}, RackStatus::working},
+        {"futureObservationIsFresh", RackStatus::error, -30, {}, {}, {}, RackStatus::error},
+        {"backgroundTasksKeepCompletedWorking", RackStatus::completed, 10, 2, {}, {}, RackStatus::working},
+        {"backgroundTasksLeaveErrorAlone", RackStatus::error, 10, 2, {}, {}, RackStatus::error},
+        {"zeroBackgroundTasksChangeNothing", RackStatus::completed, 10, 0, {}, {}, RackStatus::completed},
+        {"newerInputRequestWins", RackStatus::working, 10, {}, 5, {}, RackStatus::requiresInput},
+        {"olderInputRequestIgnored", RackStatus::working, 5, {}, 10, {}, RackStatus::working},
+        {"equalInputRequestIgnored", RackStatus::working, 5, {}, 5, {}, RackStatus::working},
+        {"inputRequestWithoutObservationStaysRecent", {}, 0, {}, 5, {}, RackStatus::recent},
+        {"inputRequestOverFadedStatusStaysRecent", RackStatus::completed, 1000, {}, 5, {}, RackStatus::recent},
+        {"busyNewerThanTranscriptIsWorking", RackStatus::completed, 10, {}, {}, 5, RackStatus::working},
+        {"busyOlderThanTranscriptIgnored", RackStatus::completed, 5, {}, {}, 10, RackStatus::completed},
+        {"busyWithoutTranscriptIsWorking", {}, 0, {}, {}, 5, RackStatus::working},
+        {"busyThenPermissionPromptAsksForInput", RackStatus::completed, 10, {}, 2, 5, RackStatus::requiresInput},
+    };
+    const auto ago = [](double seconds) { return now.addMSecs(qint64(-seconds * 1000)); };
+    for (const auto &c : cases) {
+        ClaudeObservedStatus observation{c.observed.value_or(RackStatus::recent), ago(c.observedAgo), std::nullopt};
+        ClaudeBackgroundTaskSnapshot tasks{c.backgroundTasks.value_or(0), now.addSecs(-10)};
+        ClaudeInputRequest request{ago(c.inputRequestedAgo.value_or(0))};
+        ClaudeLiveSessionEntry live{1, "s", "/w", true, ago(c.busyAgo.value_or(0))};
+        ClaudeSessionFacts facts;
+        facts.observation = c.observed ? &observation : nullptr;
+        facts.backgroundTasks = c.backgroundTasks ? &tasks : nullptr;
+        facts.inputRequest = c.inputRequestedAgo ? &request : nullptr;
+        facts.liveEntry = c.busyAgo ? &live : nullptr;
+        EXPECT_EQ(claudeLiveStatus(facts, now), c.expected) << c.name;
+    }
 }
-
-class LiveStatusTest : public ::testing::TestWithParam<StatusCase>
-{
-};
-
-TEST_P(LiveStatusTest, FoldsEvidenceIntoOneStatus)
-{
-    const StatusCase &c = GetParam();
-    ClaudeObservedStatus observation{c.observed.value_or(RackStatus::recent), now.addMSecs(qint64(-c.observedAgo * 1000)),
-                                     std::nullopt};
-    ClaudeBackgroundTaskSnapshot tasks{c.backgroundTasks.value_or(0), now.addSecs(-10)};
-    ClaudeInputRequest request{now.addMSecs(qint64(-c.inputRequestedAgo.value_or(0) * 1000))};
-    ClaudeLiveSessionEntry live{1, "s", "/w", true, now.addMSecs(qint64(-c.busyAgo.value_or(0) * 1000))};
-    ClaudeSessionFacts facts;
-    facts.observation = c.observed ? &observation : nullptr;
-    facts.backgroundTasks = c.backgroundTasks ? &tasks : nullptr;
-    facts.inputRequest = c.inputRequestedAgo ? &request : nullptr;
-    facts.liveEntry = c.busyAgo ? &live : nullptr;
-    EXPECT_EQ(claudeLiveStatus(facts, now), c.expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, LiveStatusTest,
-    ::testing::Values(
-        StatusCase{"nothingKnownIsRecent", {}, 0, {}, {}, {}, RackStatus::recent},
-        StatusCase{"freshErrorStays", RackStatus::error, 119, {}, {}, {}, RackStatus::error},
-        StatusCase{"errorFadesAfter120s", RackStatus::error, 120, {}, {}, {}, RackStatus::recent},
-        StatusCase{"completedFadesAfter900s", RackStatus::completed, 900, {}, {}, {}, RackStatus::recent},
-        StatusCase{"completedBefore900s", RackStatus::completed, 899, {}, {}, {}, RackStatus::completed},
-        StatusCase{"idleFadesAfter1800s", RackStatus::idle, 1800, {}, {}, {}, RackStatus::recent},
-        StatusCase{"workingLastsTwelveHours", RackStatus::working, 43199, {}, {}, {}, RackStatus::working},
-        StatusCase{"futureObservationIsFresh", RackStatus::error, -30, {}, {}, {}, RackStatus::error},
-        StatusCase{"backgroundTasksKeepCompletedWorking", RackStatus::completed, 10, 2, {}, {}, RackStatus::working},
-        StatusCase{"backgroundTasksLeaveErrorAlone", RackStatus::error, 10, 2, {}, {}, RackStatus::error},
-        StatusCase{"zeroBackgroundTasksChangeNothing", RackStatus::completed, 10, 0, {}, {}, RackStatus::completed},
-        StatusCase{"newerInputRequestWins", RackStatus::working, 10, {}, 5, {}, RackStatus::requiresInput},
-        StatusCase{"olderInputRequestIgnored", RackStatus::working, 5, {}, 10, {}, RackStatus::working},
-        StatusCase{"equalInputRequestIgnored", RackStatus::working, 5, {}, 5, {}, RackStatus::working},
-        StatusCase{"inputRequestWithoutObservationStaysRecent", {}, 0, {}, 5, {}, RackStatus::recent},
-        StatusCase{"inputRequestOverFadedStatusStaysRecent", RackStatus::completed, 1000, {}, 5, {}, RackStatus::recent},
-        StatusCase{"busyNewerThanTranscriptIsWorking", RackStatus::completed, 10, {}, {}, 5, RackStatus::working},
-        StatusCase{"busyOlderThanTranscriptIgnored", RackStatus::completed, 5, {}, {}, 10, RackStatus::completed},
-        StatusCase{"busyWithoutTranscriptIsWorking", {}, 0, {}, {}, 5, RackStatus::working},
-        StatusCase{"busyThenPermissionPromptAsksForInput", RackStatus::completed, 10, {}, 2, 5,
-                   RackStatus::requiresInput}),
-    [](const auto &info) { return std::string(info.param.name); });
 
 TEST(SessionEvidenceTest, DatesAndRecencyComeFromTheNewestEvidence)
 {
