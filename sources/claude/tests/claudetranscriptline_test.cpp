@@ -7,103 +7,91 @@ using Event = TranscriptLifecycleEvent;
 
 namespace {
 
-struct ClassificationCase {
-    const char *name;
-    const char *line;
-    std::optional<Event> lifecycle;
-    bool isSubmission;
-};
-
-void PrintTo(const ClassificationCase &c, std::ostream *os)
-{
-    *os << c.name;
-}
-
-class TranscriptClassificationTest : public ::testing::TestWithParam<ClassificationCase>
-{
-};
-
-TEST_P(TranscriptClassificationTest, ClassifiesLineAndSubmission)
-{
-    const ClassificationCase &c = GetParam();
-    const auto facts = readTranscriptLine(QByteArrayView(c.line));
-    ASSERT_TRUE(facts.has_value()) << c.line;
-    EXPECT_EQ(facts->lifecycle, c.lifecycle);
-    EXPECT_EQ(facts->isUserSubmission, c.isSubmission);
-}
-
 #define TS "\"timestamp\":\"2026-11-22T20:18:52.903Z\""
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, TranscriptClassificationTest,
-    ::testing::Values(
-        ClassificationCase{"systemWithoutSubtype", R"({"type":"system",)" TS "}", std::nullopt, false},
-        ClassificationCase{"stopHookSummary", R"({"type":"system","subtype":"stop_hook_summary",)" TS "}",
-                           Event::completed, false},
-        ClassificationCase{"apiErrorLine", R"({"type":"system","subtype":"api_error",)" TS "}", Event::error, false},
-        ClassificationCase{"turnDuration", R"({"type":"system","subtype":"turn_duration",)" TS "}", std::nullopt,
-                           false},
-        ClassificationCase{"typedPromptString",
-                           R"({"type":"user","message":{"role":"user","content":"Say hello"},)" TS "}",
-                           Event::working, true},
-        ClassificationCase{"userWithoutMessage", R"({"type":"user",)" TS "}", Event::working, true},
-        ClassificationCase{"interruptWithTrailingBlanks",
-                           R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user]  \n"}]},)" TS "}",
-                           Event::interrupted, false},
-        ClassificationCase{"interruptForToolUse",
-                           R"({"type":"user","message":{"content":"[Request interrupted by user for tool use]"},)" TS "}",
-                           Event::interrupted, false},
-        ClassificationCase{"taskNotification",
-                           R"({"type":"user","origin":{"kind":"task-notification"},"message":{"content":"<task-notification>x"},)" TS "}",
-                           std::nullopt, false},
-        ClassificationCase{"compactSummary",
-                           R"({"type":"user","isCompactSummary":true,"message":{"content":"summary"},)" TS "}",
-                           std::nullopt, false},
-        ClassificationCase{"localCommandEcho",
-                           R"({"type":"user","message":{"content":"<command-name>/compact</command-name>"},)" TS "}",
-                           std::nullopt, false},
-        ClassificationCase{"localCommandStdout",
-                           R"({"type":"user","message":{"content":"<local-command-stdout>ok</local-command-stdout>"},)" TS "}",
-                           std::nullopt, false},
-        ClassificationCase{"metaUserLineIsNothing",
-                           R"({"type":"user","isMeta":true,"message":{"content":"## Context Usage"},)" TS "}",
-                           std::nullopt, false},
-        ClassificationCase{"toolResultIsWorkNotSubmission",
-                           R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"t","content":"hi"}]},)" TS "}",
-                           Event::working, false},
-        ClassificationCase{"twoTextItemsIsStillPrompt",
-                           R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user]"},{"type":"text","text":"x"}]},)" TS "}",
-                           Event::working, true},
-        ClassificationCase{"assistantWithoutMessage", R"({"type":"assistant",)" TS "}", std::nullopt, false},
-        ClassificationCase{"assistantEndTurn",
-                           R"({"type":"assistant","message":{"stop_reason":"end_turn","content":[{"type":"text","text":"hi"}]},)" TS "}",
-                           Event::completed, false},
-        ClassificationCase{"assistantNullStopWithToolUse",
-                           R"({"type":"assistant","message":{"stop_reason":null,"content":[{"type":"tool_use","id":"t"}]},)" TS "}",
-                           Event::working, false},
-        ClassificationCase{"assistantNullStopTextOnly",
-                           R"({"type":"assistant","message":{"stop_reason":null,"content":[{"type":"text","text":"par"}]},)" TS "}",
-                           std::nullopt, false},
-        ClassificationCase{"assistantToolUseStop",
-                           R"({"type":"assistant","message":{"stop_reason":"tool_use","content":[{"type":"text","text":"Running"}]},)" TS "}",
-                           Event::working, false},
-        ClassificationCase{"assistantEmptyStop",
-                           R"({"type":"assistant","message":{"stop_reason":"","content":[]},)" TS "}", std::nullopt,
-                           false},
-        ClassificationCase{"syntheticApiErrorMessage",
-                           R"({"type":"assistant","message":{"model":"<synthetic>","stop_reason":"stop_sequence","content":[{"type":"text","text":"API Error: 500"}]},"error":"server_error","isApiErrorMessage":true,)" TS "}",
-                           Event::error, false},
-        ClassificationCase{"abortedStreamNotApiError",
-                           R"({"type":"assistant","message":{"stop_reason":"stop_sequence","content":[]},"isApiErrorMessage":false,)" TS "}",
-                           Event::completed, false},
-        ClassificationCase{"metadataLine", R"({"type":"last-prompt","lastPrompt":"x"})", std::nullopt, false},
-        ClassificationCase{"unstampedAssistantIsNothing",
-                           R"({"type":"assistant","message":{"stop_reason":"end_turn","content":[]}})", std::nullopt,
-                           false},
-        ClassificationCase{"unparsableTimestampIsNothing",
-                           R"({"type":"system","subtype":"stop_hook_summary","timestamp":"yesterday"})", std::nullopt,
-                           false}),
-    [](const auto &info) { return std::string(info.param.name); });
+TEST(TranscriptClassificationTest, ClassifiesLineAndSubmission)
+{
+    const struct {
+        const char *name;
+        const char *line;
+        std::optional<Event> lifecycle;
+        bool isSubmission;
+    } cases[] = {
+        {"systemWithoutSubtype", R"({"type":"system",)" TS "}", std::nullopt, false},
+        {"stopHookSummary", R"({"type":"system","subtype":"stop_hook_summary",)" TS "}",
+         Event::completed, false},
+        {"apiErrorLine", R"({"type":"system","subtype":"api_error",)" TS "}", Event::error, false},
+        {"turnDuration", R"({"type":"system","subtype":"turn_duration",)" TS "}", std::nullopt,
+         false},
+        {"typedPromptString",
+         R"({"type":"user","message":{"role":"user","content":"Say hello"},)" TS "}",
+         Event::working, true},
+        {"userWithoutMessage", R"({"type":"user",)" TS "}", Event::working, true},
+        {"interruptWithTrailingBlanks",
+         R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user]  \n"}]},)" TS "}",
+         Event::interrupted, false},
+        {"interruptForToolUse",
+         R"({"type":"user","message":{"content":"[Request interrupted by user for tool use]"},)" TS "}",
+         Event::interrupted, false},
+        {"taskNotification",
+         R"({"type":"user","origin":{"kind":"task-notification"},"message":{"content":"<task-notification>x"},)" TS "}",
+         std::nullopt, false},
+        {"compactSummary",
+         R"({"type":"user","isCompactSummary":true,"message":{"content":"summary"},)" TS "}",
+         std::nullopt, false},
+        {"localCommandEcho",
+         R"({"type":"user","message":{"content":"<command-name>/compact</command-name>"},)" TS "}",
+         std::nullopt, false},
+        {"localCommandStdout",
+         R"({"type":"user","message":{"content":"<local-command-stdout>ok</local-command-stdout>"},)" TS "}",
+         std::nullopt, false},
+        {"metaUserLineIsNothing",
+         R"({"type":"user","isMeta":true,"message":{"content":"## Context Usage"},)" TS "}",
+         std::nullopt, false},
+        {"toolResultIsWorkNotSubmission",
+         R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"t","content":"hi"}]},)" TS "}",
+         Event::working, false},
+        {"twoTextItemsIsStillPrompt",
+         R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user]"},{"type":"text","text":"x"}]},)" TS "}",
+         Event::working, true},
+        {"assistantWithoutMessage", R"({"type":"assistant",)" TS "}", std::nullopt, false},
+        {"assistantEndTurn",
+         R"({"type":"assistant","message":{"stop_reason":"end_turn","content":[{"type":"text","text":"hi"}]},)" TS "}",
+         Event::completed, false},
+        {"assistantNullStopWithToolUse",
+         R"({"type":"assistant","message":{"stop_reason":null,"content":[{"type":"tool_use","id":"t"}]},)" TS "}",
+         Event::working, false},
+        {"assistantNullStopTextOnly",
+         R"({"type":"assistant","message":{"stop_reason":null,"content":[{"type":"text","text":"par"}]},)" TS "}",
+         std::nullopt, false},
+        {"assistantToolUseStop",
+         R"({"type":"assistant","message":{"stop_reason":"tool_use","content":[{"type":"text","text":"Running"}]},)" TS "}",
+         Event::working, false},
+        {"assistantEmptyStop",
+         R"({"type":"assistant","message":{"stop_reason":"","content":[]},)" TS "}", std::nullopt,
+         false},
+        {"syntheticApiErrorMessage",
+         R"({"type":"assistant","message":{"model":"<synthetic>","stop_reason":"stop_sequence","content":[{"type":"text","text":"API Error: 500"}]},"error":"server_error","isApiErrorMessage":true,)" TS "}",
+         Event::error, false},
+        {"abortedStreamNotApiError",
+         R"({"type":"assistant","message":{"stop_reason":"stop_sequence","content":[]},"isApiErrorMessage":false,)" TS "}",
+         Event::completed, false},
+        {"metadataLine", R"({"type":"last-prompt","lastPrompt":"x"})", std::nullopt, false},
+        {"unstampedAssistantIsNothing",
+         R"({"type":"assistant","message":{"stop_reason":"end_turn","content":[]}})", std::nullopt,
+         false},
+        {"unparsableTimestampIsNothing",
+         R"({"type":"system","subtype":"stop_hook_summary","timestamp":"yesterday"})", std::nullopt,
+         false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto facts = readTranscriptLine(QByteArrayView(c.line));
+        ASSERT_TRUE(facts.has_value()) << c.line;
+        EXPECT_EQ(facts->lifecycle, c.lifecycle);
+        EXPECT_EQ(facts->isUserSubmission, c.isSubmission);
+    }
+}
 
 TEST(TranscriptEnvelopeTest, RefusesLinesAStrictDecoderWouldRefuse)
 {
