@@ -98,60 +98,59 @@ protected:
     ClaudeTranscriptTailReader reader{temp.path() + "/projects"};
 };
 
-TEST_F(TranscriptReaderTest, NewestMeaningfulLineDecidesAndPromptGivesRecency)
+TEST_F(TranscriptReaderTest, NewestMeaningfulLineDecidesAndOnlyAPromptGivesRecency)
 {
-    write("s1", lines({prompt(baseTime.addSecs(-30)), toolResult(baseTime.addSecs(-20)), assistant(baseTime.addSecs(-10)),
-                       R"({"type":"last-prompt","lastPrompt":"Fix"})", R"({"type":"user","message":{"content":"half)"}));
-    const auto observed = observe("s1");
-    ASSERT_TRUE(observed);
-    EXPECT_EQ(observed->status, RackStatus::completed);
-    EXPECT_EQ(observed->observedAt, baseTime.addSecs(-10));
-    EXPECT_EQ(observed->lastUserSubmittedAt, baseTime.addSecs(-30));
+    const QByteArray sidechain =
+        R"({"type":"assistant","isSidechain":true,"message":{"stop_reason":"end_turn","content":[]},"timestamp":")"
+        + stamp(baseTime.addSecs(-5)) + "\"}";
+    const QByteArray interrupt =
+        R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user] "}]},"timestamp":")"
+        + stamp(baseTime.addSecs(-3)) + "\"}";
+    const struct {
+        const char *name;
+        QByteArray content;
+        RackStatus status;
+        QDateTime observedAt;
+    } cases[] = {
+        // Metadata and a line cut mid-write after the answer change nothing.
+        {"completed",
+         lines({prompt(baseTime.addSecs(-30)), toolResult(baseTime.addSecs(-20)), assistant(baseTime.addSecs(-10)),
+                R"({"type":"last-prompt","lastPrompt":"Fix"})", R"({"type":"user","message":{"content":"half)"}),
+         RackStatus::completed, baseTime.addSecs(-10)},
+        // Side-chain and tool traffic never count as a person's submission.
+        {"sidechainAndTools",
+         lines({prompt(baseTime.addSecs(-30)), assistant(baseTime.addSecs(-20), "tool_use"),
+                toolResult(baseTime.addSecs(-10)), sidechain}),
+         RackStatus::working, baseTime.addSecs(-10)},
+        {"interruptIsAnError", lines({prompt(baseTime.addSecs(-30)), interrupt}), RackStatus::error,
+         baseTime.addSecs(-3)},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        write(c.name, c.content);
+        const auto observed = observe(c.name);
+        ASSERT_TRUE(observed);
+        EXPECT_EQ(observed->status, c.status);
+        EXPECT_EQ(observed->observedAt, c.observedAt);
+        EXPECT_EQ(observed->lastUserSubmittedAt, baseTime.addSecs(-30));
+    }
 }
 
-TEST_F(TranscriptReaderTest, SidechainAndToolTrafficNeverCountAsSubmission)
+TEST_F(TranscriptReaderTest, FileDatesAndObservationsAreBoundedByHorizonAndSkew)
 {
-    write("s1", lines({prompt(baseTime.addSecs(-30)), assistant(baseTime.addSecs(-20), "tool_use"),
-                       toolResult(baseTime.addSecs(-10)),
-                       R"({"type":"assistant","isSidechain":true,"message":{"stop_reason":"end_turn","content":[]},"timestamp":")"
-                           + stamp(baseTime.addSecs(-5)) + "\"}"}));
-    const auto observed = observe("s1");
-    ASSERT_TRUE(observed);
-    EXPECT_EQ(observed->status, RackStatus::working);
-    EXPECT_EQ(observed->observedAt, baseTime.addSecs(-10));
-    EXPECT_EQ(observed->lastUserSubmittedAt, baseTime.addSecs(-30));
-}
-
-TEST_F(TranscriptReaderTest, InterruptIsShownAsError)
-{
-    write("s1", lines({prompt(baseTime.addSecs(-30)),
-                       R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user] "}]},"timestamp":")"
-                           + stamp(baseTime.addSecs(-3)) + "\"}"}));
-    const auto observed = observe("s1");
-    ASSERT_TRUE(observed);
-    EXPECT_EQ(observed->status, RackStatus::error);
-    EXPECT_EQ(observed->lastUserSubmittedAt, baseTime.addSecs(-30));
-}
-
-TEST_F(TranscriptReaderTest, FutureObservationsBeyondFiveSecondsAreRefused)
-{
-    write("ahead5", lines({assistant(baseTime.addSecs(5))}));
-    write("ahead10", lines({assistant(baseTime.addSecs(10))}));
-    EXPECT_TRUE(observe("ahead5", baseTime));
-    EXPECT_FALSE(observe("ahead10", baseTime));
-}
-
-TEST_F(TranscriptReaderTest, IndexKeepsOnlyFilesWithinHorizonAndSkew)
-{
-    const QString old = write("old", lines({assistant(baseTime.addSecs(-86401))}));
-    setModified(old, baseTime.addSecs(-86401));
-    const QString edge = write("edge", lines({assistant(baseTime.addSecs(-86400))}));
-    setModified(edge, baseTime.addSecs(-86400));
-    const QString future = write("future", lines({assistant(baseTime)}));
-    setModified(future, baseTime.addSecs(6));
+    const auto dated = [&](const QString &stem, const QDateTime &line, const QDateTime &modified) {
+        setModified(write(stem, lines({assistant(line)})), modified);
+    };
+    dated("old", baseTime.addSecs(-86401), baseTime.addSecs(-86401));
+    dated("edge", baseTime.addSecs(-86400), baseTime.addSecs(-86400));
+    dated("future", baseTime, baseTime.addSecs(6));
+    dated("ahead5", baseTime.addSecs(5), baseTime);
+    dated("ahead10", baseTime.addSecs(10), baseTime);
     EXPECT_FALSE(observe("old", baseTime));
     EXPECT_TRUE(observe("edge", baseTime));
     EXPECT_FALSE(observe("future", baseTime));
+    EXPECT_TRUE(observe("ahead5", baseTime));
+    EXPECT_FALSE(observe("ahead10", baseTime));
 }
 
 TEST_F(TranscriptReaderTest, IndexPrefersNewestCopyAndIgnoresSubagentsAndHiddenFiles)
