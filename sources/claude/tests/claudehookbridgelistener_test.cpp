@@ -89,45 +89,37 @@ TEST_F(ClaudeHookBridgeListenerTest, YieldsOnlyNotificationsThatCarryTheToken)
               (ClaudeHookEvent{"accepted", "/w", "Stop", std::nullopt, std::nullopt, 2, false}));
 }
 
-TEST_F(ClaudeHookBridgeListenerTest, ASecondStartOnlyReplacesTheToken)
+TEST_F(ClaudeHookBridgeListenerTest, StartsObservingOnceAndStopForgetsTheToken)
 {
-    listener.start(token);
-    const QString next = QString(token).replace(0, 8, "ffffffff");
-    listener.start(next);
-    EXPECT_EQ(transport.starts, 1);
-
-    transport.post(token, fields("old"));
-    transport.post(next, fields("new"));
-    const std::vector<ClaudeHookEvent> received = drain(listener.events());
-    ASSERT_EQ(received.size(), 1u);
-    EXPECT_EQ(received[0].sessionId, "new");
-}
-
-TEST_F(ClaudeHookBridgeListenerTest, StopForgetsTheTokenAndStopsObserving)
-{
-    listener.start(token);
-    listener.stop();
-    EXPECT_FALSE(listener.isObserving());
-    EXPECT_FALSE(listener.hasExpectedToken());
-    EXPECT_EQ(transport.stops, 1);
-    listener.receive(token, fields("after-stop"));
-    EXPECT_EQ(listener.events()->size(), 0u);
-
-    listener.stop();
-    EXPECT_EQ(transport.stops, 1) << "stopping twice asks the transport once";
-    listener.start(token);
-    EXPECT_EQ(transport.starts, 2);
-}
-
-TEST_F(ClaudeHookBridgeListenerTest, WithoutABusItHoldsTheTokenButDoesNotObserve)
-{
+    // Without a bus the token is held but nothing is observed; a later start tries again.
     transport.available = false;
     listener.start(token);
     EXPECT_FALSE(listener.isObserving());
     EXPECT_TRUE(listener.hasExpectedToken());
     transport.available = true;
     listener.start(token);
-    EXPECT_TRUE(listener.isObserving()) << "a later start tries again";
+    EXPECT_TRUE(listener.isObserving());
+
+    // Once observing, a further start only replaces the token.
+    const QString next = QString(token).replace(0, 8, "ffffffff");
+    listener.start(next);
+    EXPECT_EQ(transport.starts, 2);
+    transport.post(token, fields("old"));
+    transport.post(next, fields("new"));
+    const std::vector<ClaudeHookEvent> received = drain(listener.events());
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].sessionId, "new");
+
+    listener.stop();
+    EXPECT_FALSE(listener.isObserving());
+    EXPECT_FALSE(listener.hasExpectedToken());
+    EXPECT_EQ(transport.stops, 1);
+    listener.receive(next, fields("after-stop"));
+    EXPECT_EQ(listener.events()->size(), 0u);
+    listener.stop();
+    EXPECT_EQ(transport.stops, 1) << "stopping twice asks the transport once";
+    listener.start(token);
+    EXPECT_EQ(transport.starts, 3);
 }
 
 TEST_F(ClaudeHookBridgeListenerTest, KeepsTheNewestEventsWhenTheReaderFallsBehind)
