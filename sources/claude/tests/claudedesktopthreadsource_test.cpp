@@ -120,6 +120,14 @@ protected:
         return paths.transcriptRoot + "/" + folder + "/" + sessionId + ".jsonl";
     }
 
+    // Desktop session "local_a" driving Claude Code session "cli-a", whose last turn ended so.
+    void writeSessionA(const QByteArray &stopReason)
+    {
+        writeManifest("local_a", {{"cliSessionId", "cli-a"}});
+        writeFile(transcriptPath("cli-a"),
+                  promptLine(baseTime.addSecs(-60), "go") + assistantLine(baseTime.addSecs(-30), stopReason));
+    }
+
     ThreadCollection fetch(ClaudeDesktopThreadSource &source, int limit = 400)
     {
         return await(source.fetchThreads(limit, {}));
@@ -141,17 +149,6 @@ protected:
     QSet<qint64> livePids;
 };
 
-TEST_F(ClaudeSourceTest, ZeroLimitReadsNothing)
-{
-    writeManifest("local_a");
-    auto source = makeSource();
-    const ThreadCollection collection = fetch(*source, 0);
-    EXPECT_TRUE(collection.threads.isEmpty());
-    EXPECT_EQ(collection.sourceDescription, "Claude Desktop");
-    EXPECT_TRUE(collection.isLive);
-    EXPECT_EQ(source->manifestReadCounters().filesOpened.load(), 0);
-}
-
 TEST_F(ClaudeSourceTest, ManifestsBecomeThreadsWithTheirRules)
 {
     writeManifest("local_a", {{"title", "  Parent task "}, {"lastFocusedAt", 5}});
@@ -166,6 +163,11 @@ TEST_F(ClaudeSourceTest, ManifestsBecomeThreadsWithTheirRules)
     writeFile(paths.sessionRoot + "/acct/org/local_broken.json", "{\"sessionId\":");
 
     auto source = makeSource();
+    const ThreadCollection none = fetch(*source, 0);
+    EXPECT_TRUE(none.threads.isEmpty());
+    EXPECT_TRUE(none.isLive);
+    EXPECT_EQ(source->manifestReadCounters().filesOpened.load(), 0) << "a zero limit reads nothing";
+
     const ThreadCollection collection = fetch(*source);
     QStringList ids;
     for (const RackThread &thread : collection.threads)
@@ -212,8 +214,7 @@ TEST_F(ClaudeSourceTest, UnchangedFingerprintsReadNoFile)
 
 TEST_F(ClaudeSourceTest, TranscriptDecidesStatusAndRecency)
 {
-    writeManifest("local_a", {{"cliSessionId", "cli-a"}});
-    writeFile(transcriptPath("cli-a"), promptLine(baseTime.addSecs(-60), "go") + assistantLine(baseTime.addSecs(-30), "tool_use"));
+    writeSessionA("tool_use");
     auto source = makeSource();
     const RackThread *thread = nullptr;
     ThreadCollection collection = fetch(*source);
@@ -282,8 +283,7 @@ TEST_F(ClaudeSourceTest, LiveRegistryBusyEntryMeansWorking)
 
 TEST_F(ClaudeSourceTest, EvidenceSurvivesARestartAndVanishedSessionsTakeItAlong)
 {
-    const QString manifest = writeManifest("local_a", {{"cliSessionId", "cli-a"}});
-    writeFile(transcriptPath("cli-a"), promptLine(baseTime.addSecs(-60), "go") + assistantLine(baseTime.addSecs(-30)));
+    writeSessionA("end_turn");
     {
         auto source = makeSource();
         fetch(*source);
@@ -304,7 +304,7 @@ TEST_F(ClaudeSourceTest, EvidenceSurvivesARestartAndVanishedSessionsTakeItAlong)
     EXPECT_EQ(collection.threads.first().status, RackStatus::completed);
     EXPECT_EQ(collection.threads.first().recencyAt, baseTime.addSecs(-60));
 
-    QFile::remove(manifest);
+    QFile::remove(paths.sessionRoot + "/acct/org/local_a.json");
     EXPECT_TRUE(fetch(*restarted).threads.isEmpty());
     ASSERT_TRUE(stored.open(QIODevice::ReadOnly));
     EXPECT_FALSE(stored.readAll().contains("local_a"));
@@ -312,8 +312,7 @@ TEST_F(ClaudeSourceTest, EvidenceSurvivesARestartAndVanishedSessionsTakeItAlong)
 
 TEST_F(ClaudeSourceTest, HookSignalsResolveByTranscriptAndWaitWhenUnknown)
 {
-    writeManifest("local_a", {{"cliSessionId", "cli-a"}});
-    writeFile(transcriptPath("cli-a"), promptLine(baseTime.addSecs(-60), "go") + assistantLine(baseTime.addSecs(-30), "tool_use"));
+    writeSessionA("tool_use");
     auto source = makeSource();
 
     // Arrives before any reconciliation: kept, then applied with its own time.
@@ -336,8 +335,7 @@ TEST_F(ClaudeSourceTest, HookSignalsResolveByTranscriptAndWaitWhenUnknown)
 
 TEST_F(ClaudeSourceTest, HookEventsFromSubAgentsAreFilteredBeforeTheyApply)
 {
-    writeManifest("local_a", {{"cliSessionId", "cli-a"}});
-    writeFile(transcriptPath("cli-a"), promptLine(baseTime.addSecs(-60), "go") + assistantLine(baseTime.addSecs(-30), "tool_use"));
+    writeSessionA("tool_use");
     auto source = makeSource();
     fetch(*source);
 
