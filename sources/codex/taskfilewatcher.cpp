@@ -148,6 +148,11 @@ void TaskFileWatcher::onNotice(const FileWatchNotice &notice)
         schedule();
         return;
     }
+    // Closing a file opened for writing says nothing by itself: SQLite opens the write-ahead
+    // log read-write even for read-only connections, so our own reads would echo back as
+    // changes. A real write also reports `modified`.
+    if ((notice.events & ~quint32(FileWatchEvents::closedAfterWrite)) == 0)
+        return;
     const auto found = m_pathByHandle.constFind(notice.handle);
     if (found == m_pathByHandle.cend())
         return;

@@ -154,17 +154,23 @@ TEST_F(TaskFileWatcherTest, AWriteAheadLogThatAppearsLaterIsPickedUp)
     EXPECT_EQ(watcher->watchedFileCount(), 1) << "a deleted file holds no watch";
 }
 
-TEST_F(TaskFileWatcherTest, OtherFilesInTheSameFolderAreIgnored)
+TEST_F(TaskFileWatcherTest, OtherFilesAndOpeningsWithoutWritesAreIgnored)
 {
     append(database);
-    watcher->setFiles({database});
+    append(wal);
+    watcher->setFiles({database, wal, rollout});
     watcher->start();
     append(path("logs_2.sqlite-wal"));
     append(path("state_5.sqlite-shm"));
-    append(database);
+    // What a read-only SQLite connection does to the log: open it read-write, close it.
+    for (const QString &file : {wal, database}) {
+        QFile opened(file);
+        ASSERT_TRUE(opened.open(QIODevice::ReadWrite));
+    }
+    append(rollout);
     const std::vector<TaskFileChanges> all = settle();
     ASSERT_EQ(all.size(), 1u);
-    EXPECT_EQ(all[0].paths, QSet<QString>{database});
+    EXPECT_EQ(all[0].paths, QSet<QString>{rollout});
 }
 
 TEST_F(TaskFileWatcherTest, StoppedOrDroppedFilesReportNothing)
