@@ -12,48 +12,34 @@ QJsonValue json(const char *text)
     return QJsonDocument::fromJson(text).object();
 }
 
-struct MappingCase
+TEST(CodexStatusMappingTest, MapsTypesAndFlagsToRackStatus)
 {
-    const char *type;
-    std::optional<QStringList> flags;
-    RackStatus expected;
-};
-
-void PrintTo(const MappingCase &c, std::ostream *os)
-{
-    *os << c.type << (c.flags ? "[" + c.flags->join(",").toStdString() + "]" : std::string());
+    const struct {
+        const char *type;
+        std::optional<QStringList> flags;
+        RackStatus expected;
+    } cases[] = {
+        {"active", std::nullopt, RackStatus::working},
+        {"active", QStringList{}, RackStatus::working},
+        {"active", QStringList{"waitingOnApproval"}, RackStatus::requiresInput},
+        {"active", QStringList{"other", "waitingOnUserInput"}, RackStatus::requiresInput},
+        {"active", QStringList{"somethingNew"}, RackStatus::working},
+        {"systemError", std::nullopt, RackStatus::error},
+        {"failed", std::nullopt, RackStatus::error},
+        {"interrupted", std::nullopt, RackStatus::error},
+        {"completed", std::nullopt, RackStatus::completed},
+        {"idle", std::nullopt, RackStatus::idle},
+        // Every history thread of a fresh app-server reports this.
+        {"notLoaded", std::nullopt, RackStatus::recent},
+        {"Active", std::nullopt, RackStatus::recent},
+        {"", std::nullopt, RackStatus::recent},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(rackStatus(CodexThreadStatus{c.type, c.flags}), c.expected)
+            << c.type << " " << c.flags.value_or(QStringList{}).join(',').toStdString();
 }
 
-class CodexStatusMappingTest : public ::testing::TestWithParam<MappingCase>
-{
-};
-
-TEST_P(CodexStatusMappingTest, MapsToRackStatus)
-{
-    const MappingCase &c = GetParam();
-    EXPECT_EQ(rackStatus(CodexThreadStatus{c.type, c.flags}), c.expected) << c.type;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, CodexStatusMappingTest,
-    ::testing::Values(MappingCase{"active", std::nullopt, RackStatus::working},
-                      MappingCase{"active", QStringList{}, RackStatus::working},
-                      MappingCase{"active", QStringList{"waitingOnApproval"},
-                                  RackStatus::requiresInput},
-                      MappingCase{"active", QStringList{"other", "waitingOnUserInput"},
-                                  RackStatus::requiresInput},
-                      MappingCase{"active", QStringList{"somethingNew"}, RackStatus::working},
-                      MappingCase{"systemError", std::nullopt, RackStatus::error},
-                      MappingCase{"failed", std::nullopt, RackStatus::error},
-                      MappingCase{"interrupted", std::nullopt, RackStatus::error},
-                      MappingCase{"completed", std::nullopt, RackStatus::completed},
-                      MappingCase{"idle", std::nullopt, RackStatus::idle},
-                      // Every history thread of a fresh app-server reports this.
-                      MappingCase{"notLoaded", std::nullopt, RackStatus::recent},
-                      MappingCase{"Active", std::nullopt, RackStatus::recent},
-                      MappingCase{"", std::nullopt, RackStatus::recent}));
-
-TEST(CodexStatusUpdateTest, DecodesTheRealNotificationShapeAndIgnoresExtraKeys)
+TEST(CodexStatusUpdateTest, DecodesTheRealNotificationShapeAndOptionalMoments)
 {
     const auto update = decodeCodexStatusUpdate(json(
         R"({"threadId":"t1","status":{"type":"active","activeFlags":["waitingOnApproval"]},"extra":1})"));
@@ -62,19 +48,15 @@ TEST(CodexStatusUpdateTest, DecodesTheRealNotificationShapeAndIgnoresExtraKeys)
     EXPECT_EQ(update->status, (CodexThreadStatus{"active", QStringList{"waitingOnApproval"}}));
     EXPECT_FALSE(update->updatedAt);
     EXPECT_FALSE(update->recencyAt);
+    EXPECT_EQ(rackStatusUpdate(*update).threadID, "codex:t1");
+    EXPECT_EQ(rackStatusUpdate(*update).status, RackStatus::requiresInput);
 
-    const RackStatusUpdate rack = rackStatusUpdate(*update);
-    EXPECT_EQ(rack.threadID, "codex:t1");
-    EXPECT_EQ(rack.status, RackStatus::requiresInput);
-}
-
-TEST(CodexStatusUpdateTest, ReadsOptionalMomentsAsSecondsSince1970)
-{
-    const auto update = decodeCodexStatusUpdate(json(
+    // Moments are seconds since 1970; null means unknown.
+    const auto timed = decodeCodexStatusUpdate(json(
         R"({"threadId":"t","status":{"type":"idle"},"updatedAt":1795377365,"recencyAt":null})"));
-    ASSERT_TRUE(update);
-    EXPECT_EQ(update->updatedAt, QDateTime::fromSecsSinceEpoch(1795377365, Qt::UTC));
-    EXPECT_FALSE(update->recencyAt);
+    ASSERT_TRUE(timed);
+    EXPECT_EQ(timed->updatedAt, QDateTime::fromSecsSinceEpoch(1795377365, Qt::UTC));
+    EXPECT_FALSE(timed->recencyAt);
 }
 
 TEST(CodexStatusUpdateTest, RejectsRecordsWithWrongTypes)
