@@ -54,37 +54,21 @@ TEST(CodexAppServerFramerTest, ReassemblesLinesFromAnyChunking)
     }
 }
 
-TEST(CodexAppServerFramerTest, LineOfExactlyTheLimitPassesOneMoreFails)
+TEST(CodexAppServerFramerTest, LinesAndUnfinishedLinesFailOnlyOnePastTheLimit)
 {
     CodexAppServerFramer framer(8);
-    framer.append("12345678\n");
-    EXPECT_EQ(drain(framer), QList<QByteArray>{"12345678"});
-
-    framer.append("123456789\n");
-    const CodexAppServerError error = thrownBy([&] { drain(framer); });
-    EXPECT_EQ(error.kind(), Kind::resourceLimitExceeded);
-    EXPECT_EQ(error.category(), "resource-limit-frame");
-}
-
-TEST(CodexAppServerFramerTest, UnfinishedLineFailsAsSoonAsItPassesTheLimit)
-{
-    CodexAppServerFramer framer(8);
-    framer.append("ok\n1234");
-    EXPECT_EQ(drain(framer), QList<QByteArray>{"ok"});
+    framer.append("12345678\nok\n1234");
+    EXPECT_EQ(drain(framer), (QList<QByteArray>{"12345678", "ok"}));
     framer.append("5678");
     EXPECT_NO_THROW(drain(framer)); // exactly 8 bytes waiting is still fine
     framer.append("9");
-    EXPECT_EQ(thrownBy([&] { drain(framer); }).resourceLimit(), Limit::frame);
-}
+    const CodexAppServerError unfinished = thrownBy([&] { drain(framer); });
+    EXPECT_EQ(unfinished.resourceLimit(), Limit::frame);
+    EXPECT_EQ(unfinished.category(), "resource-limit-frame");
 
-TEST(CodexAppServerFramerTest, DefaultLimitIsEightMebibytes)
-{
-    CodexAppServerFramer framer;
-    QByteArray line(codexMaximumFrameBytes, 'x');
-    framer.append(line + '\n');
-    EXPECT_EQ(drain(framer).value(0).size(), codexMaximumFrameBytes);
-    framer.append(line + "x\n");
-    EXPECT_EQ(thrownBy([&] { drain(framer); }).kind(), Kind::resourceLimitExceeded);
+    CodexAppServerFramer complete(8);
+    complete.append("123456789\n");
+    EXPECT_EQ(thrownBy([&] { drain(complete); }).kind(), Kind::resourceLimitExceeded);
 }
 
 TEST(CodexAppServerMessageTest, ClassifiesTheThreeShapes)
@@ -116,47 +100,28 @@ TEST(CodexAppServerMessageTest, ClassifiesTheThreeShapes)
     EXPECT_EQ(parseCodexAppServerMessage(" \r").kind, CodexAppServerMessage::Kind::empty);
 }
 
-struct ErrorCase
+TEST(CodexAppServerMessageTest, ErrorResponsesCompleteTheRequestWithARemoteError)
 {
-    const char *line;
-    qint64 code;
-    const char *message;
-};
-
-void PrintTo(const ErrorCase &c, std::ostream *os)
-{
-    *os << c.line;
-}
-
-class CodexAppServerErrorResponseTest : public ::testing::TestWithParam<ErrorCase>
-{
-};
-
-TEST_P(CodexAppServerErrorResponseTest, CompletesTheRequestWithARemoteError)
-{
-    const auto message = parseCodexAppServerMessage(GetParam().line);
-    ASSERT_TRUE(message.error);
-    EXPECT_EQ(message.error->kind(), Kind::remote);
-    EXPECT_EQ(message.error->remoteCode(), GetParam().code);
-    EXPECT_EQ(message.error->description(),
-              QString("Codex app-server returned an error: ") + GetParam().message);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Shapes, CodexAppServerErrorResponseTest,
-    ::testing::Values(
-        ErrorCase{R"({"id":1,"error":{"code":-32600,"message":"bad"}})", -32600, "bad"},
-        ErrorCase{R"({"id":1,"error":{"message":"no code"}})", -1, "no code"},
-        ErrorCase{R"({"id":1,"error":{"code":"x","message":5}})", -1, "Unknown error"},
+    const struct {
+        const char *line;
+        qint64 code;
+        const char *message;
+    } cases[] = {
+        {R"({"id":1,"error":{"code":-32600,"message":"bad"}})", -32600, "bad"},
+        {R"({"id":1,"error":{"message":"no code"}})", -1, "no code"},
+        {R"({"id":1,"error":{"code":"x","message":5}})", -1, "Unknown error"},
         // An error object wins over a result.
-        ErrorCase{R"({"id":1,"error":{},"result":{}})", -1, "Unknown error"}));
-
-TEST(CodexAppServerMessageTest, ResponseWithoutResultOrErrorFailsOnlyItsRequest)
-{
-    const auto message = parseCodexAppServerMessage(R"({"id":4,"error":"text"})");
-    EXPECT_EQ(message.kind, CodexAppServerMessage::Kind::response);
-    ASSERT_TRUE(message.error);
-    EXPECT_EQ(message.error->kind(), Kind::malformedMessage);
+        {R"({"id":1,"error":{},"result":{}})", -1, "Unknown error"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        const auto message = parseCodexAppServerMessage(c.line);
+        ASSERT_TRUE(message.error);
+        EXPECT_EQ(message.error->kind(), Kind::remote);
+        EXPECT_EQ(message.error->remoteCode(), c.code);
+        EXPECT_EQ(message.error->description(),
+                  QString("Codex app-server returned an error: ") + c.message);
+    }
 }
 
 TEST(CodexAppServerMessageTest, AnythingElseIsMalformed)
@@ -168,6 +133,11 @@ TEST(CodexAppServerMessageTest, AnythingElseIsMalformed)
                   Kind::malformedMessage)
             << line;
     }
+    // A response without a usable result or error fails only its own request.
+    const auto unusable = parseCodexAppServerMessage(R"({"id":4,"error":"text"})");
+    EXPECT_EQ(unusable.kind, CodexAppServerMessage::Kind::response);
+    ASSERT_TRUE(unusable.error);
+    EXPECT_EQ(unusable.error->kind(), Kind::malformedMessage);
     // A non-string method with an integral id still reads as a response.
     EXPECT_EQ(parseCodexAppServerMessage(R"({"method":7,"id":2,"result":{}})").kind,
               CodexAppServerMessage::Kind::response);
