@@ -324,22 +324,18 @@ TEST_F(CodexAppServerClientTest, RemoteAndIncompleteAnswersFailOnlyTheirRequest)
     EXPECT_EQ(pids().size(), 1);
 }
 
-TEST_F(CodexAppServerClientTest, GarbageOutputRetiresTheChild)
+// Garbage output retires the child; one that ignores SIGTERM and closed input is killed.
+TEST_F(CodexAppServerClientTest, GarbageOutputRetiresTheChildEvenIfItIgnoresSigterm)
 {
-    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"raw", "this is not json"}}}}}});
-    EXPECT_EQ(failureOf(client->listThreads(10)).kind(), Kind::malformedMessage);
-    EXPECT_FALSE(client->isConnected());
-    ASSERT_EQ(pids().size(), 1);
-    EXPECT_TRUE(waitUntil([&] { return processGone(pids().first()); }, 5000));
-}
-
-TEST_F(CodexAppServerClientTest, ChildIgnoringSigtermIsKilled)
-{
-    start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"raw", "{"}}}}}},
-          {"--ignore-term", "--ignore-eof"});
-    EXPECT_EQ(failureOf(client->listThreads(10)).kind(), Kind::malformedMessage);
-    ASSERT_EQ(pids().size(), 1);
-    EXPECT_TRUE(waitUntil([&] { return processGone(pids().first()); }, 5000));
+    for (const QStringList &flags : {QStringList{}, QStringList{"--ignore-term", "--ignore-eof"}}) {
+        SCOPED_TRACE(flags.join(' ').toStdString());
+        QFile::remove(dir.filePath("pids"));
+        start({{"thread/list", QJsonArray{QJsonArray{QJsonObject{{"raw", "not json {"}}}}}}, flags);
+        EXPECT_EQ(failureOf(client->listThreads(10)).kind(), Kind::malformedMessage);
+        EXPECT_FALSE(client->isConnected());
+        ASSERT_EQ(pids().size(), 1);
+        EXPECT_TRUE(waitUntil([&] { return processGone(pids().first()); }, 5000));
+    }
 }
 
 TEST_F(CodexAppServerClientTest, LineOfExactlyTheLimitPassesOneByteMoreFailsTheConnection)
@@ -383,27 +379,21 @@ TEST_F(CodexAppServerClientTest, CancelledRequestGivesUpAloneAndLateAnswersAreDr
     EXPECT_EQ(pids().size(), 1);
 }
 
-TEST_F(CodexAppServerClientTest, ShutdownIsGracefulWhenTheChildLeavesOnClosedInput)
+TEST_F(CodexAppServerClientTest, ShutdownIsGracefulWhenPossibleAndKillsAChildThatStays)
 {
-    start({});
-    awaitVoid(client->checkConnection());
-    const qint64 pid = *client->processId();
-    EXPECT_TRUE(await(client->shutdown()));
-    EXPECT_TRUE(processGone(pid));
-    EXPECT_TRUE(await(client->shutdown())); // answered again, at once
+    for (const bool stays : {false, true}) {
+        SCOPED_TRACE(stays ? "stays" : "leaves on closed input");
+        start({}, stays ? QStringList{"--ignore-term", "--ignore-eof"} : QStringList{});
+        awaitVoid(client->checkConnection());
+        const qint64 pid = *client->processId();
+        EXPECT_EQ(await(client->shutdown()), !stays);
+        EXPECT_TRUE(processGone(pid));
+        EXPECT_EQ(await(client->shutdown()), !stays) << "answered again, at once";
+    }
     EXPECT_EQ(failureOf(client->listThreads(10)).kind(), Kind::disconnected);
     EXPECT_FALSE(await([](ChannelPtr<CodexStatusUpdate> channel) -> QCoro::Task<bool> {
         co_return (co_await channel->next()).has_value();
     }(client->statusUpdates())));
-}
-
-TEST_F(CodexAppServerClientTest, ShutdownKillsAChildThatStays)
-{
-    start({}, {"--ignore-term", "--ignore-eof"});
-    awaitVoid(client->checkConnection());
-    const qint64 pid = *client->processId();
-    EXPECT_FALSE(await(client->shutdown()));
-    EXPECT_TRUE(processGone(pid));
 }
 
 TEST_F(CodexAppServerClientTest, SuspendRetiresTheChildAndResumeConnectsLazily)
