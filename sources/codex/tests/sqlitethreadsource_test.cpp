@@ -98,20 +98,23 @@ TEST_F(SQLiteThreadSourceTest, MapsARealisticRowIntoARecentCodexThread)
     EXPECT_FALSE(thread.isProviderFocused);
 }
 
-TEST_F(SQLiteThreadSourceTest, TitlesPreferANameAndFallBackToAPlaceholder)
+TEST_F(SQLiteThreadSourceTest, OrdersByRecencyAndTitlesPreferANameThenAPlaceholder)
 {
     StateDatabase db(databasePath(), fixture::currentThreadsSchema);
     db.insert(row("a", 5000, {{"name", "Renamed"}, {"title", "First prompt"}}));
-    db.insert(row("b", 4000, {{"name", ""}, {"title", "First prompt"}}));
+    db.insert(row("b", 3000, {{"name", ""}, {"title", "First prompt"}}));
     db.insert(row("c", 3000, {{"name", QVariant()}, {"title", ""}}));
-    db.insert(row("d", 2000, {{"name", QVariant()}, {"title", QVariant()}}));
+    // No recency recorded at all: the last write orders it.
+    db.insert(row("d", 0, {{"updated_at", 4}, {"updated_at_ms", 4000}, {"name", QVariant()},
+                           {"title", QVariant()}}));
 
     const ThreadCollection collection = SQLiteThreadSource(codexHome()).readThreads(400);
+    EXPECT_EQ(idsOf(collection), QStringList({"a", "d", "c", "b"})) << "ties: descending id";
     QStringList titles;
     for (const RackThread &thread : collection.threads)
         titles << thread.title;
-    EXPECT_EQ(titles, QStringList({"Renamed", "First prompt", "Untitled Codex task",
-                                   "Untitled Codex task"}));
+    EXPECT_EQ(titles, QStringList({"Renamed", "Untitled Codex task", "Untitled Codex task",
+                                   "First prompt"}));
 }
 
 TEST_F(SQLiteThreadSourceTest, HidesArchivedSubagentAndSourcelessRows)
@@ -130,19 +133,6 @@ TEST_F(SQLiteThreadSourceTest, HidesArchivedSubagentAndSourcelessRows)
     const ThreadCollection collection = SQLiteThreadSource(codexHome()).readThreads(400);
     EXPECT_EQ(idsOf(collection), QStringList({"kept", "app-server", "empty-source"}));
     EXPECT_EQ(collection.threads.last().source, "Codex");
-}
-
-TEST_F(SQLiteThreadSourceTest, OrdersByRecencyWithTiesBrokenByDescendingID)
-{
-    StateDatabase db(databasePath(), fixture::currentThreadsSchema);
-    db.insert(row("a", 1000));
-    db.insert(row("b", 3000));
-    db.insert(row("c", 3000));
-    // No recency recorded at all: the last write orders it.
-    db.insert(row("d", 0, {{"updated_at", 2}, {"updated_at_ms", 2000}}));
-
-    EXPECT_EQ(idsOf(SQLiteThreadSource(codexHome()).readThreads(400)),
-              QStringList({"c", "b", "d", "a"}));
 }
 
 TEST_F(SQLiteThreadSourceTest, LimitIsClampedAndANonPositiveLimitTouchesNothing)
