@@ -4,7 +4,6 @@
 // them out: CODEX_HOME/state_5.sqlite with a `threads` table, rollouts under sessions/.
 
 #include <QByteArray>
-#include <QDateTime>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QVariant>
@@ -31,7 +30,7 @@ inline const char *legacyThreadsSchema =
 class StateDatabase
 {
 public:
-    StateDatabase(const QString &path, const char *schema, bool wal = false) : m_path(path)
+    StateDatabase(const QString &path, const char *schema, bool wal = false)
     {
         EXPECT_EQ(sqlite3_open(path.toUtf8().constData(), &m_db), SQLITE_OK);
         if (wal)
@@ -39,13 +38,9 @@ public:
         if (schema)
             exec(schema);
     }
-    ~StateDatabase() { close(); }
-
-    void close()
-    {
-        sqlite3_close(m_db);
-        m_db = nullptr;
-    }
+    ~StateDatabase() { sqlite3_close(m_db); }
+    StateDatabase(const StateDatabase &) = delete;
+    StateDatabase &operator=(const StateDatabase &) = delete;
 
     void exec(const QString &sql)
     {
@@ -77,8 +72,6 @@ public:
                 const QByteArray text = value.toString().toUtf8();
                 sqlite3_bind_text(statement, i + 1, text.constData(), int(text.size()),
                                   SQLITE_TRANSIENT);
-            } else if (value.typeId() == QMetaType::Double) {
-                sqlite3_bind_double(statement, i + 1, value.toDouble());
             } else {
                 sqlite3_bind_int64(statement, i + 1, value.toLongLong());
             }
@@ -88,7 +81,6 @@ public:
     }
 
 private:
-    QString m_path;
     sqlite3 *m_db = nullptr;
 };
 
