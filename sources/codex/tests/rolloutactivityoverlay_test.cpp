@@ -163,6 +163,14 @@ protected:
 
     RackStatus statusOf(const QString &id, qint64 atMs = nowMs) { return passOne(id, atMs).status; }
 
+    QList<RackStatus> statusesOf(const QList<RackThread> &threads)
+    {
+        QList<RackStatus> statuses;
+        for (const RackThread &t : pass(threads).threads)
+            statuses << t.status;
+        return statuses;
+    }
+
     QTemporaryDir dir;
     std::unique_ptr<fixture::StateDatabase> database;
     std::unique_ptr<RolloutActivityOverlay> overlay;
@@ -302,12 +310,8 @@ TEST_F(RolloutActivityOverlayTest, OnlyLocalCodexThreadsWithARecordAreCandidates
     RackThread desktop = thread("desktop");
     desktop.codexDesktopIdentity = CodexDesktopIdentity{"scope"};
 
-    const ThreadCollection result =
-        pass({thread("t"), thread("archived"), thread("nopath"), claude, desktop});
-    QList<RackStatus> statuses;
-    for (const RackThread &t : result.threads)
-        statuses << t.status;
-    EXPECT_EQ(statuses, (QList<RackStatus>{RackStatus::working, RackStatus::recent,
+    EXPECT_EQ(statusesOf({thread("t"), thread("archived"), thread("nopath"), claude, desktop}),
+              (QList<RackStatus>{RackStatus::working, RackStatus::recent,
                                             RackStatus::recent, RackStatus::recent,
                                             RackStatus::recent}));
 }
@@ -473,28 +477,12 @@ TEST_F(RolloutActivityOverlayTest, RolloutsOutsideCodexsFolderAreNeverOpened)
     ASSERT_TRUE(QFile::link(rolloutPath("inner"), rolloutPath("alias")));
     addThread("alias");
 
-    const ThreadCollection result = pass({thread("direct"), thread("dotdot"), thread("linked"),
-                                          thread("viaFolder"), thread("alias")});
-    QList<RackStatus> statuses;
-    for (const RackThread &t : result.threads)
-        statuses << t.status;
-    EXPECT_EQ(statuses, (QList<RackStatus>{RackStatus::recent, RackStatus::recent,
+    EXPECT_EQ(statusesOf({thread("direct"), thread("dotdot"), thread("linked"), thread("viaFolder"),
+                          thread("alias")}),
+              (QList<RackStatus>{RackStatus::recent, RackStatus::recent,
                                             RackStatus::recent, RackStatus::recent,
                                             RackStatus::working}));
     EXPECT_EQ(overlay->bytesRead(), quint64(event("task_started", nowMs).size()));
-}
-
-TEST_F(RolloutActivityOverlayTest, WithoutCandidatesEverythingIsForgotten)
-{
-    addThread("t");
-    writeRollout("t", event("task_started", nowMs), nowMs);
-    ASSERT_EQ(statusOf("t"), RackStatus::working);
-    const QDateTime now = QDateTime::fromMSecsSinceEpoch(nowMs, Qt::UTC);
-    ASSERT_EQ(overlay->watchedRollouts(now).size(), 1);
-
-    const ThreadCollection empty = pass({});
-    EXPECT_EQ(empty.sourceDescription, "Local Codex history (read-only) + local activity");
-    EXPECT_TRUE(overlay->watchedRollouts(now).isEmpty());
 }
 
 TEST_F(RolloutActivityOverlayTest, WatchesRunningRolloutsFirstThenUnexpiredOnesNewestFirst)
@@ -526,14 +514,23 @@ TEST_F(RolloutActivityOverlayTest, WatchesRunningRolloutsFirstThenUnexpiredOnesN
     EXPECT_EQ(few, QStringList({rolloutPath("run01"), rolloutPath("run00"), rolloutPath("done")}));
 }
 
-TEST_F(RolloutActivityOverlayTest, AFailingStateDatabaseIsThrown)
+TEST_F(RolloutActivityOverlayTest, AFailingStateDatabaseIsThrownButWithoutCandidatesItIsNotNeeded)
 {
+    addThread("t");
+    writeRollout("t", event("task_started", nowMs), nowMs);
+    ASSERT_EQ(statusOf("t"), RackStatus::working);
+    const QDateTime now = QDateTime::fromMSecsSinceEpoch(nowMs, Qt::UTC);
+    ASSERT_EQ(overlay->watchedRollouts(now).size(), 1);
+
+    // Without candidates everything is forgotten.
+    EXPECT_EQ(pass({}).sourceDescription, "Local Codex history (read-only) + local activity");
+    EXPECT_TRUE(overlay->watchedRollouts(now).isEmpty());
+
     RolloutActivityOverlay broken(dir.filePath("missing/state_5.sqlite"));
     ThreadCollection collection;
     collection.threads = {thread("t")};
-    EXPECT_THROW(broken.apply(collection, QDateTime::currentDateTimeUtc()), SQLiteThreadSourceError);
-    // Without candidates the database is not needed at all.
-    EXPECT_NO_THROW(broken.apply({}, QDateTime::currentDateTimeUtc()));
+    EXPECT_THROW(broken.apply(collection, now), SQLiteThreadSourceError);
+    EXPECT_NO_THROW(broken.apply({}, now));
 }
 
 } // namespace
