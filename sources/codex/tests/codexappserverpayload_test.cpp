@@ -89,41 +89,29 @@ TEST(CodexThreadListTest, OneBadThreadSpoilsThePage)
     EXPECT_FALSE(decodeCodexThreadListResponse(json(R"({"data":[],"nextCursor":5})")));
 }
 
-struct TitleCase
+TEST(CodexThreadTitleTest, FollowsNameThenPreviewThenFixedText)
 {
-    std::optional<QString> name;
-    QString preview;
-    QString expected;
-};
-
-void PrintTo(const TitleCase &c, std::ostream *os)
-{
-    *os << (c.name ? c.name->size() : -1) << " name, " << c.preview.size() << " preview";
+    const QString e = QStringLiteral("\u00e9");                  // one character, one code unit
+    const QString flag = QStringLiteral("\U0001F1EB\U0001F1F7"); // one character, four code units
+    const struct {
+        std::optional<QString> name;
+        QString preview;
+        QString expected;
+    } cases[] = {
+        {QString("  Named  "), "preview", "Named"},
+        {QString(" \n "), "\n\n  first line \nsecond", "first line"},
+        {std::nullopt, "", "Untitled Codex task"},
+        {std::nullopt, "   \nsecond", "Untitled Codex task"},
+        {QString(84, 'a'), "", QString(84, 'a')},
+        {QString(85, 'a'), "", QString(83, 'a') + QChar(0x2026)},
+        {e.repeated(85), "", e.repeated(83) + QChar(0x2026)},
+        {flag.repeated(84), "", flag.repeated(84)},
+        {flag.repeated(90), "", flag.repeated(83) + QChar(0x2026)},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(codexThreadTitle(c.name, c.preview), c.expected)
+            << c.name.value_or("<none>").size() << " name, " << c.preview.size() << " preview";
 }
-
-class CodexThreadTitleTest : public ::testing::TestWithParam<TitleCase>
-{
-};
-
-TEST_P(CodexThreadTitleTest, FollowsNameThenPreviewThenFixedText)
-{
-    EXPECT_EQ(codexThreadTitle(GetParam().name, GetParam().preview), GetParam().expected);
-}
-
-const QString e = QStringLiteral("\u00e9");                  // one character, one code unit
-const QString flag = QStringLiteral("\U0001F1EB\U0001F1F7"); // one character, four code units
-
-INSTANTIATE_TEST_SUITE_P(
-    Rules, CodexThreadTitleTest,
-    ::testing::Values(TitleCase{QString("  Named  "), "preview", "Named"},
-                      TitleCase{QString(" \n "), "\n\n  first line \nsecond", "first line"},
-                      TitleCase{std::nullopt, "", "Untitled Codex task"},
-                      TitleCase{std::nullopt, "   \nsecond", "Untitled Codex task"},
-                      TitleCase{QString(84, 'a'), "", QString(84, 'a')},
-                      TitleCase{QString(85, 'a'), "", QString(83, 'a') + QChar(0x2026)},
-                      TitleCase{e.repeated(85), "", e.repeated(83) + QChar(0x2026)},
-                      TitleCase{flag.repeated(84), "", flag.repeated(84)},
-                      TitleCase{flag.repeated(90), "", flag.repeated(83) + QChar(0x2026)}));
 
 TEST(CodexThreadSourceLabelTest, NamesTheOrigin)
 {
