@@ -91,20 +91,30 @@ pids+=($!)
 wait_for "the listener" 30 grep -q '^ready' "$scratch/events.jsonl"
 
 # Claude Code kills asynchronous hooks still running when a print-mode session exits (in
-# production a lost event only means the transcript watcher notices a moment later). Each turn
-# therefore reads its prompt from a pipe that stays open until the expected event has arrived.
+# production a lost event only means the transcript watcher notices a moment later). By default
+# each turn is a plain `claude -p PROMPT` whose input is closed, so the helper has to post within
+# the moments between the event and Claude's exit. With TASKRACK_E2E_HOLD_INPUT=1 each turn
+# instead reads its prompt from a pipe that stays open until the expected event has arrived.
 turn() {
     local prompt=$1 what=$2 condition=$3
     shift 3
+    local claude_env=(env -i PATH=/usr/bin:/bin HOME="$home"
+        DBUS_SESSION_BUS_ADDRESS="$DBUS_SESSION_BUS_ADDRESS"
+        ANTHROPIC_BASE_URL="http://127.0.0.1:$port" ANTHROPIC_API_KEY=dummy
+        DISABLE_TELEMETRY=1 CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1 DISABLE_AUTOUPDATER=1
+        DISABLE_ERROR_REPORTING=1 CLAUDE_CODE_MAX_RETRIES=0 timeout 180 "$claude" -p)
+    if [ -z "${TASKRACK_E2E_HOLD_INPUT:-}" ]; then
+        (cd "$work" && "${claude_env[@]}" "$prompt" --output-format stream-json --verbose "$@" \
+            </dev/null >>"$scratch/claude.out" 2>>"$scratch/claude.err") || true
+        # Claude has exited: the helper either posted by now or was killed. The wait only
+        # covers the listener's own delivery.
+        wait_for "$what" 20 has_event "$condition"
+        return
+    fi
     local input=$scratch/input.$RANDOM
     mkfifo "$input"
-    (cd "$work" && env -i PATH=/usr/bin:/bin HOME="$home" \
-        DBUS_SESSION_BUS_ADDRESS="$DBUS_SESSION_BUS_ADDRESS" \
-        ANTHROPIC_BASE_URL="http://127.0.0.1:$port" ANTHROPIC_API_KEY=dummy \
-        DISABLE_TELEMETRY=1 CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1 DISABLE_AUTOUPDATER=1 \
-        DISABLE_ERROR_REPORTING=1 CLAUDE_CODE_MAX_RETRIES=0 \
-        timeout 180 "$claude" -p --input-format stream-json --output-format stream-json --verbose "$@" \
-        <"$input" >>"$scratch/claude.out" 2>>"$scratch/claude.err") &
+    (cd "$work" && "${claude_env[@]}" --input-format stream-json --output-format stream-json \
+        --verbose "$@" <"$input" >>"$scratch/claude.out" 2>>"$scratch/claude.err") &
     local pid=$!
     exec 3>"$input"
     python3 -c 'import json, sys; print(json.dumps({"type": "user", "message": {"role": "user", "content": sys.argv[1]}}))' "$prompt" >&3
