@@ -92,57 +92,44 @@ TEST(ClaudeHookEventTest, RefusesPayloadsWhoseDeclaredKeysAreMissingOrOfTheWrong
     EXPECT_FALSE(decodeClaudeHookInput(huge).has_value());
 }
 
-TEST(ClaudeHookEventTest, ReadsTheBackgroundCountStrictly)
+TEST(ClaudeHookEventTest, RebuildsOnlyFromStringsWithTheRequiredKeys)
 {
     const QVariantMap base{{"session_id", "s"}, {"cwd", "/w"}, {"hook_event_name", "Stop"}};
-    const std::pair<QVariant, std::optional<qint64>> cases[] = {
-        {"3", 3},
-        {"+3", 3},
-        {"-2", -2},
-        {"0", 0},
+    for (const char *required : {"session_id", "cwd", "hook_event_name"}) {
+        QVariantMap missing = base;
+        missing.remove(required);
+        EXPECT_FALSE(claudeHookEventFromNotification(missing).has_value()) << required;
+        QVariantMap wrongKind = base;
+        wrongKind.insert(required, 5);
+        EXPECT_FALSE(claudeHookEventFromNotification(wrongKind).has_value()) << required;
+    }
+    for (const auto &[value, agent] : std::initializer_list<std::pair<QVariant, bool>>{
+             {"true", true}, {"TRUE", false}, {"1", false}, {true, false}, {"", false}}) {
+        QVariantMap fields = base;
+        fields.insert("is_agent", value);
+        EXPECT_EQ(claudeHookEventFromNotification(fields)->isAgent, agent)
+            << value.toString().toStdString();
+    }
+    QVariantMap typed = base;
+    typed.insert("notification_type", 4);
+    EXPECT_FALSE(claudeHookEventFromNotification(typed)->notificationType.has_value());
+
+    // The background count is a decimal 64-bit integer in a string, and nothing else.
+    const std::pair<QVariant, std::optional<qint64>> counts[] = {
+        {"3", 3}, {"+3", 3}, {"-2", -2}, {"0", 0},
         {"9223372036854775807", std::numeric_limits<qint64>::max()},
         {"-9223372036854775808", std::numeric_limits<qint64>::min()},
-        {"9223372036854775808", std::nullopt},
-        {"", std::nullopt},
-        {" 3", std::nullopt},
-        {"3 ", std::nullopt},
-        {"3.0", std::nullopt},
-        {"+-3", std::nullopt},
-        {"--3", std::nullopt},
-        {"+", std::nullopt},
-        {"٣", std::nullopt},
-        {3, std::nullopt},
+        {"9223372036854775808", std::nullopt}, {"", std::nullopt}, {" 3", std::nullopt},
+        {"3 ", std::nullopt}, {"3.0", std::nullopt}, {"+-3", std::nullopt}, {"--3", std::nullopt},
+        {"+", std::nullopt}, {"٣", std::nullopt}, {3, std::nullopt},
     };
-    for (const auto &[value, expected] : cases) {
+    for (const auto &[value, expected] : counts) {
         QVariantMap fields = base;
         fields.insert("background_task_count", value);
         const std::optional<ClaudeHookEvent> event = claudeHookEventFromNotification(fields);
         ASSERT_TRUE(event.has_value());
         EXPECT_EQ(event->backgroundTaskCount, expected) << value.toString().toStdString();
     }
-}
-
-TEST(ClaudeHookEventTest, RebuildsOnlyFromStringsWithTheRequiredKeys)
-{
-    const QVariantMap full{{"session_id", "s"}, {"cwd", "/w"}, {"hook_event_name", "Stop"}};
-    for (const char *required : {"session_id", "cwd", "hook_event_name"}) {
-        QVariantMap missing = full;
-        missing.remove(required);
-        EXPECT_FALSE(claudeHookEventFromNotification(missing).has_value()) << required;
-        QVariantMap wrongKind = full;
-        wrongKind.insert(required, 5);
-        EXPECT_FALSE(claudeHookEventFromNotification(wrongKind).has_value()) << required;
-    }
-    for (const auto &[value, agent] : std::initializer_list<std::pair<QVariant, bool>>{
-             {"true", true}, {"TRUE", false}, {"1", false}, {true, false}, {"", false}}) {
-        QVariantMap fields = full;
-        fields.insert("is_agent", value);
-        EXPECT_EQ(claudeHookEventFromNotification(fields)->isAgent, agent)
-            << value.toString().toStdString();
-    }
-    QVariantMap typed = full;
-    typed.insert("notification_type", 4);
-    EXPECT_FALSE(claudeHookEventFromNotification(typed)->notificationType.has_value());
 }
 
 ClaudeHookEvent eventNamed(const char *name, std::optional<QString> type = std::nullopt,
