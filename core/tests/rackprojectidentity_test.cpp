@@ -75,44 +75,27 @@ protected:
 
 // --- Origins -------------------------------------------------------------------------------
 
-struct OriginCase
+TEST(RepositoryKeyTest, NormalisesOnlyHostCaseTrailingSlashesAndGitSuffix)
 {
-    const char *origin;
-    const char *key; // nullptr: no key
-};
-
-class RepositoryKeyTest : public ::testing::TestWithParam<OriginCase>
-{
-};
-
-TEST_P(RepositoryKeyTest, NormalisesOnlyHostCaseTrailingSlashesAndGitSuffix)
-{
-    const auto key = repositoryKey(QString::fromUtf8(GetParam().origin));
-    if (GetParam().key)
-        EXPECT_EQ(key, QString::fromUtf8(GetParam().key));
-    else
-        EXPECT_EQ(key, std::nullopt);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Spellings, RepositoryKeyTest,
-    ::testing::Values(
-        OriginCase{"https://github.com/Owner/Repo", "https://github.com/Owner/Repo"},
-        OriginCase{"https://GitHub.COM/Owner/Repo.git/", "https://github.com/Owner/Repo"},
-        OriginCase{"  https://github.com/Owner/Repo.GIT//\n", "https://github.com/Owner/Repo"},
-        OriginCase{"https://User@Example.ORG:8443/Path/R.git",
-                   "https://User@example.org:8443/Path/R"},
-        OriginCase{"ssh://git@GitHub.com/Owner/Repo.git", "ssh://git@github.com/Owner/Repo"},
+    const std::pair<std::optional<QString>, std::optional<QString>> cases[] = {
+        {"https://github.com/Owner/Repo", "https://github.com/Owner/Repo"},
+        {"https://GitHub.COM/Owner/Repo.git/", "https://github.com/Owner/Repo"},
+        {"  https://github.com/Owner/Repo.GIT//\n", "https://github.com/Owner/Repo"},
+        {"https://User@Example.ORG:8443/Path/R.git", "https://User@example.org:8443/Path/R"},
+        {"ssh://git@GitHub.com/Owner/Repo.git", "ssh://git@github.com/Owner/Repo"},
         // scp-like SSH has no URL host: kept as written, and distinct from the web form.
-        OriginCase{"git@GitHub.com:Owner/Repo.git", "git@GitHub.com:Owner/Repo"},
-        OriginCase{"/srv/Git/Repo.git/", "/srv/Git/Repo"},
-        OriginCase{"file:///srv/Git/Repo.git", "file:///srv/Git/Repo"},
-        OriginCase{"https://[::1]:80/Repo.git", "https://[::1]:80/Repo"}, OriginCase{"", nullptr},
-        OriginCase{" \t\n", nullptr}, OriginCase{"///", nullptr}, OriginCase{".git", nullptr}));
-
-TEST(RepositoryKeyTest, AbsentOriginHasNoKey)
-{
-    EXPECT_EQ(repositoryKey(std::nullopt), std::nullopt);
+        {"git@GitHub.com:Owner/Repo.git", "git@GitHub.com:Owner/Repo"},
+        {"/srv/Git/Repo.git/", "/srv/Git/Repo"},
+        {"file:///srv/Git/Repo.git", "file:///srv/Git/Repo"},
+        {"https://[::1]:80/Repo.git", "https://[::1]:80/Repo"},
+        {"", std::nullopt},
+        {" \t\n", std::nullopt},
+        {"///", std::nullopt},
+        {".git", std::nullopt},
+        {std::nullopt, std::nullopt},
+    };
+    for (const auto &[origin, key] : cases)
+        EXPECT_EQ(repositoryKey(origin), key) << origin.value_or("<absent>").toStdString();
 }
 
 // --- Parsers of git's small files ------------------------------------------------------------
@@ -165,29 +148,20 @@ TEST_F(GitWorkspace, NormalizedPathStandardisesExpandsAndResolves)
     EXPECT_TRUE(normalizedPath("relative/folder").startsWith('/'));
 }
 
-struct ScratchCase
+TEST_F(GitWorkspace, ScratchFoldersAreDatedFoldersBelowTheCodexDocumentsFolder)
 {
-    const char *below; // path below <home>/Documents/Codex
-    bool scratch;
-};
-
-class ScratchFolderTest : public GitWorkspace, public ::testing::WithParamInterface<ScratchCase>
-{
-};
-
-TEST_P(ScratchFolderTest, DatedFoldersBelowTheCodexDocumentsFolder)
-{
-    const QString folder = normalizedPath(home + "/Documents/Codex/" + GetParam().below);
-    EXPECT_EQ(isCodexScratchFolder(folder, home), GetParam().scratch) << GetParam().below;
+    const std::pair<const char *, bool> cases[] = {
+        {"2025-03-04/chat", true},       {"2025-03-04", false},
+        {"2025-03-04-x/more", true},     {"2025-03-04-", false},
+        {"2025-03-04x1", false},         {"2025-13-04/chat", false},
+        {"2025-03-00/chat", false},      {"2025-3-04/chat", false},
+        {"project/2025-03-04/x", false},
+    };
+    for (const auto &[below, scratch] : cases) {
+        const QString folder = normalizedPath(home + "/Documents/Codex/" + below);
+        EXPECT_EQ(isCodexScratchFolder(folder, home), scratch) << below;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Names, ScratchFolderTest,
-    ::testing::Values(ScratchCase{"2025-03-04/chat", true}, ScratchCase{"2025-03-04", false},
-                      ScratchCase{"2025-03-04-x/more", true}, ScratchCase{"2025-03-04-", false},
-                      ScratchCase{"2025-03-04x1", false}, ScratchCase{"2025-13-04/chat", false},
-                      ScratchCase{"2025-03-00/chat", false}, ScratchCase{"2025-3-04/chat", false},
-                      ScratchCase{"project/2025-03-04/x", false}));
 
 // --- Git walks over real repositories ---------------------------------------------------------
 
