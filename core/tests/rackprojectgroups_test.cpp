@@ -103,96 +103,79 @@ TEST(ProjectGroupsTest, ProvidersAndLastUsedProviderCoverAllMembers)
     EXPECT_EQ(groupsOf(threads).value(0).lastUsedProvider, RackProvider::codex);
 }
 
-struct PreferenceCase
+TEST(ProjectGroupsTest, IdentityPreferenceRules)
 {
-    const char *name;
-    RackProjectIdentity challenger;
-    RackProjectIdentity incumbent;
-    bool challengerWins;
-};
-
-class IdentityPreferenceTest : public ::testing::TestWithParam<PreferenceCase>
-{
-};
-
-TEST_P(IdentityPreferenceTest, Decides)
-{
-    EXPECT_EQ(isPreferredProjectIdentity(GetParam().challenger, GetParam().incumbent),
-              GetParam().challengerWins);
+    const struct {
+        const char *name;
+        RackProjectIdentity challenger;
+        RackProjectIdentity incumbent;
+        bool challengerWins;
+    } cases[] = {
+        {"checkoutBeatsAgentWorktree", identity("/r/app", {}, "/r/app"),
+         identity("repository:x", {}, "/h/.codex/worktrees/1a/app"), true},
+        {"agentWorktreeLosesEvenWhenStronger",
+         identity("repository:x", {}, "/h/.claude/worktrees/a/app"),
+         identity("/plain", {}, "/plain"), false},
+        {"chatsBeatsRepository", chats(), identity("repository:x", {}, "/a"), true},
+        {"repositoryBeatsGitDirectory", identity("repository:x", {}, "/long/path"),
+         identity("git-directory:/g", {}, "/a"), true},
+        {"gitDirectoryBeatsFolder", identity("git-directory:/g", {}, "/long/path"),
+         identity("/a", {}, "/a"), true},
+        {"shorterPathWins", identity("/ab", {}, "/ab"), identity("/abc", {}, "/abc"),
+         true},
+        {"equalLengthSortsCaseInsensitively", identity("/w/alfa", {}, "/w/alfa"),
+         identity("/w/Beta", {}, "/w/Beta"), true},
+        {"incumbentStaysOnATie", identity("repository:y", {}, "/w/a"),
+         identity("repository:x", {}, "/w/a"), false},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(isPreferredProjectIdentity(c.challenger, c.incumbent), c.challengerWins) << c.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rules, IdentityPreferenceTest,
-    ::testing::Values(
-        PreferenceCase{"checkoutBeatsAgentWorktree", identity("/r/app", {}, "/r/app"),
-                       identity("repository:x", {}, "/h/.codex/worktrees/1a/app"), true},
-        PreferenceCase{"agentWorktreeLosesEvenWhenStronger",
-                       identity("repository:x", {}, "/h/.claude/worktrees/a/app"),
-                       identity("/plain", {}, "/plain"), false},
-        PreferenceCase{"chatsBeatsRepository", chats(), identity("repository:x", {}, "/a"), true},
-        PreferenceCase{"repositoryBeatsGitDirectory", identity("repository:x", {}, "/long/path"),
-                       identity("git-directory:/g", {}, "/a"), true},
-        PreferenceCase{"gitDirectoryBeatsFolder", identity("git-directory:/g", {}, "/long/path"),
-                       identity("/a", {}, "/a"), true},
-        PreferenceCase{"shorterPathWins", identity("/ab", {}, "/ab"), identity("/abc", {}, "/abc"),
-                       true},
-        PreferenceCase{"equalLengthSortsCaseInsensitively", identity("/w/alfa", {}, "/w/alfa"),
-                       identity("/w/Beta", {}, "/w/Beta"), true},
-        PreferenceCase{"incumbentStaysOnATie", identity("repository:y", {}, "/w/a"),
-                       identity("repository:x", {}, "/w/a"), false}),
-    [](const auto &info) { return std::string(info.param.name); });
-
-struct FillCase
+TEST(ProjectGroupsTest, PadsQuietProjectsToSixWithTheNewestHistory)
 {
-    const char *name;
-    int idle;
-    int recentPlain;   // history without a desktop identity
-    int recentDesktop; // history from the desktop catalog
-    bool chatsProject;
-    int shown;
-};
-
-class GroupFillTest : public ::testing::TestWithParam<FillCase>
-{
-};
-
-TEST_P(GroupFillTest, PadsQuietProjectsToSixWithTheNewestHistory)
-{
-    const FillCase &fill = GetParam();
-    const auto project = fill.chatsProject ? chats() : identity("/w/app");
-    QList<RackThread> threads;
-    int seconds = 1000;
-    auto add = [&](const char *prefix, int count, RackStatus status, bool desktop) {
-        for (int i = 0; i < count; ++i) {
-            threads.append(thread(prefix + QString::number(i), status, seconds -= 7, project));
-            if (desktop)
-                threads.back().codexDesktopIdentity = CodexDesktopIdentity{"scope"};
-        }
+    const struct {
+        const char *name;
+        int idle;
+        int recentPlain;   // history without a desktop identity
+        int recentDesktop; // history from the desktop catalog
+        bool chatsProject;
+        int shown;
+    } cases[] = {
+        {"eightPlainHistoryShowSix", 0, 8, 0, false, 6},
+        {"eightDesktopHistoryShowAll", 0, 0, 8, false, 8},
+        {"threeIdleTakeThreeHistory", 3, 8, 0, false, 6},
+        {"desktopHistoryCountsAsKept", 2, 5, 3, false, 6},
+        {"busyProjectIsNotPadded", 7, 4, 0, false, 7},
+        {"chatsKeepsEverything", 0, 9, 0, true, 9},
     };
-    add("idle", fill.idle, RackStatus::idle, false);
-    add("plain", fill.recentPlain, RackStatus::recent, false);
-    add("desktop", fill.recentDesktop, RackStatus::recent, true);
+    for (const auto &fill : cases) {
+        SCOPED_TRACE(fill.name);
+        const auto project = fill.chatsProject ? chats() : identity("/w/app");
+        QList<RackThread> threads;
+        int seconds = 1000;
+        auto add = [&](const char *prefix, int count, RackStatus status, bool desktop) {
+            for (int i = 0; i < count; ++i) {
+                threads.append(thread(prefix + QString::number(i), status, seconds -= 7, project));
+                if (desktop)
+                    threads.back().codexDesktopIdentity = CodexDesktopIdentity{"scope"};
+            }
+        };
+        add("idle", fill.idle, RackStatus::idle, false);
+        add("plain", fill.recentPlain, RackStatus::recent, false);
+        add("desktop", fill.recentDesktop, RackStatus::recent, true);
 
-    const auto shown = groupsOf(threads).value(0).threads;
-    EXPECT_EQ(shown.size(), fill.shown);
-    EXPECT_EQ(shown, sortedInThreadOrder(shown));
-    int padded = 0;
-    for (const auto &t : shown) {
-        if (t.id.startsWith("plain")) {
-            EXPECT_EQ(t.id, "plain" + QString::number(padded++));
+        const auto shown = groupsOf(threads).value(0).threads;
+        EXPECT_EQ(shown.size(), fill.shown);
+        EXPECT_EQ(shown, sortedInThreadOrder(shown));
+        int padded = 0; // the padding is the newest plain history, in order
+        for (const auto &t : shown) {
+            if (t.id.startsWith("plain")) {
+                EXPECT_EQ(t.id, "plain" + QString::number(padded++));
+            }
         }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, GroupFillTest,
-    ::testing::Values(FillCase{"eightPlainHistoryShowSix", 0, 8, 0, false, 6},
-                      FillCase{"eightDesktopHistoryShowAll", 0, 0, 8, false, 8},
-                      FillCase{"threeIdleTakeThreeHistory", 3, 8, 0, false, 6},
-                      FillCase{"desktopHistoryCountsAsKept", 2, 5, 3, false, 6},
-                      FillCase{"busyProjectIsNotPadded", 7, 4, 0, false, 7},
-                      FillCase{"chatsKeepsEverything", 0, 9, 0, true, 9}),
-    [](const auto &info) { return std::string(info.param.name); });
 
 TEST(ProjectGroupsTest, GroupsAreOrderedByDotStatusRecencyNameAndID)
 {
