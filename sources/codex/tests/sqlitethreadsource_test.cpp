@@ -157,68 +157,49 @@ TEST_F(SQLiteThreadSourceTest, LimitIsClampedAndANonPositiveLimitTouchesNothing)
     }
 }
 
-struct SchemaCase {
-    const char *name;
-    const char *schema;
-    Row row;
-    QString expectedPreview;
-    qint64 expectedUpdatedMs;
-    qint64 expectedRecencyMs;
-};
-
-class SQLiteThreadSourceSchemaTest : public SQLiteThreadSourceTest,
-                                     public ::testing::WithParamInterface<SchemaCase>
+TEST_F(SQLiteThreadSourceTest, AdaptsToTheColumnsOfEachSchemaGeneration)
 {
-};
-
-TEST_P(SQLiteThreadSourceSchemaTest, AdaptsToTheColumnsPresent)
-{
-    const SchemaCase &param = GetParam();
-    StateDatabase db(databasePath(), param.schema);
-    db.insert(param.row);
-    const ThreadCollection collection = SQLiteThreadSource(codexHome()).readThreads(400);
-    ASSERT_EQ(collection.threads.size(), 1);
-    const RackThread &thread = collection.threads.first();
-    EXPECT_EQ(thread.preview, param.expectedPreview);
-    EXPECT_EQ(thread.updatedAt.toMSecsSinceEpoch(), param.expectedUpdatedMs);
-    EXPECT_EQ(thread.recencyAt.toMSecsSinceEpoch(), param.expectedRecencyMs);
+    const struct {
+        const char *name;
+        const char *schema;
+        Row row;
+        QString expectedPreview;
+        qint64 expectedUpdatedMs;
+        qint64 expectedRecencyMs;
+    } cases[] = {
+        {"legacy", fixture::legacyThreadsSchema,
+         {{"id", "x"}, {"title", "t"}, {"source", "cli"}, {"updated_at", 1700000000}},
+         "", 1700000000000, 1700000000000},
+        {"secondsRecency",
+         "CREATE TABLE threads (id TEXT, title TEXT, cwd TEXT, updated_at INTEGER,"
+         " source TEXT, git_origin_url TEXT, archived INTEGER DEFAULT 0,"
+         " preview TEXT, recency_at INTEGER)",
+         {{"id", "x"}, {"title", "t"}, {"source", "cli"}, {"updated_at", 1700000100},
+          {"recency_at", 1700000050}, {"preview", QVariant()}},
+         "", 1700000100000, 1700000050000},
+        {"zeroRecencyFallsBackToUpdated", fixture::currentThreadsSchema,
+         {{"id", "x"}, {"title", "t"}, {"source", "exec"}, {"updated_at", 1700000100},
+          {"updated_at_ms", 0}, {"recency_at", 0}, {"recency_at_ms", 0}, {"preview", "p"}},
+         "p", 1700000100000, 1700000100000},
+        {"secondsRecencyWhenMillisecondsAreZero", fixture::currentThreadsSchema,
+         {{"id", "x"}, {"title", "t"}, {"source", "exec"}, {"updated_at", 1700000100},
+          {"updated_at_ms", qint64(1700000100250)}, {"recency_at", 1700000070},
+          {"recency_at_ms", 0}},
+         "", 1700000100250, 1700000070000},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        QFile::remove(databasePath());
+        StateDatabase db(databasePath(), c.schema);
+        db.insert(c.row);
+        const ThreadCollection collection = SQLiteThreadSource(codexHome()).readThreads(400);
+        ASSERT_EQ(collection.threads.size(), 1);
+        const RackThread &thread = collection.threads.first();
+        EXPECT_EQ(thread.preview, c.expectedPreview);
+        EXPECT_EQ(thread.updatedAt.toMSecsSinceEpoch(), c.expectedUpdatedMs);
+        EXPECT_EQ(thread.recencyAt.toMSecsSinceEpoch(), c.expectedRecencyMs);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Generations, SQLiteThreadSourceSchemaTest,
-    ::testing::Values(
-        SchemaCase{"legacy",
-                   fixture::legacyThreadsSchema,
-                   {{"id", "x"}, {"title", "t"}, {"source", "cli"}, {"updated_at", 1700000000}},
-                   "",
-                   1700000000000,
-                   1700000000000},
-        SchemaCase{"secondsRecency",
-                   "CREATE TABLE threads (id TEXT, title TEXT, cwd TEXT, updated_at INTEGER,"
-                   " source TEXT, git_origin_url TEXT, archived INTEGER DEFAULT 0,"
-                   " preview TEXT, recency_at INTEGER)",
-                   {{"id", "x"}, {"title", "t"}, {"source", "cli"}, {"updated_at", 1700000100},
-                    {"recency_at", 1700000050}, {"preview", QVariant()}},
-                   "",
-                   1700000100000,
-                   1700000050000},
-        SchemaCase{"zeroRecencyFallsBackToUpdated",
-                   fixture::currentThreadsSchema,
-                   {{"id", "x"}, {"title", "t"}, {"source", "exec"}, {"updated_at", 1700000100},
-                    {"updated_at_ms", 0}, {"recency_at", 0}, {"recency_at_ms", 0},
-                    {"preview", "p"}},
-                   "p",
-                   1700000100000,
-                   1700000100000},
-        SchemaCase{"secondsRecencyWhenMillisecondsAreZero",
-                   fixture::currentThreadsSchema,
-                   {{"id", "x"}, {"title", "t"}, {"source", "exec"}, {"updated_at", 1700000100},
-                    {"updated_at_ms", qint64(1700000100250)}, {"recency_at", 1700000070},
-                    {"recency_at_ms", 0}},
-                   "",
-                   1700000100250,
-                   1700000070000}),
-    [](const auto &info) { return std::string(info.param.name); });
 
 struct FailureCase {
     const char *name;
