@@ -480,9 +480,13 @@ QCoro::Task<void> CodexThreadRepository::consumeFileChanges()
             co_return;
         if (m_isSuspended)
             continue;
-        bool listChanged = change->everything;
+        int databaseFilesChanged = 0;
         for (const QString &path : std::as_const(m_parts.databaseFiles))
-            listChanged = listChanged || change->paths.contains(path);
+            databaseFilesChanged += change->paths.contains(path) ? 1 : 0;
+        const bool listChanged = change->everything || databaseFilesChanged > 0;
+        qCDebug(lcCodexRepository, "Codex files changed: %d database, %d other%s",
+                databaseFilesChanged, int(change->paths.size()) - databaseFilesChanged,
+                change->everything ? ", events lost" : "");
         requestLocalRefresh();
         // The database holds the list itself: a new, archived or renamed task is for a fetch.
         if (listChanged)

@@ -148,10 +148,12 @@ void TaskFileWatcher::onNotice(const FileWatchNotice &notice)
         schedule();
         return;
     }
-    // Closing a file opened for writing says nothing by itself: SQLite opens the write-ahead
-    // log read-write even for read-only connections, so our own reads would echo back as
-    // changes. A real write also reports `modified`.
-    if ((notice.events & ~quint32(FileWatchEvents::closedAfterWrite)) == 0)
+    // Neither closing a file opened for writing nor an attribute change says anything by
+    // itself: SQLite opens the write-ahead log read-write even for read-only connections (and,
+    // run as root, hands it to the database's owner), so our own reads would echo back as
+    // changes. A real write reports `modified`, a removal `deleted` or a folder event.
+    const quint32 silent = FileWatchEvents::closedAfterWrite | FileWatchEvents::attributes;
+    if ((notice.events & ~silent) == 0)
         return;
     const auto found = m_pathByHandle.constFind(notice.handle);
     if (found == m_pathByHandle.cend())

@@ -162,10 +162,12 @@ TEST_F(TaskFileWatcherTest, OtherFilesAndOpeningsWithoutWritesAreIgnored)
     watcher->start();
     append(path("logs_2.sqlite-wal"));
     append(path("state_5.sqlite-shm"));
-    // What a read-only SQLite connection does to the log: open it read-write, close it.
+    // What a read-only SQLite connection does to the log: open it read-write, perhaps hand it
+    // to the database's owner, close it.
     for (const QString &file : {wal, database}) {
         QFile opened(file);
         ASSERT_TRUE(opened.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(opened.setPermissions(opened.permissions()));
     }
     append(rollout);
     const std::vector<TaskFileChanges> all = settle();

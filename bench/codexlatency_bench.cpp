@@ -1,0 +1,237 @@
+// How long a Codex status change takes to reach the store: from a lifecycle line appended to a
+// rollout on disk, through inotify, the watcher's collapse window, a local refresh (state
+// database read of 400 threads, rollout overlay) and the pushed snapshot, to the store's thread
+// changing status. The collapse window is waiting by design; the rest is our own work, reported
+// as the "ownWork" counters.
+
+#include "app/rackruntime.h"
+#include "platform/linux/inotifyfilewatch.h"
+#include "platform/preferences.h"
+#include "sources/codex/codexthreadrepository.h"
+#include "sources/codex/sqlitethreadsource.h"
+#include "sources/codex/taskfilewatcher.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <sqlite3.h>
+#include <stdexcept>
+
+using namespace taskrack;
+
+namespace {
+
+constexpr int threadCount = 400;
+
+QByteArray lifecycleLine(const char *kind)
+{
+    return "{\"timestamp\":\""
+           + QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs).toLatin1()
+           + "\",\"type\":\"event_msg\",\"payload\":{\"type\":\"" + kind + "\"}}\n";
+}
+
+void exec(sqlite3 *db, const QByteArray &sql)
+{
+    if (sqlite3_exec(db, sql.constData(), nullptr, nullptr, nullptr) != SQLITE_OK)
+        throw std::runtime_error(sqlite3_errmsg(db));
+}
+
+void append(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::Append) || file.write(bytes) != bytes.size())
+        throw std::runtime_error("cannot append to the rollout");
+}
+
+// A Codex home with 400 threads whose turns ended long ago, and one hot thread being worked on.
+class CodexHome
+{
+public:
+    CodexHome()
+    {
+        sqlite3 *db = nullptr;
+        sqlite3_open(QFile::encodeName(databasePath()).constData(), &db);
+        exec(db, "PRAGMA journal_mode=WAL");
+        exec(db, "CREATE TABLE threads (id TEXT PRIMARY KEY, rollout_path TEXT NOT NULL,"
+                 " updated_at INTEGER NOT NULL, updated_at_ms INTEGER, source TEXT NOT NULL,"
+                 " thread_source TEXT, cwd TEXT NOT NULL, title TEXT NOT NULL, name TEXT,"
+                 " preview TEXT NOT NULL DEFAULT '', archived INTEGER NOT NULL DEFAULT 0,"
+                 " git_origin_url TEXT, recency_at INTEGER NOT NULL DEFAULT 0,"
+                 " recency_at_ms INTEGER NOT NULL DEFAULT 0)");
+        exec(db, "BEGIN");
+        QDir().mkpath(m_dir.filePath("sessions"));
+        QDir().mkpath(m_dir.filePath("repo"));
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        for (int i = 0; i < threadCount; ++i) {
+            const QString id = QStringLiteral("01a204d4-%1").arg(i, 4, 10, QChar('0'));
+            // The hot thread is the newest; the others ended a day ago.
+            const qint64 updated = i == 0 ? now : now - 86'400'000 - i * 1000;
+            append(rolloutPath(id), "{\"type\":\"session_meta\",\"payload\":{}}\n");
+            exec(db, QStringLiteral("INSERT INTO threads VALUES ('%1', '%2', %3, %4, 'exec', 'user',"
+                                    " '%5', 'Task %1', NULL, 'preview', 0,"
+                                    " 'https://git.example.invalid/acme/widgets.git', %6, %7)")
+                         .arg(id, rolloutPath(id))
+                         .arg(updated / 1000)
+                         .arg(updated)
+                         .arg(m_dir.filePath("repo"))
+                         .arg(updated / 1000)
+                         .arg(updated)
+                         .toUtf8());
+            if (i == 0)
+                hotId = id;
+        }
+        exec(db, "COMMIT");
+        // Codex keeps its connection, and so its write-ahead log, open.
+        m_db = db;
+        append(rolloutPath(hotId), lifecycleLine("task_started"));
+    }
+    ~CodexHome() { sqlite3_close(m_db); }
+
+    QString home() const { return m_dir.path(); }
+    QString databasePath() const { return m_dir.filePath("state_5.sqlite"); }
+    QString rolloutPath(const QString &id) const { return m_dir.filePath("sessions/" + id + ".jsonl"); }
+
+    QString hotId;
+
+private:
+    QTemporaryDir m_dir;
+    sqlite3 *m_db = nullptr;
+};
+
+// Stands for an app-server that is not installed: every fetch falls back to the local side.
+class AbsentAppServer : public ThreadSource
+{
+public:
+    QString sourceName() const override { return QStringLiteral("CodexAppServerThreadSource"); }
+    QCoro::Task<ThreadCollection> fetchThreads(int, std::stop_token) override
+    {
+        throw TaskrackError(QStringLiteral("not installed"));
+        co_return {};
+    }
+};
+
+std::optional<RackStatus> statusOf(const RackStore &store, const QString &id)
+{
+    for (const RackThread &thread : store.allThreads()) {
+        if (thread.id == id)
+            return thread.status;
+    }
+    return std::nullopt;
+}
+
+bool runUntil(const std::function<bool()> &condition, int timeoutMs = 10000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 5);
+    }
+    return true;
+}
+
+// Sleeps in the event loop until the store shows `expected` for `id`: the harness itself must
+// not spin, or it would be measured with us.
+bool waitForStatus(RackStore &store, const QString &id, RackStatus expected, int timeoutMs = 10000)
+{
+    QEventLoop loop;
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    const QMetaObject::Connection connection =
+        QObject::connect(&store, &RackStore::allThreadsChanged, &loop, [&] {
+            if (statusOf(store, id) == expected)
+                loop.quit();
+        });
+    if (statusOf(store, id) != expected)
+        loop.exec();
+    QObject::disconnect(connection);
+    return statusOf(store, id) == expected;
+}
+
+// A plain function, not a lambda: a coroutine lambda's captures die with the temporary closure.
+QCoro::Task<void> signalWhenDone(QCoro::Task<void> task, bool &done)
+{
+    co_await task;
+    done = true;
+}
+
+void BM_RolloutLineToStoreStatus(benchmark::State &state)
+{
+    CodexHome home;
+    InMemoryPreferences preferences;
+    CodexThreadRepository::Parts parts;
+    parts.liveSource = std::make_shared<AbsentAppServer>();
+    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(home.home(), home.home());
+    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(home.home());
+    parts.fileWatch = std::make_unique<InotifyFileWatch>();
+    parts.databaseFiles = {home.databasePath(), home.databasePath() + QStringLiteral("-wal")};
+    parts.clock = &SystemClock::shared();
+    const auto repository = CodexThreadRepository::create(std::move(parts));
+
+    SourceAssembly assembly;
+    assembly.members.push_back(repository);
+    LiveFeeds feeds;
+    feeds.snapshots = repository->localSnapshots();
+    feeds.statusUpdates = repository->statusUpdates();
+    feeds.invalidations = repository->threadListInvalidations();
+    feeds.start = [repository] { repository->start(); };
+    feeds.shutdown = [repository] { return repository->shutdown(); };
+    assembly.feeds.push_back(std::move(feeds));
+    RackRuntime runtime(std::move(assembly), preferences, SystemClock::shared());
+    runtime.startLoops();
+    RackStore &store = runtime.store();
+    bool refreshed = false;
+    signalWhenDone(store.refresh(), refreshed);
+    const QString id = codexThreadPrefix + home.hotId;
+    if (!runUntil([&] { return refreshed && statusOf(store, id) == RackStatus::working; })) {
+        state.SkipWithError("the first refresh did not show the hot thread working");
+        return;
+    }
+
+    const double collapse = std::chrono::duration<double>(TaskFileWatcher::collapseInterval).count();
+    std::vector<double> ownWork;
+    bool started = true;
+    for (auto _ : state) {
+        const RackStatus expected = started ? RackStatus::completed : RackStatus::working;
+        QElapsedTimer timer;
+        timer.start();
+        append(home.rolloutPath(home.hotId), lifecycleLine(started ? "task_complete" : "task_started"));
+        if (!waitForStatus(store, id, expected)) {
+            state.SkipWithError("the status change did not reach the store");
+            break;
+        }
+        const double seconds = double(timer.nsecsElapsed()) / 1e9;
+        state.SetIterationTime(seconds);
+        ownWork.push_back(seconds - collapse);
+        started = !started;
+    }
+    if (!ownWork.empty()) {
+        std::sort(ownWork.begin(), ownWork.end());
+        state.counters["ownWork_min_ms"] = ownWork.front() * 1000.0;
+        state.counters["ownWork_median_ms"] = ownWork[ownWork.size() / 2] * 1000.0;
+        state.counters["ownWork_max_ms"] = ownWork.back() * 1000.0;
+        state.counters["threads"] = threadCount;
+    }
+    bool stopped = false;
+    signalWhenDone(runtime.shutdown(), stopped);
+    runUntil([&] { return stopped; });
+}
+BENCHMARK(BM_RolloutLineToStoreStatus)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(40);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
