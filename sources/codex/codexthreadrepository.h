@@ -8,7 +8,8 @@
 //
 // Threading: lives on the thread that creates it (the app-server client's thread), which must
 // run a Qt event loop; call it only from there. Its channels may be consumed from any thread.
-// Await shutdown() before destroying it, so that no `codex` child outlives it.
+// Await shutdown() before destroying it, so that no `codex` child outlives it. Always held by a
+// shared_ptr (make it with create()): its background tasks hold it weakly.
 
 #include "core/boundedchannel.h"
 #include "core/clock.h"
