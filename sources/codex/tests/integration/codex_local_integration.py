@@ -265,10 +265,14 @@ def run(args):
         rows = scenario.database_rows()
         codex_failures = [failure for failure in rack["sourceFailures"]
                           if failure.get("provider") == "codex" or failure["sourceName"] == "Codex"]
-        check(codex_failures == [], f"no Codex failures: {codex_failures}")
+        # No codex on PATH here, so no app-server: the local history answers for Codex, and
+        # the only Codex failure allowed is the degraded live channel.
+        check(all(failure["state"] == "degraded" for failure in codex_failures),
+              f"Codex degrades to its local history: {codex_failures}")
         # Read from files, not a live channel (another provider's live source may lift it).
         check(rack["dataState"] in ("cached", "live"), f"the rack has data: {rack['dataState']}")
-        check("Local Codex history (read-only) + local activity" in rack["sourceDescription"],
+        check("Local Codex history (read-only)" in rack["sourceDescription"]
+              and "local activity" in rack["sourceDescription"],
               f"description names the local readers: {rack['sourceDescription']!r}")
 
         expected = {"text": (text_id, "completed"), "slow": (slow_id, "error"),
