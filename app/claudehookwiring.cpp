@@ -1,13 +1,28 @@
 #include "app/claudehookwiring.h"
 
 #include "core/clock.h"
+#include "core/taskracklog.h"
 #include "platform/linux/dbushookeventtransport.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/claude/claudeenhancedstatuscontroller.h"
 #include "sources/claude/claudehookbridgelistener.h"
 #include "sources/claude/claudehookinstaller.h"
 
+#include <QRegularExpression>
+
 namespace taskrack {
+
+namespace {
+
+// Event names are a fixed vocabulary of Claude Code; anything else is logged as "other" so
+// that no text from a payload reaches the log.
+QString loggableEventName(const QString &name)
+{
+    static const QRegularExpression word(QStringLiteral("^[A-Za-z]{1,32}$"));
+    return word.match(name).hasMatch() ? name : QStringLiteral("other");
+}
+
+} // namespace
 
 ClaudeHookWiring::ClaudeHookWiring(Preferences &preferences, Clock &clock, QString settingsPath,
                                    QString helperPath, std::weak_ptr<ClaudeDesktopThreadSource> source)
@@ -55,6 +70,7 @@ QCoro::Task<void> ClaudeHookWiring::forwardEvents()
         std::optional<ClaudeHookEvent> event = co_await next;
         if (!event || stop.stop_requested())
             co_return;
+        qCInfo(lcApp, "Claude hook event received: %s", qPrintable(loggableEventName(event->hookEventName)));
         std::shared_ptr<ClaudeDesktopThreadSource> source = m_source.lock();
         if (!source)
             co_return;

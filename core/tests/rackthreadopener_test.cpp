@@ -78,6 +78,11 @@ struct RefusalCase {
     QString expected;
 };
 
+void PrintTo(const RefusalCase &c, std::ostream *out)
+{
+    *out << c.name;
+}
+
 class ProviderApplicationServiceTest : public ::testing::TestWithParam<RefusalCase>
 {
 };

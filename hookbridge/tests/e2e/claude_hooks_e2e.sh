@@ -90,6 +90,18 @@ port=$(head -1 "$scratch/mock.port")
 pids+=($!)
 wait_for "the listener" 30 grep -q '^ready' "$scratch/events.jsonl"
 
+# The application itself listens too: `taskrack watch` refreshes the integration at start and
+# forwards every accepted event to the Claude source (its informational log names each one).
+if [ -n "$taskrack" ]; then
+    TASKRACK_VERBOSE=1 "$taskrack" watch --json --home "$home" \
+        >"$scratch/watch.jsonl" 2>"$scratch/watch.err" &
+    pids+=($!)
+    wait_for "taskrack watch" 60 test -s "$scratch/watch.jsonl"
+fi
+watch_saw() {
+    [ -z "$taskrack" ] || grep -q "Claude hook event received: $1\$" "$scratch/watch.err"
+}
+
 # Claude Code kills asynchronous hooks still running when a print-mode session exits (in
 # production a lost event only means the transcript watcher notices a moment later). By default
 # each turn is a plain `claude -p PROMPT` whose input is closed, so the helper has to post within
@@ -156,6 +168,18 @@ for e in events:
         assert os.path.basename(e["transcript_path"]) == e["session_id"] + ".jsonl", e
 print("events:", " ".join(e["hook_event_name"] for e in events))
 PY
+
+if [ -n "$taskrack" ]; then
+    for name in UserPromptSubmit Stop StopFailure; do
+        wait_for "taskrack watch to receive $name" 20 watch_saw "$name"
+    done
+    # The session the turns ran in is on the rack that watch prints.
+    python3 - "$scratch/watch.jsonl" <<'PY' || fail "taskrack watch did not list the Claude session"
+import json, sys
+racks = [json.loads(l) for l in open(sys.argv[1]) if l.startswith("{")]
+assert any(t["provider"] == "claude" for rack in racks for t in rack["threads"]), racks[-1:]
+PY
+fi
 
 hooks remove | grep -qx "Live status is off" || fail "remove"
 python3 - "$scratch/original.json" "$home/.claude/settings.json" <<'PY' || fail "settings after remove differ from the original"
