@@ -172,6 +172,7 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
 
     ThreadCollection result;
     if (liveResult) {
+        m_lastLiveFailureCategory.clear();
         m_liveCollection = *liveResult;
         m_liveSourceFailures = liveResult->sourceFailures;
         if (m_localRevision != revision && m_localCollection) {
@@ -182,9 +183,15 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
             result = co_await applyOverlay(std::move(*liveResult), generation, stop);
         }
     } else {
-        qCWarning(lcCodexRepository,
-                  "Codex live listing failed, using local fallback [category: %s]",
-                  qPrintable(codexAppServerErrorCategory(liveError)));
+        // Said once per kind of failure: without the CLI installed it would repeat on every
+        // refresh and tell the person nothing new.
+        const QString category = codexAppServerErrorCategory(liveError);
+        if (category != m_lastLiveFailureCategory) {
+            m_lastLiveFailureCategory = category;
+            qCWarning(lcCodexRepository,
+                      "Codex live listing failed, using local fallback [category: %s]",
+                      qPrintable(category));
+        }
         // A live picture that can no longer be confirmed must not lend its status any more.
         m_liveCollection.reset();
         m_liveSourceFailures.clear();

@@ -160,6 +160,7 @@ private:
     quint64 m_localRevision = 0;
     quint64 m_completedLocalRefreshes = 0;
     std::optional<ThreadCollection> m_localCollection;
+    QString m_lastLiveFailureCategory;
     std::optional<ThreadCollection> m_liveCollection;
     QList<ThreadSourceFailure> m_liveSourceFailures;
     std::optional<ThreadCollection> m_lastPublishedLocalSnapshot;
