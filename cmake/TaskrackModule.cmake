@@ -28,3 +28,15 @@ function(taskrack_module name)
         endif()
     endif()
 endfunction()
+
+# Every module library that exists in this build, for programs that may use any of them
+# (benchmarks, fuzz targets).
+function(taskrack_module_libraries out)
+    set(libraries taskrack_core)
+    foreach(layer codex claude input panel quicktask voice app)
+        if(TARGET taskrack_${layer})
+            list(APPEND libraries taskrack_${layer})
+        endif()
+    endforeach()
+    set(${out} ${libraries} PARENT_SCOPE)
+endfunction()
