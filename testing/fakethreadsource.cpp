@@ -6,12 +6,18 @@ FakeThreadSource::FakeThreadSource(QString name) : m_name(std::move(name)) {}
 
 QCoro::Task<ThreadCollection> FakeThreadSource::fetchThreads(int limit, std::stop_token stop)
 {
-    ++m_fetchCount;
-    m_lastLimit = limit;
-    ++m_inFlight;
-    auto next = m_answers->next(stop);
+    ++m_state->fetchCount;
+    m_state->lastLimit = limit;
+    return waitForAnswer(m_state, std::move(stop));
+}
+
+QCoro::Task<ThreadCollection> FakeThreadSource::waitForAnswer(std::shared_ptr<State> state,
+                                                              std::stop_token stop)
+{
+    ++state->inFlight;
+    auto next = state->answers->next(stop);
     std::optional<Answer> answer = co_await next;
-    --m_inFlight;
+    --state->inFlight;
     if (!answer)
         throw OperationCancelled();
     if (auto *message = std::get_if<QString>(&*answer))
@@ -21,12 +27,12 @@ QCoro::Task<ThreadCollection> FakeThreadSource::fetchThreads(int limit, std::sto
 
 void FakeThreadSource::respond(ThreadCollection collection)
 {
-    m_answers->send(std::move(collection));
+    m_state->answers->send(std::move(collection));
 }
 
 void FakeThreadSource::fail(QString message)
 {
-    m_answers->send(std::move(message));
+    m_state->answers->send(std::move(message));
 }
 
 RackThread makeThread(const QString &id, RackStatus status, const QDateTime &updatedAt,

@@ -21,17 +21,24 @@ public:
     void respond(ThreadCollection collection);
     void fail(QString message);
 
-    int fetchCount() const { return m_fetchCount; }
-    int lastLimit() const { return m_lastLimit; }
-    bool isFetching() const { return m_inFlight > 0; }
+    int fetchCount() const { return m_state->fetchCount; }
+    int lastLimit() const { return m_state->lastLimit; }
+    bool isFetching() const { return m_state->inFlight > 0; }
 
 private:
     using Answer = std::variant<ThreadCollection, QString>;
+    // Shared with suspended fetches, which may be woken (by a cancellation) after the source
+    // itself is gone.
+    struct State {
+        ChannelPtr<Answer> answers = BoundedChannel<Answer>::create(64);
+        int fetchCount = 0;
+        int lastLimit = 0;
+        int inFlight = 0;
+    };
+    static QCoro::Task<ThreadCollection> waitForAnswer(std::shared_ptr<State> state, std::stop_token stop);
+
     QString m_name;
-    ChannelPtr<Answer> m_answers = BoundedChannel<Answer>::create(64);
-    int m_fetchCount = 0;
-    int m_lastLimit = 0;
-    int m_inFlight = 0;
+    std::shared_ptr<State> m_state = std::make_shared<State>();
 };
 
 RackThread makeThread(const QString &id, RackStatus status, const QDateTime &updatedAt,

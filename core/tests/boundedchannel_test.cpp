@@ -37,11 +37,13 @@ TEST(BoundedChannelTest, AWaitingConsumerWakesOnItsOwnThreadForAnyProducer)
     auto channel = BoundedChannel<int>::create(8);
     std::optional<int> received;
     QThread *resumedOn = nullptr;
-    auto consumer = [&]() -> QCoro::Task<void> {
+    // The closure is named: a coroutine reads its captures through it while suspended.
+    auto consume = [&]() -> QCoro::Task<void> {
         auto next = channel->next();
         received = co_await next;
         resumedOn = QThread::currentThread();
-    }();
+    };
+    auto consumer = consume();
     std::thread producer([&] { channel->send(42); });
     producer.join();
     ASSERT_TRUE(waitUntil([&] { return received.has_value(); }));
@@ -55,10 +57,11 @@ TEST(BoundedChannelTest, CancellingTheWaitEndsItWithNothing)
     std::stop_source stop;
     bool done = false;
     std::optional<int> received = 7;
-    auto consumer = [&]() -> QCoro::Task<void> {
+    auto consume = [&]() -> QCoro::Task<void> {
         received = co_await nextOf(channel, stop.get_token());
         done = true;
-    }();
+    };
+    auto consumer = consume();
     drainEvents();
     EXPECT_FALSE(done);
     stop.request_stop();
