@@ -568,6 +568,10 @@ void RackStore::endPresentation()
 {
     assign(m_isPresenting, false, &RackStore::isPresentingChanged);
     m_isRankingFrozen = false;
+    // A search lives within one presentation.
+    m_searchRestoreState.reset();
+    assign(m_searchQuery, QString(), &RackStore::searchQueryChanged);
+    assign(m_isSearchPresented, false, &RackStore::isSearchPresentedChanged);
     assign(m_isNewTaskSelected, false, &RackStore::isNewTaskSelectedChanged);
     setOrganizationMode(m_defaultOrganizationMode);
 }

@@ -185,6 +185,12 @@ TEST_F(RackStoreCommandsTest, SearchFiltersEverythingAndRestoresTheSelectionAfte
     EXPECT_FALSE(store->isSearchPresented());
     EXPECT_EQ(selected(), "codex:t7");
     EXPECT_EQ(store->currentPage(), 1);
+
+    store->setSearchQuery("login");
+    store->endPresentation();
+    EXPECT_FALSE(store->isSearchActive()) << "a search ends with its presentation";
+    EXPECT_FALSE(store->isSearchPresented());
+    EXPECT_EQ(store->rankedThreads().size(), 8);
 }
 
 TEST_F(RackStoreCommandsTest, AFrozenOrderKeepsCardsInPlaceAndAppendsNewThreads)
