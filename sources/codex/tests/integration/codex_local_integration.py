@@ -22,54 +22,13 @@ import tempfile
 import time
 import traceback
 
-SKIP = 77
+from codexoffline import CONFIG, SKIP, Failure, check, install_codex
 ORIGIN = "https://git.example.invalid/acme/widgets.git"
 PROMPTS = {
     "text": "SCENARIO:text Please say hello.",
     "slow": "SCENARIO:slow Take your time.",
     "failed": "SCENARIO:failed This turn must fail.",
 }
-
-CONFIG = """\
-model = "gpt-mock"
-model_provider = "mock"
-approval_policy = "never"
-sandbox_mode = "danger-full-access"
-check_for_update_on_startup = false
-web_search = "disabled"
-
-[model_providers.mock]
-name = "Mock"
-base_url = "http://127.0.0.1:{port}/v1"
-wire_api = "responses"
-env_key = "MOCK_API_KEY"
-request_max_retries = 0
-stream_max_retries = 0
-stream_idle_timeout_ms = 20000
-
-[analytics]
-enabled = false
-
-[feedback]
-enabled = false
-
-# These reach out to the network at start-up; the run must stay on loopback.
-[features]
-plugins = false
-remote_plugin = false
-apps = false
-plugin_sharing = false
-api_key_model_discovery = false
-"""
-
-
-class Failure(Exception):
-    pass
-
-
-def check(condition, message):
-    if not condition:
-        raise Failure(message)
 
 
 def log(message):
@@ -83,15 +42,6 @@ def parse_arguments():
     parser.add_argument("--mock-server", required=True, help="testing/providers/mock_responses_server.py")
     parser.add_argument("--keep", action="store_true", help="keep the temporary folder")
     return parser.parse_args()
-
-
-def install_codex(installer):
-    result = subprocess.run(["bash", installer, "codex"], stdout=subprocess.PIPE, text=True,
-                            timeout=900)
-    if result.returncode == SKIP:
-        return None
-    check(result.returncode == 0, f"installing the Codex CLI failed with {result.returncode}")
-    return result.stdout.strip().splitlines()[-1]
 
 
 def iso_ms(text):

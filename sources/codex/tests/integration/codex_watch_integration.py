@@ -28,47 +28,7 @@ import threading
 import time
 import traceback
 
-SKIP = 77
-
-CONFIG = """\
-model = "gpt-mock"
-model_provider = "mock"
-approval_policy = "never"
-sandbox_mode = "danger-full-access"
-check_for_update_on_startup = false
-web_search = "disabled"
-
-[model_providers.mock]
-name = "Mock"
-base_url = "http://127.0.0.1:{port}/v1"
-wire_api = "responses"
-env_key = "MOCK_API_KEY"
-request_max_retries = 0
-stream_max_retries = 0
-stream_idle_timeout_ms = 20000
-
-[analytics]
-enabled = false
-
-[feedback]
-enabled = false
-
-[features]
-plugins = false
-remote_plugin = false
-apps = false
-plugin_sharing = false
-api_key_model_discovery = false
-"""
-
-
-class Failure(Exception):
-    pass
-
-
-def check(condition, message):
-    if not condition:
-        raise Failure(message)
+from codexoffline import CONFIG, SKIP, Failure, check, install_codex
 
 
 def log(message):
@@ -291,15 +251,6 @@ def run_fake(args, root, stubborn):
 
 
 # ---- the real Codex CLI ----
-
-def install_codex(installer):
-    result = subprocess.run(["bash", installer, "codex"], stdout=subprocess.PIPE, text=True,
-                            timeout=900)
-    if result.returncode == SKIP:
-        return None
-    check(result.returncode == 0, f"installing the Codex CLI failed with {result.returncode}")
-    return result.stdout.strip().splitlines()[-1]
-
 
 def run_real(args, root):
     codex = install_codex(args.installer)
