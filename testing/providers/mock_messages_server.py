@@ -10,6 +10,8 @@ Scenarios:
   text        one text answer, stop_reason end_turn
   tool        a Bash tool_use ("echo hi") first; once the tool result comes back, a text answer
   slow        a text answer streamed over --slow-seconds (default 4)
+  bgbash      a Bash tool_use run in the background ("sleep 2; echo bgdone") first; once its result
+              or its completion notice comes back, a text answer
   error500    HTTP 500 with an API error body
   overloaded  HTTP 529 with an overloaded error body
 
@@ -31,7 +33,7 @@ import uuid
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 SCENARIO_TOKEN = re.compile(r"SCENARIO=([A-Za-z0-9_-]+)")
-SCENARIOS = ("text", "tool", "slow", "error500", "overloaded")
+SCENARIOS = ("text", "tool", "bgbash", "slow", "error500", "overloaded")
 
 
 def message_text(message):
@@ -141,6 +143,14 @@ class Handler(BaseHTTPRequestHandler):
         elif scenario == "tool":
             blocks = [{"type": "text", "text": "The command printed hi."}]
             stop_reason = "end_turn"
+        elif scenario == "bgbash" and not self.background_work_reported(body):
+            blocks = [{"type": "tool_use", "id": "toolu_mock_" + uuid.uuid4().hex[:16], "name": "Bash",
+                       "input": {"command": "sleep 2; echo bgdone", "description": "Sleep then print",
+                                 "run_in_background": True}}]
+            stop_reason = "tool_use"
+        elif scenario == "bgbash":
+            blocks = [{"type": "text", "text": "Background work noted."}]
+            stop_reason = "end_turn"
         else:
             blocks = [{"type": "text", "text": "Hello from the mock (scenario %s)." % scenario}]
             stop_reason = "end_turn"
@@ -155,6 +165,11 @@ class Handler(BaseHTTPRequestHandler):
         else:
             time.sleep(delay)
             self.send_json(200, message)
+
+    @staticmethod
+    def background_work_reported(body):
+        newest = newest_user_message(body)
+        return has_tool_result(newest) or "task-notification" in message_text(newest)
 
     def stream(self, message, delay):
         self.send_response(200)

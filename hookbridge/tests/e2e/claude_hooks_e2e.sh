@@ -13,7 +13,6 @@ tool=$(realpath "${1:?tool}")
 bridge=$(realpath "${2:?bridge}")
 source_dir=$(realpath "${3:?source dir}")
 taskrack=${4:+$(realpath "$4")}
-here=$(cd "$(dirname "$0")" && pwd)
 
 skip() {
     echo "SKIP: $*" >&2
@@ -81,7 +80,7 @@ hooks() {
 hooks enable | grep -qx "Live status is connected" || fail "enable"
 hooks status | grep -qx "Live status is connected" || fail "status"
 
-python3 "$here/mock_claude_messages.py" --max-seconds 500 >"$scratch/mock.port" &
+python3 "$source_dir/testing/providers/mock_messages_server.py" --max-seconds 500 >"$scratch/mock.port" &
 pids+=($!)
 wait_for "the mock server" 20 test -s "$scratch/mock.port"
 port=$(head -1 "$scratch/mock.port")
