@@ -1,5 +1,7 @@
 #include "core/rackcompletionledger.h"
 
+#include "core/jsonobject.h"
+
 #include "core/referencedate.h"
 #include "platform/preferences.h"
 
@@ -134,10 +136,10 @@ QByteArray RackCompletionLedger::encode(const QHash<QString, CompletionReceipt> 
 QHash<QString, CompletionReceipt> RackCompletionLedger::decode(const QByteArray &json)
 {
     QHash<QString, CompletionReceipt> receipts;
-    const QJsonDocument document = QJsonDocument::fromJson(json);
-    if (!document.isObject())
+    const std::optional<QJsonObject> parsed = parseJsonObject(json);
+    if (!parsed)
         return receipts;
-    const QJsonObject root = document.object();
+    const QJsonObject &root = *parsed;
     for (auto it = root.constBegin(); it != root.constEnd(); ++it) {
         const QJsonObject object = it->toObject();
         const QJsonValue latest = object.value(QStringLiteral("latestCompletionAt"));

@@ -1,5 +1,7 @@
 #include "sources/claude/claudehookevent.h"
 
+#include "core/jsonobject.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -91,12 +93,10 @@ std::optional<ClaudeHookEvent> decodeClaudeHookInput(QByteArrayView json)
 {
     if (json.size() > claudeHookInputMaximumBytes)
         return std::nullopt;
-    QJsonParseError error;
-    const QJsonDocument document =
-        QJsonDocument::fromJson(QByteArray::fromRawData(json.data(), json.size()), &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject())
+    const std::optional<QJsonObject> parsed = parseJsonObject(QByteArrayView(json.data(), json.size()));
+    if (!parsed)
         return std::nullopt;
-    const QJsonObject object = document.object();
+    const QJsonObject &object = *parsed;
 
     ClaudeHookEvent event;
     if (!requiredString(object, sessionIdKey, event.sessionId) ||

@@ -1,5 +1,7 @@
 #include "sources/claude/claudelivesessionregistry.h"
 
+#include "core/jsonobject.h"
+
 #include "sources/claude/claudefileaccess.h"
 
 #include <QDir>
@@ -35,11 +37,10 @@ std::optional<qint64> wholeNumber(const QJsonValue &value)
 
 std::optional<ClaudeLiveSessionEntry> decodeClaudeLiveSessionEntry(QByteArrayView data)
 {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(data.toByteArray(), &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject())
+    const std::optional<QJsonObject> parsed = parseJsonObject(data);
+    if (!parsed)
         return std::nullopt;
-    const QJsonObject object = document.object();
+    const QJsonObject &object = *parsed;
     const auto pid = wholeNumber(object.value(QLatin1StringView("pid")));
     const QJsonValue sessionId = object.value(QLatin1StringView("sessionId"));
     if (!pid || *pid <= 0 || !sessionId.isString() || sessionId.toString().isEmpty())

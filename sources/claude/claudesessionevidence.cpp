@@ -1,5 +1,7 @@
 #include "sources/claude/claudesessionevidence.h"
 
+#include "core/jsonobject.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <cmath>
@@ -92,11 +94,10 @@ QByteArray encodeClaudeSessionEvidence(const ClaudeSessionEvidence &evidence)
 
 std::optional<ClaudeSessionEvidence> decodeClaudeSessionEvidence(QByteArrayView data)
 {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(data.toByteArray(), &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject())
+    const std::optional<QJsonObject> parsed = parseJsonObject(data);
+    if (!parsed)
         return std::nullopt;
-    const QJsonObject root = document.object();
+    const QJsonObject &root = *parsed;
 
     auto observations = decodeMap<ClaudeObservedStatus>(root, "observations", [](const QJsonObject &entry)
                                                             -> std::optional<ClaudeObservedStatus> {

@@ -1,5 +1,7 @@
 #include "sources/claude/claudesessionmanifest.h"
 
+#include "core/jsonobject.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -106,11 +108,10 @@ bool fits(const std::optional<QString> &text, qsizetype limit)
 
 std::optional<ClaudeDesktopSessionManifest> decodeClaudeSessionManifest(QByteArrayView data)
 {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(data.toByteArray(), &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject())
+    const std::optional<QJsonObject> parsed = parseJsonObject(data);
+    if (!parsed)
         return std::nullopt;
-    const QJsonObject object = document.object();
+    const QJsonObject &object = *parsed;
     Decoder decoder{object};
 
     ClaudeDesktopSessionManifest manifest;

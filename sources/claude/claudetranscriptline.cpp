@@ -1,5 +1,7 @@
 #include "sources/claude/claudetranscriptline.h"
 
+#include "core/jsonobject.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -120,11 +122,10 @@ bool isTrue(const std::optional<bool> &value)
 
 std::optional<TranscriptEnvelope> decodeTranscriptEnvelope(QByteArrayView line)
 {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(line.toByteArray(), &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject())
+    const std::optional<QJsonObject> parsed = parseJsonObject(line);
+    if (!parsed)
         return std::nullopt;
-    const QJsonObject object = document.object();
+    const QJsonObject &object = *parsed;
     const QJsonValue type = object.value(QLatin1StringView("type"));
     if (!type.isString())
         return std::nullopt;

@@ -1,5 +1,7 @@
 #include "sources/codex/codexappserverframe.h"
 
+#include "core/jsonobject.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -93,11 +95,10 @@ CodexAppServerMessage parseCodexAppServerMessage(QByteArrayView line)
     if (isBlank(line))
         return message;
 
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(line.toByteArray(), &parseError);
-    if (parseError.error != QJsonParseError::NoError || !document.isObject())
+    const std::optional<QJsonObject> parsed = parseJsonObject(line);
+    if (!parsed)
         throw CodexAppServerError::malformedMessage();
-    const QJsonObject object = document.object();
+    const QJsonObject &object = *parsed;
 
     const QJsonValue method = object.value(QLatin1String("method"));
     if (method.isString()) {

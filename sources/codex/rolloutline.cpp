@@ -1,5 +1,7 @@
 #include "sources/codex/rolloutline.h"
 
+#include "core/jsonobject.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <string_view>
@@ -143,11 +145,10 @@ std::optional<RolloutLifecycleEvent> classifyRolloutLine(QByteArrayView line)
 {
     if (!mayBeLifecycleLine(line))
         return std::nullopt;
-    const QJsonDocument document = QJsonDocument::fromJson(
-        QByteArray::fromRawData(line.data(), line.size()));
-    if (!document.isObject())
+    const std::optional<QJsonObject> parsed = parseJsonObject(line);
+    if (!parsed)
         return std::nullopt;
-    const QJsonObject envelope = document.object();
+    const QJsonObject &envelope = *parsed;
 
     // A line whose known keys have the wrong kinds is not a rollout line we understand.
     const QJsonValue type = envelope.value(QLatin1String("type"));
