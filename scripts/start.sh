@@ -3,5 +3,5 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-deps.sh"
-"$root/scripts/build.sh" release
-exec "$root/build-release/app/taskrack" "$@"
+"$root/scripts/build.sh" app
+exec "$root/build-app/app/taskrack" "$@"
