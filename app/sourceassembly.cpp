@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 
 #include "app/claudehookwiring.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/codex/codexthreadrepository.h"
 
@@ -27,6 +28,8 @@ QCoro::Task<void> shutdownClaude(std::weak_ptr<ClaudeDesktopThreadSource> weak)
 SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &preferences,
                                      Clock &clock)
 {
+    // Stateless, and shared by every source and by work that may outlive the assembly.
+    static LinuxFileSystem fileSystem;
     SourceAssembly assembly;
     // Codex: the app-server first, the state database's list as its fallback, rollout activity
     // on top, and watched files publishing local snapshots between fetches.
@@ -56,7 +59,7 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     const std::weak_ptr<ClaudeDesktopThreadSource> weakClaude = claude;
     // Hook events, when live Claude status is enabled, reach the source through the bus.
     auto hooks = std::make_shared<ClaudeHookWiring>(
-        preferences, clock, paths.claudeHome + QStringLiteral("/settings.json"),
+        preferences, clock, fileSystem, paths.claudeHome + QStringLiteral("/settings.json"),
         QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge"), claude);
     assembly.keepAlive.push_back(hooks);
     const std::weak_ptr<ClaudeHookWiring> weakHooks = hooks;
