@@ -48,8 +48,11 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     codexFeeds.shutdown = [weakCodex] { return shutdownCodex(weakCodex); };
     assembly.feeds.push_back(std::move(codexFeeds));
     // Claude: desktop manifests and Claude Code sessions found in the transcript folders.
-    auto claude = std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
-        ClaudeSourcePaths::forHome(paths.home), &clock, {}, {}, true});
+    ClaudeDesktopThreadSource::Configuration claudeConfiguration;
+    claudeConfiguration.paths = ClaudeSourcePaths::forHome(paths.home);
+    claudeConfiguration.clock = &clock;
+    claudeConfiguration.fileSystem = &fileSystem;
+    auto claude = std::make_shared<ClaudeDesktopThreadSource>(std::move(claudeConfiguration));
     assembly.members.push_back(claude);
     LiveFeeds claudeFeeds;
     claudeFeeds.provider = RackProvider::claudeDesktop;

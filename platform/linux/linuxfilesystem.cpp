@@ -277,11 +277,12 @@ std::optional<FileError> LinuxFileSystem::replace(const QString &path, const QBy
     const FileDescriptor placeholder(::mkostemp(previous.data(), O_CLOEXEC));
     const bool keptOld = placeholder.isValid() && ::unlink(previous.constData()) == 0 &&
                          ::link(target.constData(), previous.constData()) == 0;
+    // File times are coarse (a clock tick): a write of the same length in the same tick leaves
+    // the attributes as they were, so the bytes are compared too, before and after the rename.
     struct stat current;
-    const auto oldNow = statOf(old.get());
     if (::lstat(target.constData(), &current) != 0 ||
-        !fromStat(current).isSameVersion(*expected.attributes) || !oldNow ||
-        !oldNow->isSameVersion(*expected.attributes)) {
+        !fromStat(current).isSameVersion(*expected.attributes) ||
+        !stillExpected(old.get(), expected)) {
         if (keptOld)
             ::unlink(previous.constData());
         return discard(FileError::changedBeforeReplace);
@@ -291,8 +292,7 @@ std::optional<FileError> LinuxFileSystem::replace(const QString &path, const QBy
             ::unlink(previous.constData());
         return discard(FileError::writeFailed);
     }
-    const auto oldAfter = statOf(old.get());
-    if (!oldAfter || !oldAfter->isSameVersion(*expected.attributes)) {
+    if (!stillExpected(old.get(), expected)) {
         // Someone wrote to the old file in the last moment: theirs goes back, unless they (or
         // another program) already wrote to ours too.
         const auto oursNow = statOf(written.get());
