@@ -33,7 +33,7 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     SourceAssembly assembly;
     // Codex: the app-server first, the state database's list as its fallback, rollout activity
     // on top, and watched files publishing local snapshots between fetches.
-    auto codex = CodexThreadRepository::create(paths.codexHome, paths.home, clock);
+    auto codex = CodexThreadRepository::create(paths.codexHome, paths.home, clock, fileSystem);
     assembly.members.push_back(codex);
     LiveFeeds codexFeeds;
     codexFeeds.provider = RackProvider::codex;

@@ -10,11 +10,15 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace taskrack {
 
 namespace {
+
+// Long enough for a writer that held the old file open across the rename to finish its write.
+constexpr long lateWriteGraceNs = 2'000'000;
 
 FileAttributes fromStat(const struct stat &st)
 {
@@ -292,9 +296,16 @@ std::optional<FileError> LinuxFileSystem::replace(const QString &path, const QBy
             ::unlink(previous.constData());
         return discard(FileError::writeFailed);
     }
-    if (!stillExpected(old.get(), expected)) {
-        // Someone wrote to the old file in the last moment: theirs goes back, unless they (or
-        // another program) already wrote to ours too.
+    // A writer that opened the old file just before the rename writes to it just after: looked
+    // for at once, and once more after a moment, in which such a write has landed.
+    bool lateWrite = !stillExpected(old.get(), expected);
+    if (!lateWrite && keptOld) {
+        const timespec moment{0, lateWriteGraceNs};
+        ::nanosleep(&moment, nullptr);
+        lateWrite = !stillExpected(old.get(), expected);
+    }
+    if (lateWrite) {
+        // Theirs goes back, unless they (or another program) already wrote to ours too.
         const auto oursNow = statOf(written.get());
         if (keptOld && oursNow && oursNow->isSameVersion(*ours))
             ::rename(previous.constData(), target.constData());
