@@ -171,7 +171,7 @@ void BM_RolloutLineToStoreStatus(benchmark::State &state)
     InMemoryPreferences preferences;
     CodexThreadRepository::Parts parts;
     parts.liveSource = std::make_shared<AbsentAppServer>();
-    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(home.home(), home.home());
+    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, home.home(), home.home());
     parts.activityOverlay = CodexActivityOverlaying::forCodexHome(home.home(), fileSystem);
     parts.fileWatch = std::make_unique<InotifyFileWatch>();
     parts.databaseFiles = {home.databasePath(), home.databasePath() + QStringLiteral("-wal")};

@@ -673,7 +673,7 @@ ThreadCollection ClaudeDesktopThreadSource::buildSnapshot(int limit) const
         thread.workspacePath = session.cwd;
         const QString projectPath = session.projectPath();
         if (!identities.contains(projectPath))
-            identities.insert(projectPath, makeProjectIdentity(projectPath, std::nullopt, m_paths.home));
+            identities.insert(projectPath, makeProjectIdentity(m_fileSystem, projectPath, std::nullopt, m_paths.home));
         thread.projectIdentity = identities.value(projectPath);
         thread.updatedAt = claudeUpdatedAt(entry.facts);
         thread.recencyAt = entry.recencyAt;
@@ -682,7 +682,7 @@ ThreadCollection ClaudeDesktopThreadSource::buildSnapshot(int limit) const
         thread.isProviderFocused = focused == session.sessionId;
         const QString checkoutKey = session.cwd + QChar(0) + session.originCwd;
         if (!checkouts.contains(checkoutKey))
-            checkouts.insert(checkoutKey, probeCheckout({session.cwd, session.originCwd}));
+            checkouts.insert(checkoutKey, probeCheckout(m_fileSystem, {session.cwd, session.originCwd}));
         thread.checkoutMetadata = checkouts.value(checkoutKey);
         std::optional<QString> parentTitle;
         if (session.parentSessionId && titleByID.contains(*session.parentSessionId))

@@ -5,7 +5,7 @@ namespace taskrack {
 CodexLocalThreadSource::CodexLocalThreadSource(const QString &codexHome, const QString &homeDir,
                                                Clock &clock, const FileSystem &fileSystem)
     : m_clock(clock),
-      m_history(codexHome, homeDir),
+      m_history(fileSystem, codexHome, homeDir),
       m_overlay(fileSystem, SQLiteThreadSource::databasePathIn(codexHome), codexHome),
       m_executor(QStringLiteral("CodexLocalThreadSource"))
 {

@@ -96,6 +96,7 @@ std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(const QStri
     CodexAppServerOptions options;
     options.clock = &clock;
     options.homeDirectory = homeDir;
+    options.fileSystem = &fileSystem;
     auto appServer = std::make_shared<CodexAppServerThreadSource>(
         std::make_unique<CodexAppServerClient>(std::move(options)));
     const QString database = SQLiteThreadSource::databasePathIn(codexHome);
@@ -103,7 +104,7 @@ std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(const QStri
     Parts parts;
     parts.liveSource = appServer;
     parts.appServerSource = appServer;
-    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(codexHome, homeDir);
+    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, codexHome, homeDir);
     parts.activityOverlay = CodexActivityOverlaying::forCodexHome(codexHome, fileSystem);
     auto watch = std::make_unique<InotifyFileWatch>();
     if (watch->isValid())
