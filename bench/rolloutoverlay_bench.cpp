@@ -214,7 +214,7 @@ BENCHMARK(BM_HugeRolloutFirstStatus)->Unit(benchmark::kMillisecond);
 void BM_SQLiteFetch400(benchmark::State &state)
 {
     CodexHome home(threadCount, currentMs());
-    const SQLiteThreadSource source(home.home());
+    const SQLiteThreadSource source(fileSystem, home.home());
     for (auto _ : state) {
         const ThreadCollection collection = source.readThreads(400);
         if (collection.threads.size() != threadCount)
