@@ -1,9 +1,8 @@
 #pragma once
 
 // A file system in memory for tests and benchmarks: files, folders and links with modes and
-// owners, checked like the kernel checks them, counting every open and every byte read, and
-// able to run a step of a test between a writer's last check and its replacement of a file, so
-// that races are staged exactly instead of hoped for.
+// owners, counting every open and every byte read, and able to run a step of a test between a
+// writer's last look at a file and its replacement, so that races are staged exactly.
 
 #include "platform/filesystem.h"
 
@@ -17,6 +16,8 @@ namespace taskrack::testing {
 class VirtualFileSystem : public FileSystem
 {
 public:
+    struct Node;
+
     VirtualFileSystem();
     ~VirtualFileSystem() override;
 
@@ -24,24 +25,20 @@ public:
     void addFile(const QString &path, const QByteArray &bytes, quint32 mode = 0644);
     void addFolder(const QString &path, quint32 mode = 0755);
     void addLink(const QString &path, const QString &target);
-    void addOther(const QString &path); // a pipe or a device
     void remove(const QString &path);
-    // Appends in place: same inode, new size and time, as another program's write would be.
+    // In place: same inode, new size and time, as another program's write.
     void append(const QString &path, const QByteArray &bytes);
     void setOwner(const QString &path, quint32 owner, quint32 group);
-    void setMode(const QString &path, quint32 mode);
     void setUserId(quint32 user) { m_user = user; }
 
-    // The bytes of a regular file at `path` (links followed); none when there is none.
-    std::optional<QByteArray> bytes(const QString &path) const;
-    std::optional<FileAttributes> attributesOf(const QString &path) const;
+    std::optional<QByteArray> bytes(const QString &path) const;            // links followed
+    std::optional<FileAttributes> attributesOf(const QString &path) const; // of the link itself
 
-    // Runs inside replace(), after the new bytes are written and before the file is checked.
+    // Runs inside replace(), before the file is checked.
     void setBeforeReplace(std::function<void()> step) { m_beforeReplace = std::move(step); }
 
     qint64 opens() const { return m_opens.load(); }
     qint64 bytesRead() const { return m_bytesRead.load(); }
-    qint64 listings() const { return m_listings.load(); }
 
     FileResult<FileAttributes> stat(const QString &path,
                                     Links links = Links::follow) const override;
@@ -56,25 +53,23 @@ public:
                                                const FileAttributes &like) override;
     quint32 userId() const override { return m_user; }
 
-    struct Node;
-
 private:
-    struct Resolved;
-    FileResult<Resolved> resolve(const QString &path, bool followLast) const;
-    std::shared_ptr<Node> makeNode(FileKind kind, quint32 mode);
+    using NodePtr = std::shared_ptr<Node>;
+    FileResult<std::pair<QString, NodePtr>> resolve(const QString &path, bool followLast) const;
+    NodePtr insert(const QString &path, FileKind kind, quint32 mode);
     void touch(Node &node);
-    void ensureParents(const QString &path);
     bool mayRead(const Node &node) const;
+    std::optional<FileError> write(const QString &path, const QByteArray &bytes,
+                                   const FileAttributes &like);
 
     mutable std::recursive_mutex m_lock;
-    QHash<QString, std::shared_ptr<Node>> m_nodes;
+    QHash<QString, NodePtr> m_nodes;
     quint64 m_nextInode = 2;
     qint64 m_nowNs = 1'700'000'000'000'000'000;
     quint32 m_user = 1000;
     std::function<void()> m_beforeReplace;
     mutable std::atomic<qint64> m_opens{0};
     mutable std::atomic<qint64> m_bytesRead{0};
-    mutable std::atomic<qint64> m_listings{0};
 };
 
 } // namespace taskrack::testing

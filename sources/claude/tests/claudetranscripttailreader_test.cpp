@@ -256,16 +256,6 @@ TEST_F(TranscriptReaderTest, UnchangedFingerprintReadsNothingAndReplacementIsNot
     EXPECT_EQ(reader.counters().filesOpened.load(), opened + 1);
 }
 
-TEST_F(TranscriptReaderTest, LinksOutsideTheRootAreNotFollowed)
-{
-    QFile outside(temp.path() + "/outside.jsonl");
-    ASSERT_TRUE(outside.open(QIODevice::WriteOnly));
-    outside.write(lines({assistant(baseTime)}));
-    outside.close();
-    ASSERT_TRUE(QFile::link(outside.fileName(), root + "/-work-app/linked.jsonl"));
-    EXPECT_FALSE(observe("linked", baseTime.addSecs(1)));
-}
-
 TEST(TranscriptTailParseTest, TitleLinesAnywhereInTheWindow)
 {
     const QByteArray data = R"({"type":"summary","summary":"Old summary"})"
