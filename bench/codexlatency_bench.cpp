@@ -5,6 +5,7 @@
 // as the "ownWork" counters.
 
 #include "app/rackruntime.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/inotifyfilewatch.h"
 #include "platform/preferences.h"
 #include "sources/codex/codexthreadrepository.h"
@@ -25,6 +26,8 @@
 #include <stdexcept>
 
 using namespace taskrack;
+
+static const LinuxFileSystem fileSystem;
 
 namespace {
 
@@ -168,8 +171,8 @@ void BM_RolloutLineToStoreStatus(benchmark::State &state)
     InMemoryPreferences preferences;
     CodexThreadRepository::Parts parts;
     parts.liveSource = std::make_shared<AbsentAppServer>();
-    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(home.home(), home.home());
-    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(home.home());
+    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, home.home(), home.home());
+    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(home.home(), fileSystem);
     parts.fileWatch = std::make_unique<InotifyFileWatch>();
     parts.databaseFiles = {home.databasePath(), home.databasePath() + QStringLiteral("-wal")};
     parts.clock = &SystemClock::shared();

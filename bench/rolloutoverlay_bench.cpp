@@ -3,6 +3,7 @@
 // most the tail window), and the state database fetch of 400 rows.
 
 #include "sources/codex/rolloutactivityoverlay.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/codex/sqlitethreadsource.h"
 
 #include <QCoreApplication>
@@ -18,6 +19,8 @@
 #include <unistd.h>
 
 using namespace taskrack;
+
+static const LinuxFileSystem fileSystem;
 
 namespace {
 
@@ -128,7 +131,7 @@ qint64 currentMs()
 void BM_WarmOverlayPass(benchmark::State &state)
 {
     CodexHome home(threadCount, currentMs());
-    RolloutActivityOverlay overlay(home.databasePath());
+    RolloutActivityOverlay overlay(fileSystem, home.databasePath());
     const ThreadCollection collection = home.collection();
     overlay.apply(collection, home.now()); // warms both caches
     const quint64 before = overlay.bytesRead();
@@ -146,7 +149,7 @@ void BM_ColdOverlayPass(benchmark::State &state)
     const ThreadCollection collection = home.collection();
     quint64 bytes = 0;
     for (auto _ : state) {
-        RolloutActivityOverlay overlay(home.databasePath());
+        RolloutActivityOverlay overlay(fileSystem, home.databasePath());
         benchmark::DoNotOptimize(overlay.apply(collection, home.now()));
         bytes += overlay.bytesRead();
     }
@@ -158,7 +161,7 @@ BENCHMARK(BM_ColdOverlayPass)->Unit(benchmark::kMillisecond);
 void BM_AppendedLinePass(benchmark::State &state)
 {
     CodexHome home(threadCount, currentMs());
-    RolloutActivityOverlay overlay(home.databasePath());
+    RolloutActivityOverlay overlay(fileSystem, home.databasePath());
     const ThreadCollection collection = home.collection();
     overlay.apply(collection, home.now());
     const QString path = home.rolloutPath(home.ids.first());
@@ -197,7 +200,7 @@ void BM_HugeRolloutFirstStatus(benchmark::State &state)
     const ThreadCollection collection = home.collection();
     quint64 bytes = 0;
     for (auto _ : state) {
-        RolloutActivityOverlay overlay(home.databasePath());
+        RolloutActivityOverlay overlay(fileSystem, home.databasePath());
         const ThreadCollection result = overlay.apply(collection, home.now());
         if (result.threads.first().status != RackStatus::working)
             state.SkipWithError("the huge rollout was not read as running");
@@ -211,7 +214,7 @@ BENCHMARK(BM_HugeRolloutFirstStatus)->Unit(benchmark::kMillisecond);
 void BM_SQLiteFetch400(benchmark::State &state)
 {
     CodexHome home(threadCount, currentMs());
-    const SQLiteThreadSource source(home.home());
+    const SQLiteThreadSource source(fileSystem, home.home());
     for (auto _ : state) {
         const ThreadCollection collection = source.readThreads(400);
         if (collection.threads.size() != threadCount)

@@ -1,15 +1,11 @@
 #include "core/rackprojectidentity.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QStringDecoder>
 
 #include <algorithm>
 
-#include <cerrno>
-#include <fcntl.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -36,24 +32,16 @@ QString childOf(const QString &folder, const QString &name)
     return folder == rootPath ? rootPath + name : folder + QLatin1Char('/') + name;
 }
 
-bool isInside(const QString &path, const QString &root)
-{
-    if (root == rootPath)
-        return path.startsWith(rootPath);
-    return path.size() > root.size() && path.startsWith(root) &&
-           path.at(root.size()) == QLatin1Char('/');
-}
-
 // Standardises an absolute path and resolves every symbolic link in the deepest part of it that
 // exists; the missing rest is kept as written, so that folders that are gone still compare
 // equal to their earlier selves.
-QString standardizedResolved(const QString &absolute)
+QString standardizedResolved(const FileSystem &fileSystem, const QString &absolute)
 {
     const QString clean = QDir::cleanPath(absolute);
     QString head = clean;
     QStringList missingTail;
     for (;;) {
-        const QString canonical = QFileInfo(head).canonicalFilePath();
+        const QString canonical = fileSystem.resolvedPath(head);
         if (!canonical.isEmpty()) {
             if (missingTail.isEmpty())
                 return canonical;
@@ -97,68 +85,27 @@ QString expandTilde(const QString &path, const QString &homeDir)
 
 // Reads a small file the program does not own: it must resolve to a regular file inside
 // `expectedRoot`, be no larger than `limit`, and be unchanged while it was read.
-std::optional<QByteArray> readBoundedFile(const QString &path, const QString &expectedRoot,
-                                          qsizetype limit)
+std::optional<QByteArray> readBoundedFile(const FileSystem &fileSystem, const QString &path,
+                                          const QString &expectedRoot, qsizetype limit)
 {
-    const QString resolved = QFileInfo(path).canonicalFilePath();
-    const QString root = QFileInfo(expectedRoot).canonicalFilePath();
-    if (resolved.isEmpty() || root.isEmpty() || !isInside(resolved, root))
+    const QString root = fileSystem.resolvedPath(expectedRoot);
+    if (root.isEmpty())
         return std::nullopt;
-
-    const QByteArray encoded = QFile::encodeName(resolved);
-    const int fd = ::open(encoded.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-    if (fd < 0)
+    auto read = fileSystem.readFile(path, root, limit);
+    if (!read)
         return std::nullopt;
-    struct stat before
-    {
-    };
-    struct stat after
-    {
-    };
-    std::optional<QByteArray> result;
-    if (::fstat(fd, &before) == 0 && S_ISREG(before.st_mode) && before.st_size <= limit) {
-        QByteArray bytes(limit + 1, Qt::Uninitialized);
-        qsizetype total = 0;
-        bool failed = false;
-        while (total <= limit) {
-            const ssize_t got = ::read(fd, bytes.data() + total, size_t(limit + 1 - total));
-            if (got < 0 && errno == EINTR)
-                continue;
-            if (got < 0) {
-                failed = true;
-                break;
-            }
-            if (got == 0)
-                break;
-            total += got;
-        }
-        const bool unchanged = ::fstat(fd, &after) == 0 && after.st_size == before.st_size &&
-                               after.st_ino == before.st_ino &&
-                               after.st_mtim.tv_sec == before.st_mtim.tv_sec &&
-                               after.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
-        if (!failed && total <= limit && total == before.st_size && unchanged) {
-            bytes.truncate(total);
-            result = std::move(bytes);
-        }
-    }
-    ::close(fd);
-    return result;
+    return std::move(read->bytes);
 }
 
-bool entryExists(const QString &path)
+bool entryExists(const FileSystem &fileSystem, const QString &path)
 {
-    struct stat info
-    {
-    };
-    return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
+    return bool(fileSystem.stat(path, FileSystem::Links::doNotFollow));
 }
 
-bool isDirectory(const QString &path)
+bool isDirectory(const FileSystem &fileSystem, const QString &path)
 {
-    struct stat info
-    {
-    };
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 && S_ISDIR(info.st_mode);
+    const auto attributes = fileSystem.stat(path);
+    return attributes && attributes->isDirectory();
 }
 
 std::optional<QString> strictUtf8(const QByteArray &bytes)
@@ -170,19 +117,20 @@ std::optional<QString> strictUtf8(const QByteArray &bytes)
     return text;
 }
 
-QString resolveAgainst(const QString &folder, const QString &raw)
+QString resolveAgainst(const FileSystem &fileSystem, const QString &folder, const QString &raw)
 {
-    return standardizedResolved(raw.startsWith(QLatin1Char('/')) ? raw : childOf(folder, raw));
+    return standardizedResolved(fileSystem,
+                                raw.startsWith(QLatin1Char('/')) ? raw : childOf(folder, raw));
 }
 
 // The nearest folder at or above `folder` (never "/") that holds a ".git" entry.
-std::optional<QString> checkoutRoot(const QString &folder)
+std::optional<QString> checkoutRoot(const FileSystem &fileSystem, const QString &folder)
 {
     if (folder.isEmpty())
         return std::nullopt;
     for (QString current = folder; current != rootPath && !current.isEmpty();
          current = parentOf(current)) {
-        if (entryExists(childOf(current, gitEntryName)))
+        if (entryExists(fileSystem, childOf(current, gitEntryName)))
             return current;
     }
     return std::nullopt;
@@ -196,61 +144,63 @@ struct GitDirectories
 
 // What the ".git" entry of a checkout root points at; none for a ".git" file that cannot be
 // read or has no "gitdir:" line.
-std::optional<GitDirectories> gitDirectoriesOf(const QString &root)
+std::optional<GitDirectories> gitDirectoriesOf(const FileSystem &fileSystem, const QString &root)
 {
     const QString entry = childOf(root, gitEntryName);
-    if (isDirectory(entry)) {
-        const QString directory = standardizedResolved(entry);
+    if (isDirectory(fileSystem, entry)) {
+        const QString directory = standardizedResolved(fileSystem, entry);
         return GitDirectories{directory, directory};
     }
-    const auto contents = readBoundedFile(entry, root, maxGitPointerBytes);
+    const auto contents = readBoundedFile(fileSystem, entry, root, maxGitPointerBytes);
     if (!contents)
         return std::nullopt;
     const auto rawGitDirectory = parseGitdirFile(*contents);
     if (!rawGitDirectory)
         return std::nullopt;
-    const QString gitDirectory = resolveAgainst(root, *rawGitDirectory);
+    const QString gitDirectory = resolveAgainst(fileSystem, root, *rawGitDirectory);
 
     QString common = gitDirectory;
     const QString commondirFile = childOf(gitDirectory, QStringLiteral("commondir"));
-    if (const auto commondir = readBoundedFile(commondirFile, gitDirectory, maxGitPointerBytes)) {
+    if (const auto commondir =
+            readBoundedFile(fileSystem, commondirFile, gitDirectory, maxGitPointerBytes)) {
         if (const auto raw = parseCommondirFile(*commondir))
-            common = resolveAgainst(gitDirectory, *raw);
+            common = resolveAgainst(fileSystem, gitDirectory, *raw);
     }
     return GitDirectories{gitDirectory, common};
 }
 
 // A checkout whose ".git" is a directory is a submodule when an enclosing project lists it in
 // its ".gitmodules", otherwise a primary checkout.
-RackCheckoutKind kindOfDirectoryCheckout(const QString &root)
+RackCheckoutKind kindOfDirectoryCheckout(const FileSystem &fileSystem, const QString &root)
 {
     for (QString ancestor = parentOf(root); ancestor != rootPath; ancestor = parentOf(ancestor)) {
         const QString relative = root.mid(ancestor.size() + 1);
         const QString gitmodules = childOf(ancestor, QStringLiteral(".gitmodules"));
-        if (const auto contents = readBoundedFile(gitmodules, ancestor, maxGitmodulesBytes)) {
+        if (const auto contents =
+                readBoundedFile(fileSystem, gitmodules, ancestor, maxGitmodulesBytes)) {
             if (parseGitmodulesPaths(*contents).contains(relative))
                 return RackCheckoutKind::submodule;
         }
-        if (entryExists(childOf(ancestor, gitEntryName)))
+        if (entryExists(fileSystem, childOf(ancestor, gitEntryName)))
             return RackCheckoutKind::primaryCheckout;
     }
     return RackCheckoutKind::primaryCheckout;
 }
 
-RackCheckoutMetadata probeOne(const QString &path)
+RackCheckoutMetadata probeOne(const FileSystem &fileSystem, const QString &path)
 {
     RackCheckoutMetadata metadata;
-    const auto root = checkoutRoot(normalizedPath(path));
+    const auto root = checkoutRoot(fileSystem, normalizedPath(fileSystem, path));
     if (!root)
         return metadata;
     metadata.checkoutRootPath = *root;
-    const auto directories = gitDirectoriesOf(*root);
+    const auto directories = gitDirectoriesOf(fileSystem, *root);
     if (!directories)
         return metadata;
     metadata.gitDirectoryPath = directories->gitDirectory;
     metadata.commonDirectoryPath = directories->commonDirectory;
-    if (isDirectory(childOf(*root, gitEntryName)))
-        metadata.kind = kindOfDirectoryCheckout(*root);
+    if (isDirectory(fileSystem, childOf(*root, gitEntryName)))
+        metadata.kind = kindOfDirectoryCheckout(fileSystem, *root);
     else if (directories->commonDirectory != directories->gitDirectory)
         metadata.kind = RackCheckoutKind::linkedWorktree;
     else if (directories->gitDirectory.contains(QStringLiteral("/.git/modules/")))
@@ -348,7 +298,7 @@ QString withLowerCaseHost(const QString &value)
 
 } // namespace
 
-QString normalizedPath(const QString &path, const QString &homeDir)
+QString normalizedPath(const FileSystem &fileSystem, const QString &path, const QString &homeDir)
 {
     const QString trimmed = path.trimmed();
     if (trimmed.isEmpty())
@@ -357,7 +307,7 @@ QString normalizedPath(const QString &path, const QString &homeDir)
     const QString absolute = expanded.startsWith(QLatin1Char('/'))
                                  ? expanded
                                  : QDir::current().absoluteFilePath(expanded);
-    return standardizedResolved(absolute);
+    return standardizedResolved(fileSystem, absolute);
 }
 
 std::optional<QString> repositoryKey(const std::optional<QString> &origin)
@@ -374,22 +324,24 @@ std::optional<QString> repositoryKey(const std::optional<QString> &origin)
     return withLowerCaseHost(value);
 }
 
-std::optional<QString> gitCommonDirectory(const QString &folder)
+std::optional<QString> gitCommonDirectory(const FileSystem &fileSystem, const QString &folder)
 {
-    const auto root = checkoutRoot(folder);
+    const auto root = checkoutRoot(fileSystem, folder);
     if (!root)
         return std::nullopt;
-    const auto directories = gitDirectoriesOf(*root);
+    const auto directories = gitDirectoriesOf(fileSystem, *root);
     if (!directories)
         return std::nullopt;
     return directories->commonDirectory;
 }
 
-bool isCodexScratchFolder(const QString &normalizedFolder, const QString &homeDir)
+bool isCodexScratchFolder(const FileSystem &fileSystem, const QString &normalizedFolder,
+                          const QString &homeDir)
 {
-    const QString home = normalizedPath(homeOf(homeDir));
+    const QString home = normalizedPath(fileSystem, homeOf(homeDir));
     const QString prefix =
-        normalizedPath(childOf(home, QStringLiteral("Documents/Codex"))) + QLatin1Char('/');
+        normalizedPath(fileSystem, childOf(home, QStringLiteral("Documents/Codex"))) +
+        QLatin1Char('/');
     if (!normalizedFolder.startsWith(prefix))
         return false;
     const QStringView below = QStringView(normalizedFolder).mid(prefix.size());
@@ -401,12 +353,14 @@ bool isCodexScratchFolder(const QString &normalizedFolder, const QString &homeDi
     return first.size() >= 12 && first[10] == QLatin1Char('-') && isDateComponent(first.left(10));
 }
 
-RackProjectIdentity makeProjectIdentity(const QString &path, const std::optional<QString> &origin,
+RackProjectIdentity makeProjectIdentity(const FileSystem &fileSystem, const QString &path,
+                                        const std::optional<QString> &origin,
                                         const QString &homeDir)
 {
-    const QString folder = normalizedPath(path, homeDir);
+    const QString folder = normalizedPath(fileSystem, path, homeDir);
     const auto key = repositoryKey(origin);
-    const auto commonDirectory = folder.isEmpty() ? std::nullopt : gitCommonDirectory(folder);
+    const auto commonDirectory =
+        folder.isEmpty() ? std::nullopt : gitCommonDirectory(fileSystem, folder);
 
     RackProjectIdentity identity;
     if (!folder.isEmpty()) {
@@ -422,7 +376,7 @@ RackProjectIdentity makeProjectIdentity(const QString &path, const std::optional
     } else if (commonDirectory) {
         identity.id = QStringLiteral("git-directory:") + *commonDirectory;
         identity.name = projectName(folder, *commonDirectory);
-    } else if (!folder.isEmpty() && !isCodexScratchFolder(folder, homeDir)) {
+    } else if (!folder.isEmpty() && !isCodexScratchFolder(fileSystem, folder, homeDir)) {
         identity.id = folder;
         identity.name = projectName(folder, {});
     } else {
@@ -436,11 +390,11 @@ RackProjectIdentity makeProjectIdentity(const QString &path, const std::optional
     return identity;
 }
 
-RackCheckoutMetadata probeCheckout(const QStringList &paths)
+RackCheckoutMetadata probeCheckout(const FileSystem &fileSystem, const QStringList &paths)
 {
     RackCheckoutMetadata lastUnknown;
     for (const QString &path : paths) {
-        RackCheckoutMetadata metadata = probeOne(path);
+        RackCheckoutMetadata metadata = probeOne(fileSystem, path);
         if (metadata.kind != RackCheckoutKind::unknown)
             return metadata;
         if (metadata.checkoutRootPath)

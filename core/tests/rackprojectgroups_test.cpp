@@ -1,4 +1,5 @@
 #include "core/rackprojectgroups.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "core/rackprojectidentity.h"
 #include "core/rackranking.h"
 
@@ -11,6 +12,8 @@
 #include <gtest/gtest.h>
 
 using namespace taskrack;
+
+static const LinuxFileSystem fileSystem;
 
 static void PrintTo(const QString &text, std::ostream *out)
 {
@@ -241,7 +244,7 @@ TEST(ProjectGroupsTest, RealCheckoutsWorktreesScratchFoldersAndAnArrivingOrigin)
     git({"commit", "-q", "--allow-empty", "-m", "initial"});
     git({"worktree", "add", "-q", worktree, "-b", "agent"});
     auto project = [&](const QString &folder, const std::optional<QString> &origin = std::nullopt) {
-        return makeProjectIdentity(folder, origin, home);
+        return makeProjectIdentity(fileSystem, folder, origin, home);
     };
 
     QList<RackThread> threads{

@@ -1,4 +1,5 @@
 #include "core/rackprojectidentity.h"
+#include "platform/linux/linuxfilesystem.h"
 
 #include <QDir>
 #include <QFile>
@@ -9,6 +10,8 @@
 #include <gtest/gtest.h>
 
 using namespace taskrack;
+
+static const LinuxFileSystem fileSystem;
 
 // Readable failure messages for paths.
 static void PrintTo(const QString &text, std::ostream *out)
@@ -136,16 +139,16 @@ TEST_F(GitWorkspace, NormalizedPathStandardisesExpandsAndResolves)
     ASSERT_TRUE(QDir().mkpath(root + "/real/inner"));
     ASSERT_TRUE(QFile::link(root + "/real", root + "/link"));
 
-    EXPECT_EQ(normalizedPath(""), "");
-    EXPECT_EQ(normalizedPath(" \n\t"), "");
-    EXPECT_EQ(normalizedPath(" " + root + "/link/inner/ \n"), root + "/real/inner");
-    EXPECT_EQ(normalizedPath(root + "/real/./inner/../inner//"), root + "/real/inner");
+    EXPECT_EQ(normalizedPath(fileSystem, ""), "");
+    EXPECT_EQ(normalizedPath(fileSystem, " \n\t"), "");
+    EXPECT_EQ(normalizedPath(fileSystem, " " + root + "/link/inner/ \n"), root + "/real/inner");
+    EXPECT_EQ(normalizedPath(fileSystem, root + "/real/./inner/../inner//"), root + "/real/inner");
     // A folder that is gone keeps its name below the deepest resolved ancestor.
-    EXPECT_EQ(normalizedPath(root + "/link/gone/deeper"), root + "/real/gone/deeper");
-    EXPECT_EQ(normalizedPath("~/x", root + "/link"), root + "/real/x");
-    EXPECT_EQ(normalizedPath("~", root + "/link"), root + "/real");
-    EXPECT_EQ(normalizedPath("/"), "/");
-    EXPECT_TRUE(normalizedPath("relative/folder").startsWith('/'));
+    EXPECT_EQ(normalizedPath(fileSystem, root + "/link/gone/deeper"), root + "/real/gone/deeper");
+    EXPECT_EQ(normalizedPath(fileSystem, "~/x", root + "/link"), root + "/real/x");
+    EXPECT_EQ(normalizedPath(fileSystem, "~", root + "/link"), root + "/real");
+    EXPECT_EQ(normalizedPath(fileSystem, "/"), "/");
+    EXPECT_TRUE(normalizedPath(fileSystem, "relative/folder").startsWith('/'));
 }
 
 TEST_F(GitWorkspace, ScratchFoldersAreDatedFoldersBelowTheCodexDocumentsFolder)
@@ -158,8 +161,8 @@ TEST_F(GitWorkspace, ScratchFoldersAreDatedFoldersBelowTheCodexDocumentsFolder)
         {"project/2025-03-04/x", false},
     };
     for (const auto &[below, scratch] : cases) {
-        const QString folder = normalizedPath(home + "/Documents/Codex/" + below);
-        EXPECT_EQ(isCodexScratchFolder(folder, home), scratch) << below;
+        const QString folder = normalizedPath(fileSystem, home + "/Documents/Codex/" + below);
+        EXPECT_EQ(isCodexScratchFolder(fileSystem, folder, home), scratch) << below;
     }
 }
 
@@ -171,20 +174,20 @@ TEST_F(GitWorkspace, PrimaryCheckoutAndLinkedWorktreeShareTheCommonDirectory)
     git(primary, {"worktree", "add", "-q", root + "/wt/feature", "-b", "feature"});
     ASSERT_TRUE(QDir().mkpath(primary + "/src/deep"));
 
-    const auto common = gitCommonDirectory(primary);
+    const auto common = gitCommonDirectory(fileSystem, primary);
     ASSERT_EQ(common, primary + "/.git");
-    EXPECT_EQ(gitCommonDirectory(root + "/wt/feature"), common);
-    EXPECT_EQ(gitCommonDirectory(primary + "/src/deep"), common);
-    EXPECT_EQ(gitCommonDirectory(root), std::nullopt);
-    EXPECT_EQ(gitCommonDirectory(""), std::nullopt);
+    EXPECT_EQ(gitCommonDirectory(fileSystem, root + "/wt/feature"), common);
+    EXPECT_EQ(gitCommonDirectory(fileSystem, primary + "/src/deep"), common);
+    EXPECT_EQ(gitCommonDirectory(fileSystem, root), std::nullopt);
+    EXPECT_EQ(gitCommonDirectory(fileSystem, ""), std::nullopt);
 
-    const auto primaryProbe = probeCheckout({primary + "/src/deep"});
+    const auto primaryProbe = probeCheckout(fileSystem, {primary + "/src/deep"});
     EXPECT_EQ(primaryProbe.kind, RackCheckoutKind::primaryCheckout);
     EXPECT_EQ(primaryProbe.checkoutRootPath, primary);
     EXPECT_EQ(primaryProbe.gitDirectoryPath, primary + "/.git");
     EXPECT_EQ(primaryProbe.commonDirectoryPath, primary + "/.git");
 
-    const auto worktreeProbe = probeCheckout({root + "/wt/feature"});
+    const auto worktreeProbe = probeCheckout(fileSystem, {root + "/wt/feature"});
     EXPECT_EQ(worktreeProbe.kind, RackCheckoutKind::linkedWorktree);
     EXPECT_EQ(worktreeProbe.checkoutRootPath, root + "/wt/feature");
     EXPECT_EQ(worktreeProbe.gitDirectoryPath, primary + "/.git/worktrees/feature");
@@ -198,25 +201,25 @@ TEST_F(GitWorkspace, SubmodulesAreRecognisedByGitdirAndByGitmodules)
     git(super, {"submodule", "add", "-q", library, "vendor/library"});
 
     // A modern submodule: ".git" is a file into the superproject's modules folder.
-    const auto modern = probeCheckout({super + "/vendor/library"});
+    const auto modern = probeCheckout(fileSystem, {super + "/vendor/library"});
     EXPECT_EQ(modern.kind, RackCheckoutKind::submodule);
     EXPECT_EQ(modern.checkoutRootPath, super + "/vendor/library");
     EXPECT_EQ(modern.gitDirectoryPath, super + "/.git/modules/vendor/library");
-    EXPECT_EQ(gitCommonDirectory(super + "/vendor/library"),
+    EXPECT_EQ(gitCommonDirectory(fileSystem, super + "/vendor/library"),
               super + "/.git/modules/vendor/library");
 
     // An old-style submodule keeps its own ".git" directory: only ".gitmodules" tells.
     git(super, {"clone", "-q", library, "third/old/"});
     writeFile(super + "/.gitmodules",
               "[submodule \"old\"]\n\tpath = third/old/\n\turl = ../library\n");
-    const auto classic = probeCheckout({super + "/third/old"});
+    const auto classic = probeCheckout(fileSystem, {super + "/third/old"});
     EXPECT_EQ(classic.kind, RackCheckoutKind::submodule);
     EXPECT_EQ(classic.gitDirectoryPath, super + "/third/old/.git");
 
     // A nested clone the superproject does not list is a checkout of its own.
     git(super, {"clone", "-q", library, "scratch/clone"});
-    EXPECT_EQ(probeCheckout({super + "/scratch/clone"}).kind, RackCheckoutKind::primaryCheckout);
-    EXPECT_EQ(probeCheckout({super}).kind, RackCheckoutKind::primaryCheckout);
+    EXPECT_EQ(probeCheckout(fileSystem, {super + "/scratch/clone"}).kind, RackCheckoutKind::primaryCheckout);
+    EXPECT_EQ(probeCheckout(fileSystem, {super}).kind, RackCheckoutKind::primaryCheckout);
 }
 
 TEST_F(GitWorkspace, MalformedGitFilesLeaveOnlyTheRoot)
@@ -231,13 +234,13 @@ TEST_F(GitWorkspace, MalformedGitFilesLeaveOnlyTheRoot)
 
     for (const QString &folder : {root + "/broken", root + "/huge", root + "/fifo"}) {
         SCOPED_TRACE(folder.toStdString());
-        EXPECT_EQ(gitCommonDirectory(folder), std::nullopt);
+        EXPECT_EQ(gitCommonDirectory(fileSystem, folder), std::nullopt);
         RackCheckoutMetadata expected;
         expected.checkoutRootPath = folder;
-        EXPECT_EQ(probeCheckout({folder}), expected);
+        EXPECT_EQ(probeCheckout(fileSystem, {folder}), expected);
 
         // The identity falls back to the folder itself.
-        const auto identity = makeProjectIdentity(folder, std::nullopt, home);
+        const auto identity = makeProjectIdentity(fileSystem, folder, std::nullopt, home);
         EXPECT_EQ(identity.id, folder);
         EXPECT_EQ(identity.aliases, QSet<QString>({folder, "path:" + folder}));
     }
@@ -248,25 +251,25 @@ TEST_F(GitWorkspace, SeparateGitDirectoryAndTheFirstDecisivePath)
     ASSERT_TRUE(QDir().mkpath(root + "/store"));
     git(root,
         {"init", "-q", "--separate-git-dir", root + "/store/separate.git", root + "/separate"});
-    const auto separate = probeCheckout({root + "/separate"});
+    const auto separate = probeCheckout(fileSystem, {root + "/separate"});
     EXPECT_EQ(separate.kind, RackCheckoutKind::separateGitDirectory);
     EXPECT_EQ(separate.gitDirectoryPath, root + "/store/separate.git");
     EXPECT_EQ(separate.commonDirectoryPath, root + "/store/separate.git");
-    EXPECT_EQ(gitCommonDirectory(root + "/separate"), root + "/store/separate.git");
+    EXPECT_EQ(gitCommonDirectory(fileSystem, root + "/separate"), root + "/store/separate.git");
 
     const QString primary = makeRepository("app");
     git(primary, {"worktree", "add", "-q", root + "/wt", "-b", "wt"});
     ASSERT_TRUE(QDir().mkpath(root + "/plain"));
     writeFile(root + "/broken/.git", "garbage");
 
-    EXPECT_EQ(probeCheckout({root + "/plain", root + "/wt", primary}).kind,
+    EXPECT_EQ(probeCheckout(fileSystem, {root + "/plain", root + "/wt", primary}).kind,
               RackCheckoutKind::linkedWorktree);
-    EXPECT_EQ(probeCheckout({primary, root + "/wt"}).kind, RackCheckoutKind::primaryCheckout);
+    EXPECT_EQ(probeCheckout(fileSystem, {primary, root + "/wt"}).kind, RackCheckoutKind::primaryCheckout);
 
-    const auto allUnknown = probeCheckout({root + "/broken", root + "/plain"});
+    const auto allUnknown = probeCheckout(fileSystem, {root + "/broken", root + "/plain"});
     EXPECT_EQ(allUnknown.kind, RackCheckoutKind::unknown);
     EXPECT_EQ(allUnknown.checkoutRootPath, root + "/broken");
-    EXPECT_EQ(probeCheckout({}), RackCheckoutMetadata{});
+    EXPECT_EQ(probeCheckout(fileSystem, {}), RackCheckoutMetadata{});
 }
 
 // --- Identities ------------------------------------------------------------------------------
@@ -276,14 +279,14 @@ TEST_F(GitWorkspace, SymlinkedFolderAndOriginSpellingsGiveOneIdentity)
     const QString primary = makeRepository("app");
     ASSERT_TRUE(QFile::link(primary, root + "/alias-of-app"));
 
-    const auto direct = makeProjectIdentity(primary, "https://GitHub.com/me/app.git", home);
+    const auto direct = makeProjectIdentity(fileSystem, primary, "https://GitHub.com/me/app.git", home);
     const auto viaLink =
-        makeProjectIdentity(root + "/alias-of-app/", "https://github.com/me/app/", home);
+        makeProjectIdentity(fileSystem, root + "/alias-of-app/", "https://github.com/me/app/", home);
     EXPECT_EQ(direct, viaLink);
     EXPECT_EQ(direct.id, "repository:https://github.com/me/app");
     EXPECT_EQ(direct.workspacePath, primary);
 
-    const auto ssh = makeProjectIdentity(primary, "git@github.com:me/app.git", home);
+    const auto ssh = makeProjectIdentity(fileSystem, primary, "git@github.com:me/app.git", home);
     EXPECT_NE(ssh.id, direct.id);
     // Both still meet through the git directory when they are grouped.
     EXPECT_TRUE(ssh.aliases.contains("git-directory:" + primary + "/.git"));
@@ -295,28 +298,28 @@ TEST_F(GitWorkspace, FallbacksFromRepositoryToChats)
     ASSERT_TRUE(QDir().mkpath(scratch));
     ASSERT_TRUE(QDir().mkpath(root + "/plain folder"));
 
-    const auto chats = makeProjectIdentity(scratch, std::nullopt, home);
+    const auto chats = makeProjectIdentity(fileSystem, scratch, std::nullopt, home);
     EXPECT_TRUE(chats.isChats());
     EXPECT_EQ(chats.workspacePath, "");
     EXPECT_EQ(chats.aliases, QSet<QString>({scratch, "path:" + scratch, "__chats__"}));
 
     // An origin, or a git repository, wins over the scratch rule.
-    const auto withOrigin = makeProjectIdentity(scratch, "https://example.org/x/tool.git", home);
+    const auto withOrigin = makeProjectIdentity(fileSystem, scratch, "https://example.org/x/tool.git", home);
     EXPECT_EQ(withOrigin.id, "repository:https://example.org/x/tool");
     EXPECT_EQ(withOrigin.name, "chat");
     git(scratch, {"init", "-q"});
-    EXPECT_EQ(makeProjectIdentity(scratch, std::nullopt, home).id,
+    EXPECT_EQ(makeProjectIdentity(fileSystem, scratch, std::nullopt, home).id,
               "git-directory:" + scratch + "/.git");
 
-    const auto plain = makeProjectIdentity(root + "/plain folder ", std::nullopt, home);
+    const auto plain = makeProjectIdentity(fileSystem, root + "/plain folder ", std::nullopt, home);
     EXPECT_EQ(plain.id, root + "/plain folder");
     EXPECT_EQ(plain.name, "plain folder");
 
     // Without a folder the key names the project.
-    const auto originOnly = makeProjectIdentity("", " git@host:team/service.git ", home);
+    const auto originOnly = makeProjectIdentity(fileSystem, "", " git@host:team/service.git ", home);
     EXPECT_EQ(originOnly.name, "service");
     EXPECT_EQ(originOnly.aliases, QSet<QString>({"repository:git@host:team/service"}));
-    EXPECT_EQ(makeProjectIdentity("  ", std::nullopt, home).aliases, QSet<QString>({"__chats__"}));
+    EXPECT_EQ(makeProjectIdentity(fileSystem, "  ", std::nullopt, home).aliases, QSet<QString>({"__chats__"}));
 
-    EXPECT_EQ(makeProjectIdentity("/", std::nullopt, home).name, "Project");
+    EXPECT_EQ(makeProjectIdentity(fileSystem, "/", std::nullopt, home).name, "Project");
 }

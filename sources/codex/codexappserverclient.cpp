@@ -737,8 +737,9 @@ QCoro::Task<QList<RackThread>> CodexAppServerClient::listThreads(int limit, std:
             if (workspace == workspaces.end())
                 workspace = workspaces.insert(
                     workspaceKey,
-                    {makeProjectIdentity(payload.cwd, origin, m_options.homeDirectory),
-                     probeCheckout({payload.cwd})});
+                    {makeProjectIdentity(*m_options.fileSystem, payload.cwd, origin,
+                                         m_options.homeDirectory),
+                     probeCheckout(*m_options.fileSystem, {payload.cwd})});
             RackThread thread = mapCodexThreadPayload(payload, workspace->first, workspace->second);
             const auto override = m_statusOverrides.constFind(payload.id);
             if (override != m_statusOverrides.constEnd()) {

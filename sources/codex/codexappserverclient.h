@@ -14,6 +14,7 @@
 
 #include "core/boundedchannel.h"
 #include "core/clock.h"
+#include "platform/filesystem.h"
 #include "sources/codex/codexappserverframe.h"
 #include "sources/codex/codexbinarylocator.h"
 #include "sources/codex/codexstatus.h"
@@ -54,6 +55,8 @@ struct CodexAppServerOptions
     Clock *clock = nullptr;
     // Where project identities look for the user's home; empty means the real one.
     QString homeDirectory;
+    // What project identities read checkouts through; must be given.
+    const FileSystem *fileSystem = nullptr;
     // What the server records as the client's version (it shows in its user agent).
     QString clientVersion = QStringLiteral("0.2.1");
 };

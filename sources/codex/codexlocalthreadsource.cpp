@@ -3,10 +3,10 @@
 namespace taskrack {
 
 CodexLocalThreadSource::CodexLocalThreadSource(const QString &codexHome, const QString &homeDir,
-                                               Clock &clock)
+                                               Clock &clock, const FileSystem &fileSystem)
     : m_clock(clock),
-      m_history(codexHome, homeDir),
-      m_overlay(SQLiteThreadSource::databasePathIn(codexHome), codexHome),
+      m_history(fileSystem, codexHome, homeDir),
+      m_overlay(fileSystem, SQLiteThreadSource::databasePathIn(codexHome), codexHome),
       m_executor(QStringLiteral("CodexLocalThreadSource"))
 {
 }

@@ -18,7 +18,8 @@ class CodexLocalThreadSource : public ThreadSource
 {
 public:
     // `codexHome`: $CODEX_HOME, else ~/.codex. `homeDir`: the user's home (empty: the real one).
-    CodexLocalThreadSource(const QString &codexHome, const QString &homeDir, Clock &clock);
+    CodexLocalThreadSource(const QString &codexHome, const QString &homeDir, Clock &clock,
+                           const FileSystem &fileSystem);
 
     QString sourceName() const override;
     QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override;

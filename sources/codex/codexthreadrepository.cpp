@@ -47,8 +47,8 @@ void appendUnique(QList<ThreadSourceFailure> &failures, const QList<ThreadSource
 class RolloutOverlayWorker : public CodexActivityOverlaying
 {
 public:
-    explicit RolloutOverlayWorker(const QString &codexHome)
-        : m_overlay(SQLiteThreadSource::databasePathIn(codexHome), codexHome),
+    RolloutOverlayWorker(const QString &codexHome, const FileSystem &fileSystem)
+        : m_overlay(fileSystem, SQLiteThreadSource::databasePathIn(codexHome), codexHome),
           m_executor(QStringLiteral("CodexRolloutOverlay"))
     {
     }
@@ -82,18 +82,21 @@ CodexThreadRepositoryError::CodexThreadRepositoryError(QString liveSourceMessage
 {
 }
 
-std::shared_ptr<CodexActivityOverlaying> CodexActivityOverlaying::forCodexHome(const QString &codexHome)
+std::shared_ptr<CodexActivityOverlaying>
+CodexActivityOverlaying::forCodexHome(const QString &codexHome, const FileSystem &fileSystem)
 {
-    return std::make_shared<RolloutOverlayWorker>(codexHome);
+    return std::make_shared<RolloutOverlayWorker>(codexHome, fileSystem);
 }
 
 std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(const QString &codexHome,
                                                                      const QString &homeDir,
-                                                                     Clock &clock)
+                                                                     Clock &clock,
+                                                                     const FileSystem &fileSystem)
 {
     CodexAppServerOptions options;
     options.clock = &clock;
     options.homeDirectory = homeDir;
+    options.fileSystem = &fileSystem;
     auto appServer = std::make_shared<CodexAppServerThreadSource>(
         std::make_unique<CodexAppServerClient>(std::move(options)));
     const QString database = SQLiteThreadSource::databasePathIn(codexHome);
@@ -101,8 +104,8 @@ std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(const QStri
     Parts parts;
     parts.liveSource = appServer;
     parts.appServerSource = appServer;
-    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(codexHome, homeDir);
-    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(codexHome);
+    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, codexHome, homeDir);
+    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(codexHome, fileSystem);
     auto watch = std::make_unique<InotifyFileWatch>();
     if (watch->isValid())
         parts.fileWatch = std::move(watch);

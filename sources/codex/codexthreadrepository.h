@@ -14,6 +14,7 @@
 #include "core/boundedchannel.h"
 #include "core/clock.h"
 #include "core/threadsource.h"
+#include "platform/filesystem.h"
 #include "platform/filewatch.h"
 #include "sources/codex/codexstatus.h"
 
@@ -53,7 +54,8 @@ public:
     virtual QCoro::Task<QStringList> watchedRollouts(QDateTime now) = 0;
 
     // The rollout overlay over `codexHome`'s state database, on its own worker thread.
-    static std::shared_ptr<CodexActivityOverlaying> forCodexHome(const QString &codexHome);
+    static std::shared_ptr<CodexActivityOverlaying> forCodexHome(const QString &codexHome,
+                                                                 const FileSystem &fileSystem);
 };
 
 class CodexThreadRepository : public std::enable_shared_from_this<CodexThreadRepository>,
@@ -86,7 +88,8 @@ public:
     // and rollouts under `codexHome`, inotify watching. `homeDir` is where project identities
     // look for the user's home (empty: the real one).
     static std::shared_ptr<CodexThreadRepository> create(const QString &codexHome,
-                                                         const QString &homeDir, Clock &clock);
+                                                         const QString &homeDir, Clock &clock,
+                                                         const FileSystem &fileSystem);
     static std::shared_ptr<CodexThreadRepository> create(Parts parts);
 
     explicit CodexThreadRepository(Parts parts);

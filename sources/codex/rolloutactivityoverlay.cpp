@@ -5,13 +5,9 @@
 #include <QDir>
 #include <QFileInfo>
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <fcntl.h>
 #include <limits>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 namespace taskrack {
@@ -20,12 +16,12 @@ namespace {
 
 // Standardised and with symbolic links resolved. A path that cannot be resolved (it does not
 // exist) keeps its standardised spelling; it fails the later attribute read anyway.
-QString resolvedPath(const QString &path)
+QString resolvedPath(const FileSystem &fileSystem, const QString &path)
 {
     if (path.isEmpty() || !QDir::isAbsolutePath(path))
         return {};
     const QString cleaned = QDir::cleanPath(path);
-    const QString canonical = QFileInfo(cleaned).canonicalFilePath();
+    const QString canonical = fileSystem.resolvedPath(cleaned);
     return canonical.isEmpty() ? cleaned : canonical;
 }
 
@@ -34,6 +30,8 @@ QString resolvedPath(const QString &path)
 class PathResolver
 {
 public:
+    explicit PathResolver(const FileSystem &fileSystem) : m_fileSystem(fileSystem) {}
+
     QString resolve(const QString &path)
     {
         if (path.isEmpty() || !QDir::isAbsolutePath(path))
@@ -41,20 +39,21 @@ public:
         const QString cleaned = QDir::cleanPath(path);
         const qsizetype slash = cleaned.lastIndexOf(QLatin1Char('/'));
         if (slash <= 0)
-            return resolvedPath(cleaned);
+            return resolvedPath(m_fileSystem, cleaned);
         const QString folder = cleaned.left(slash);
         auto known = m_folders.constFind(folder);
         if (known == m_folders.constEnd())
-            known = m_folders.insert(folder, QFileInfo(folder).canonicalFilePath());
-        struct stat attributes {};
-        if (known->isEmpty() || ::lstat(QFile::encodeName(cleaned).constData(), &attributes) != 0)
+            known = m_folders.insert(folder, m_fileSystem.resolvedPath(folder));
+        const auto attributes = m_fileSystem.stat(cleaned, FileSystem::Links::doNotFollow);
+        if (known->isEmpty() || !attributes)
             return cleaned; // does not exist: fails the attribute read later
-        if (S_ISLNK(attributes.st_mode))
-            return resolvedPath(cleaned);
+        if (attributes->kind == FileKind::symbolicLink)
+            return resolvedPath(m_fileSystem, cleaned);
         return *known + cleaned.mid(slash);
     }
 
 private:
+    const FileSystem &m_fileSystem;
     QHash<QString, QString> m_folders;
 };
 
@@ -73,46 +72,12 @@ QDateTime dateFromMs(qint64 ms)
     return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC);
 }
 
-class FileDescriptor
-{
-public:
-    explicit FileDescriptor(int fd) : m_fd(fd) {}
-    ~FileDescriptor()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    FileDescriptor(const FileDescriptor &) = delete;
-    FileDescriptor &operator=(const FileDescriptor &) = delete;
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
-
-// Reads up to `count` bytes at `offset`; fewer only at the end of the file. -1 on failure.
-qint64 readAt(int fd, char *buffer, qint64 count, qint64 offset)
-{
-    qint64 total = 0;
-    while (total < count) {
-        const ssize_t n = ::pread(fd, buffer + total, size_t(count - total), off_t(offset + total));
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return -1;
-        }
-        if (n == 0)
-            break;
-        total += n;
-    }
-    return total;
-}
-
 void feedLine(RolloutLifecycleAccumulator &accumulator, QByteArrayView line)
 {
     if (const auto event = classifyRolloutLine(line))
         accumulator.feed(*event);
 }
+
 
 } // namespace
 
@@ -122,13 +87,14 @@ qint64 RolloutActivityOverlay::FileState::modificationMs() const
     return modificationNs >= 0 ? modificationNs / 1'000'000 : -((-modificationNs + 999'999) / 1'000'000);
 }
 
-RolloutActivityOverlay::RolloutActivityOverlay(const QString &databasePath,
+RolloutActivityOverlay::RolloutActivityOverlay(const FileSystem &fileSystem,
+                                               const QString &databasePath,
                                                const QString &allowedRoot)
-    : m_databasePath(databasePath)
+    : m_fileSystem(fileSystem), m_databasePath(databasePath)
 {
     const QString root = allowedRoot.isEmpty() ? QFileInfo(databasePath).absolutePath()
                                                : allowedRoot;
-    m_allowedRoot = resolvedPath(QDir(root).absolutePath());
+    m_allowedRoot = resolvedPath(m_fileSystem, QDir(root).absolutePath());
 }
 
 void RolloutActivityOverlay::countBytes(qint64 count)
@@ -210,7 +176,7 @@ ThreadCollection RolloutActivityOverlay::apply(const ThreadCollection &collectio
     // What left the window of candidates, or moved, is forgotten.
     QHash<QString, QString> resolvedByID;
     QSet<QString> livePaths;
-    PathResolver resolver;
+    PathResolver resolver(m_fileSystem);
     for (auto it = records.cbegin(); it != records.cend(); ++it) {
         const QString path = resolver.resolve(it->path);
         resolvedByID.insert(it.key(), path);
@@ -260,16 +226,14 @@ RolloutActivityOverlay::activityStatus(const QString &path,
     if (!isInsideRoot(path))
         return std::nullopt;
 
-    struct stat attributes {};
-    if (::stat(QFile::encodeName(path).constData(), &attributes) != 0
-        || !S_ISREG(attributes.st_mode))
+    const auto attributes = m_fileSystem.stat(path);
+    if (!attributes || !attributes->isRegular())
         return std::nullopt;
     FileState seen;
-    seen.device = quint64(attributes.st_dev);
-    seen.inode = quint64(attributes.st_ino);
-    seen.size = qint64(attributes.st_size);
-    seen.modificationNs = qint64(attributes.st_mtim.tv_sec) * 1'000'000'000
-                          + attributes.st_mtim.tv_nsec;
+    seen.device = attributes->device;
+    seen.inode = attributes->inode;
+    seen.size = attributes->size;
+    seen.modificationNs = attributes->modificationNs;
 
     const auto cached = m_activityCache.constFind(path);
     if (cached != m_activityCache.constEnd() && cached->size == seen.size
@@ -342,17 +306,14 @@ RolloutActivityOverlay::activityStatus(const QString &path,
 std::optional<RolloutLifecycleAccumulator>
 RolloutActivityOverlay::lifecycleSnapshot(const QString &path, const FileState &seen, bool isFresh)
 {
-    const FileDescriptor file(
-        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY
-                                                        | O_NONBLOCK));
-    if (file.get() < 0)
+    auto opened = m_fileSystem.openForReading(path, m_allowedRoot);
+    if (!opened)
         return std::nullopt;
+    ReadableFile &file = **opened;
     // The handle must be the file whose attributes were judged, not one swapped in since.
-    struct stat attributes {};
-    if (::fstat(file.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode)
-        || quint64(attributes.st_dev) != seen.device || quint64(attributes.st_ino) != seen.inode)
+    if (file.attributes().device != seen.device || file.attributes().inode != seen.inode)
         return std::nullopt;
-    const qint64 size = qint64(attributes.st_size);
+    const qint64 size = file.attributes().size;
 
     ParsedRollout entry;
     const auto known = m_parsedRollouts.constFind(path);
@@ -367,7 +328,7 @@ RolloutActivityOverlay::lifecycleSnapshot(const QString &path, const FileState &
         entry.device = seen.device;
         entry.inode = seen.inode;
         entry.modificationNs = seen.modificationNs;
-        if (const auto tail = tailScan(file.get(), size)) {
+        if (const auto tail = tailScan(file, size)) {
             if (tail->accumulator.latestStartMs)
                 entry.accumulator.feed(
                     {RolloutLifecycleKind::taskStarted, tail->accumulator.latestStartMs});
@@ -381,17 +342,17 @@ RolloutActivityOverlay::lifecycleSnapshot(const QString &path, const FileState &
 
     qint64 budget = maximumLifecycleScanBytes;
     bool skipped = false;
-    std::vector<char> chunk;
     while (entry.offset < size) {
         const qint64 want = std::min({lifecycleScanChunkBytes, size - entry.offset, budget});
         if (want <= 0) {
             skipped = true;
             break;
         }
-        chunk.resize(size_t(want));
-        const qint64 got = readAt(file.get(), chunk.data(), want, entry.offset);
-        if (got < 0)
+        const auto read = file.readAt(entry.offset, want);
+        if (!read)
             return std::nullopt;
+        const QByteArray &chunk = *read;
+        const qint64 got = chunk.size();
         if (got == 0) {
             skipped = true;
             break;
@@ -443,17 +404,17 @@ RolloutActivityOverlay::lifecycleSnapshot(const QString &path, const FileState &
     return result;
 }
 
-std::optional<RolloutActivityOverlay::TailScan> RolloutActivityOverlay::tailScan(int fd, qint64 size)
+std::optional<RolloutActivityOverlay::TailScan> RolloutActivityOverlay::tailScan(ReadableFile &file,
+                                                                                qint64 size)
 {
     const qint64 start = size >= maximumTailBytes ? size - maximumTailBytes : 0;
-    QByteArray data(size - start, Qt::Uninitialized);
-    if (data.isEmpty())
+    if (size - start <= 0)
         return std::nullopt;
-    const qint64 got = readAt(fd, data.data(), data.size(), start);
-    if (got <= 0)
+    const auto read = file.readAt(start, size - start);
+    if (!read || read->isEmpty())
         return std::nullopt;
-    countBytes(got);
-    data.truncate(got);
+    const QByteArray &data = *read;
+    countBytes(data.size());
 
     QByteArrayView window(data);
     if (size > maximumTailBytes) {
@@ -480,7 +441,7 @@ std::optional<RolloutActivityOverlay::TailScan> RolloutActivityOverlay::tailScan
     if (!scan.accumulator.latestEvent)
         return std::nullopt;
     // What follows the last newline is picked up by the forward read.
-    scan.resumeOffset = start + got - trailingBytes;
+    scan.resumeOffset = start + data.size() - trailingBytes;
     return scan;
 }
 

@@ -10,6 +10,7 @@
 // (its own executor).
 
 #include "core/threadcollection.h"
+#include "platform/filesystem.h"
 #include "sources/codex/rolloutline.h"
 
 #include <QByteArray>
@@ -39,7 +40,8 @@ public:
 
     // `databasePath` is Codex's state database; rollouts must lie inside `allowedRoot` (default:
     // the database's folder), both judged after symbolic links are resolved.
-    explicit RolloutActivityOverlay(const QString &databasePath, const QString &allowedRoot = {});
+    RolloutActivityOverlay(const FileSystem &fileSystem, const QString &databasePath,
+                           const QString &allowedRoot = {});
 
     // The collection with candidate threads' status, updatedAt and recencyAt taken from their
     // rollouts. Throws SQLiteThreadSourceError when the state database fails.
@@ -105,10 +107,11 @@ private:
     std::optional<RolloutLifecycleAccumulator> lifecycleSnapshot(const QString &path,
                                                                  const FileState &seen,
                                                                  bool isFresh);
-    std::optional<TailScan> tailScan(int fd, qint64 size);
+    std::optional<TailScan> tailScan(ReadableFile &file, qint64 size);
     bool isInsideRoot(const QString &path) const;
     void countBytes(qint64 count);
 
+    const FileSystem &m_fileSystem;
     QString m_databasePath;
     QString m_allowedRoot;
     QHash<QString, ParsedRollout> m_parsedRollouts;

@@ -38,8 +38,9 @@ QDateTime dateFromSeconds(double seconds)
 
 } // namespace
 
-SQLiteThreadSource::SQLiteThreadSource(const QString &codexHome, const QString &homeDir)
-    : m_databasePath(databasePathIn(codexHome)),
+SQLiteThreadSource::SQLiteThreadSource(const FileSystem &fileSystem, const QString &codexHome,
+                                       const QString &homeDir)
+    : m_fileSystem(fileSystem), m_databasePath(databasePathIn(codexHome)),
       m_homeDir(homeDir),
       m_executor(QStringLiteral("SQLiteThreadSource"))
 {
@@ -124,7 +125,7 @@ ThreadCollection SQLiteThreadSource::readThreads(int limit, const std::stop_toke
         if (identity == identities.constEnd()) {
             identity = identities.insert(
                 identityKey,
-                makeProjectIdentity(thread.workspacePath,
+                makeProjectIdentity(m_fileSystem, thread.workspacePath,
                                     origin.isEmpty() ? std::nullopt : std::optional(origin),
                                     m_homeDir));
         }
@@ -132,7 +133,7 @@ ThreadCollection SQLiteThreadSource::readThreads(int limit, const std::stop_toke
 
         auto checkout = checkouts.constFind(thread.workspacePath);
         if (checkout == checkouts.constEnd())
-            checkout = checkouts.insert(thread.workspacePath, probeCheckout({thread.workspacePath}));
+            checkout = checkouts.insert(thread.workspacePath, probeCheckout(m_fileSystem, {thread.workspacePath}));
         thread.checkoutMetadata = *checkout;
 
         collection.threads.append(std::move(thread));

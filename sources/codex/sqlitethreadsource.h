@@ -5,6 +5,7 @@
 
 #include "core/serialexecutor.h"
 #include "core/threadsource.h"
+#include "platform/filesystem.h"
 
 #include <QSet>
 
@@ -15,7 +16,8 @@ class SQLiteThreadSource : public ThreadSource
 public:
     // `codexHome` is Codex's own folder ($CODEX_HOME, else ~/.codex). `homeDir` is the user's
     // home the project identities are judged against (empty: the real one).
-    explicit SQLiteThreadSource(const QString &codexHome, const QString &homeDir = {});
+    SQLiteThreadSource(const FileSystem &fileSystem, const QString &codexHome,
+                       const QString &homeDir = {});
 
     static QString databasePathIn(const QString &codexHome);
     static inline const QString description = QStringLiteral("Local Codex history (read-only)");
@@ -34,6 +36,7 @@ public:
     static QByteArray listingQuery(const QSet<QString> &columns);
 
 private:
+    const FileSystem &m_fileSystem;
     QString m_databasePath;
     QString m_homeDir;
     SerialExecutor m_executor;

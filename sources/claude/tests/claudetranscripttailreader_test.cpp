@@ -1,4 +1,6 @@
 #include "sources/claude/claudetranscripttailreader.h"
+#include "platform/linux/linuxfilesystem.h"
+#include "testing/virtualfilesystem.h"
 
 #include <QDir>
 #include <QFile>
@@ -95,7 +97,8 @@ protected:
 
     QTemporaryDir temp;
     QString root;
-    ClaudeTranscriptTailReader reader{temp.path() + "/projects"};
+    LinuxFileSystem fileSystem;
+    ClaudeTranscriptTailReader reader{fileSystem, temp.path() + "/projects"};
 };
 
 TEST_F(TranscriptReaderTest, NewestMeaningfulLineDecidesAndOnlyAPromptGivesRecency)
@@ -253,16 +256,6 @@ TEST_F(TranscriptReaderTest, UnchangedFingerprintReadsNothingAndReplacementIsNot
     EXPECT_EQ(reader.counters().filesOpened.load(), opened + 1);
 }
 
-TEST_F(TranscriptReaderTest, LinksOutsideTheRootAreNotFollowed)
-{
-    QFile outside(temp.path() + "/outside.jsonl");
-    ASSERT_TRUE(outside.open(QIODevice::WriteOnly));
-    outside.write(lines({assistant(baseTime)}));
-    outside.close();
-    ASSERT_TRUE(QFile::link(outside.fileName(), root + "/-work-app/linked.jsonl"));
-    EXPECT_FALSE(observe("linked", baseTime.addSecs(1)));
-}
-
 TEST(TranscriptTailParseTest, TitleLinesAnywhereInTheWindow)
 {
     const QByteArray data = R"({"type":"summary","summary":"Old summary"})"
@@ -275,6 +268,35 @@ TEST(TranscriptTailParseTest, TitleLinesAnywhereInTheWindow)
     EXPECT_EQ(state.customTitle, QStringLiteral("Renamed"));
     EXPECT_EQ(state.summary, QStringLiteral("Old summary"));
     EXPECT_FALSE(state.lifecycle);
+}
+
+} // namespace
+
+namespace {
+
+// One rule for links in the provider's folder: the folder itself may be a link (dotfile
+// managers), anything below it is followed only while it stays inside; a folder that cannot be
+// read is counted, not mistaken for an empty one.
+TEST(ClaudeTranscriptIndexTest, FollowsLinksOnlyInsideTheRootAndCountsUnreadableFolders)
+{
+    taskrack::testing::VirtualFileSystem files;
+    const QString real = "/home/ada/dotfiles/claude/projects";
+    const QString a = "0a5d1c9e-1111-4b7e-9d3c-5f2a8e7b6c41";
+    const QString b = "0a5d1c9e-2222-4b7e-9d3c-5f2a8e7b6c41";
+    const QString c = "0a5d1c9e-3333-4b7e-9d3c-5f2a8e7b6c41";
+    files.addFile(real + "/-work-a/" + a + ".jsonl", "{}\n");
+    files.addFile(real + "/-work-shared/" + b + ".jsonl", "{}\n");
+    files.addFile("/srv/elsewhere/" + c + ".jsonl", "{}\n");
+    files.addLink("/home/ada/.claude", "dotfiles/claude");
+    files.addLink(real + "/-work-b", "-work-shared");
+    files.addLink(real + "/-work-c", "/srv/elsewhere");
+    files.addFolder(real + "/-work-locked", 0000);
+
+    ClaudeTranscriptTailReader reader(files, "/home/ada/.claude/projects");
+    const auto now = QDateTime::fromMSecsSinceEpoch(files.attributesOf(real)->modificationMs());
+    const auto indexed = reader.index(nullptr, now);
+    EXPECT_EQ(QSet<QString>(indexed.keyBegin(), indexed.keyEnd()), (QSet<QString>{a, b}));
+    EXPECT_EQ(reader.unreadableFolders(), 1);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "sources/codex/codexappserverclient.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/codex/codexappserverthreadsource.h"
 #include "testing/fakeclock.h"
 #include "testing/testsupport.h"
@@ -97,6 +98,7 @@ protected:
                 << "pid " << pid << " left behind";
     }
 
+    LinuxFileSystem fileSystem;
     CodexAppServerClient::Options options(const QJsonObject &methods, const QStringList &flags = {})
     {
         QFile script(dir.filePath("script.json"));
@@ -116,6 +118,7 @@ protected:
         CodexAppServerClient::Options result;
         result.binaryLocator.candidates = {wrapper};
         result.clock = &clock;
+        result.fileSystem = &fileSystem;
         return result;
     }
 

@@ -3,6 +3,7 @@
 // Skipped when the CLI cannot be installed, unless CI is set, where that is a failure.
 
 #include "sources/codex/codexappserverclient.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "testing/testsupport.h"
 
 #include <QDir>
@@ -134,11 +135,13 @@ protected:
             value.isNull() ? qunsetenv(name) : qputenv(name, value);
     }
 
+    LinuxFileSystem fileSystem;
     std::unique_ptr<CodexAppServerClient> makeClient()
     {
         CodexAppServerClient::Options options;
         options.binaryLocator.candidates = {codex};
         options.homeDirectory = home;
+        options.fileSystem = &fileSystem;
         return std::make_unique<CodexAppServerClient>(options);
     }
 

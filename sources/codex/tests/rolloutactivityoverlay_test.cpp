@@ -1,4 +1,5 @@
 #include "sources/codex/rolloutactivityoverlay.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/codex/sqlitethreadsource.h"
 #include "sources/codex/sqlitethreadsourceerror.h"
 #include "statedatabasefixture.h"
@@ -10,6 +11,8 @@
 #include <sys/stat.h>
 
 using namespace taskrack;
+
+static const LinuxFileSystem fileSystem;
 namespace fixture = taskrack::testing;
 
 namespace {
@@ -87,7 +90,7 @@ protected:
         database = std::make_unique<fixture::StateDatabase>(
             SQLiteThreadSource::databasePathIn(home()), fixture::currentThreadsSchema);
         overlay = std::make_unique<RolloutActivityOverlay>(
-            SQLiteThreadSource::databasePathIn(home()));
+            fileSystem, SQLiteThreadSource::databasePathIn(home()));
     }
 
     QString home() const { return dir.path(); }
@@ -526,7 +529,7 @@ TEST_F(RolloutActivityOverlayTest, AFailingStateDatabaseIsThrownButWithoutCandid
     EXPECT_EQ(pass({}).sourceDescription, "Local Codex history (read-only) + local activity");
     EXPECT_TRUE(overlay->watchedRollouts(now).isEmpty());
 
-    RolloutActivityOverlay broken(dir.filePath("missing/state_5.sqlite"));
+    RolloutActivityOverlay broken(fileSystem, dir.filePath("missing/state_5.sqlite"));
     ThreadCollection collection;
     collection.threads = {thread("t")};
     EXPECT_THROW(broken.apply(collection, now), SQLiteThreadSourceError);

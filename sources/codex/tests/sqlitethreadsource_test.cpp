@@ -1,4 +1,5 @@
 #include "core/rackprojectidentity.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/codex/sqlitethreadsource.h"
 #include "sources/codex/sqlitethreadsourceerror.h"
 #include "statedatabasefixture.h"
@@ -10,6 +11,8 @@
 #include <unistd.h>
 
 using namespace taskrack;
+
+static const LinuxFileSystem fileSystem;
 namespace fixture = taskrack::testing;
 using fixture::StateDatabase;
 
@@ -73,7 +76,7 @@ TEST_F(SQLiteThreadSourceTest, MapsARealisticRowIntoARecentCodexThread)
                    {"git_origin_url", " https://git.example.invalid/acme/widgets.git \n"},
                    {"updated_at_ms", qint64(1795377353005)}}));
 
-    const ThreadCollection collection = SQLiteThreadSource(codexHome()).readThreads(400);
+    const ThreadCollection collection = SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
     ASSERT_EQ(collection.threads.size(), 1);
     EXPECT_EQ(collection.sourceDescription, "Local Codex history (read-only)");
     EXPECT_FALSE(collection.isLive);
@@ -92,8 +95,8 @@ TEST_F(SQLiteThreadSourceTest, MapsARealisticRowIntoARecentCodexThread)
     EXPECT_EQ(thread.updatedAt.toMSecsSinceEpoch(), 1795377353005);
     EXPECT_EQ(thread.recencyAt.toMSecsSinceEpoch(), 1795377352677);
     EXPECT_EQ(thread.projectIdentity,
-              makeProjectIdentity(dir.path(), QStringLiteral("https://git.example.invalid/acme/widgets.git")));
-    EXPECT_EQ(thread.checkoutMetadata, probeCheckout({dir.path()}));
+              makeProjectIdentity(fileSystem, dir.path(), QStringLiteral("https://git.example.invalid/acme/widgets.git")));
+    EXPECT_EQ(thread.checkoutMetadata, probeCheckout(fileSystem, {dir.path()}));
     EXPECT_FALSE(thread.codexDesktopIdentity);
     EXPECT_FALSE(thread.isProviderFocused);
 }
@@ -108,7 +111,7 @@ TEST_F(SQLiteThreadSourceTest, OrdersByRecencyAndTitlesPreferANameThenAPlacehold
     db.insert(row("d", 0, {{"updated_at", 4}, {"updated_at_ms", 4000}, {"name", QVariant()},
                            {"title", QVariant()}}));
 
-    const ThreadCollection collection = SQLiteThreadSource(codexHome()).readThreads(400);
+    const ThreadCollection collection = SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
     EXPECT_EQ(idsOf(collection), QStringList({"a", "d", "c", "b"})) << "ties: descending id";
     QStringList titles;
     for (const RackThread &thread : collection.threads)
@@ -130,7 +133,7 @@ TEST_F(SQLiteThreadSourceTest, HidesArchivedSubagentAndSourcelessRows)
     db.insert(row("null-source", 4000, {{"source", QVariant()}}));
     db.insert(row("empty-source", 3000, {{"source", ""}}));
 
-    const ThreadCollection collection = SQLiteThreadSource(codexHome()).readThreads(400);
+    const ThreadCollection collection = SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
     EXPECT_EQ(idsOf(collection), QStringList({"kept", "app-server", "empty-source"}));
     EXPECT_EQ(collection.threads.last().source, "Codex");
 }
@@ -144,12 +147,12 @@ TEST_F(SQLiteThreadSourceTest, LimitIsClampedAndANonPositiveLimitTouchesNothing)
             db.insert(row(QString::number(i).rightJustified(4, '0'), 1000 + i));
         db.exec("COMMIT");
     }
-    const SQLiteThreadSource source(codexHome());
+    const SQLiteThreadSource source(fileSystem, codexHome());
     EXPECT_EQ(source.readThreads(10'000).threads.size(), 400);
     EXPECT_EQ(source.readThreads(3).threads.size(), 3);
 
     // No file at all: a limit below 1 must not even try to open it.
-    const SQLiteThreadSource missing(dir.filePath("nowhere"));
+    const SQLiteThreadSource missing(fileSystem, dir.filePath("nowhere"));
     for (int limit : {0, -5}) {
         const ThreadCollection empty = missing.readThreads(limit);
         EXPECT_TRUE(empty.threads.isEmpty());
@@ -192,7 +195,7 @@ TEST_F(SQLiteThreadSourceTest, AdaptsToTheColumnsOfEachSchemaGeneration)
         QFile::remove(databasePath());
         StateDatabase db(databasePath(), c.schema);
         db.insert(c.row);
-        const ThreadCollection collection = SQLiteThreadSource(codexHome()).readThreads(400);
+        const ThreadCollection collection = SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
         ASSERT_EQ(collection.threads.size(), 1);
         const RackThread &thread = collection.threads.first();
         EXPECT_EQ(thread.preview, c.expectedPreview);
@@ -218,7 +221,7 @@ TEST_P(SQLiteThreadSourceFailureTest, ThrowsTheMatchingErrorWithSQLitesMessage)
 {
     GetParam().prepare(databasePath());
     try {
-        SQLiteThreadSource(codexHome()).readThreads(400);
+        SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
         FAIL() << "expected an error";
     } catch (const SQLiteThreadSourceError &error) {
         EXPECT_EQ(error.kind(), GetParam().kind);
@@ -268,7 +271,7 @@ TEST_F(SQLiteThreadSourceTest, ReadsRowsThatOnlyExistInTheWriteAheadLog)
     writer.insert(row("fresh", 5000));
     ASSERT_TRUE(QFileInfo(databasePath() + "-wal").size() > 0);
 
-    EXPECT_EQ(idsOf(SQLiteThreadSource(codexHome()).readThreads(400)), QStringList({"fresh"}));
+    EXPECT_EQ(idsOf(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400)), QStringList({"fresh"}));
 }
 
 TEST_F(SQLiteThreadSourceTest, WalDatabaseWithoutItsSideFilesInAReadOnlyFolderIsAnError)
@@ -286,7 +289,7 @@ TEST_F(SQLiteThreadSourceTest, WalDatabaseWithoutItsSideFilesInAReadOnlyFolderIs
         QFile::setPermissions(dir.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner
                                               | QFileDevice::ExeOwner);
     });
-    EXPECT_THROW(SQLiteThreadSource(codexHome()).readThreads(400), SQLiteThreadSourceError);
+    EXPECT_THROW(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400), SQLiteThreadSourceError);
 }
 
 TEST_F(SQLiteThreadSourceTest, OpensFoldersWhoseNamesNeedEscapingInAURI)
@@ -297,7 +300,7 @@ TEST_F(SQLiteThreadSourceTest, OpensFoldersWhoseNamesNeedEscapingInAURI)
         StateDatabase db(SQLiteThreadSource::databasePathIn(home), fixture::currentThreadsSchema);
         db.insert(row("odd", 5000));
     }
-    EXPECT_EQ(idsOf(SQLiteThreadSource(home).readThreads(400)), QStringList({"odd"}));
+    EXPECT_EQ(idsOf(SQLiteThreadSource(fileSystem, home).readThreads(400)), QStringList({"odd"}));
     // Nothing was created beside the real file under a mangled name.
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
               QStringList({"odd name #1 ?x=%20 ü"}));
@@ -309,7 +312,7 @@ TEST_F(SQLiteThreadSourceTest, FetchRunsOnItsExecutorAndHonoursCancellation)
         StateDatabase db(databasePath(), fixture::currentThreadsSchema);
         db.insert(row("a", 5000));
     }
-    SQLiteThreadSource source(codexHome());
+    SQLiteThreadSource source(fileSystem, codexHome());
     EXPECT_EQ(source.sourceName(), "SQLiteThreadSource");
     const ThreadCollection collection = taskrack::testing::await(source.fetchThreads(400, {}));
     EXPECT_EQ(idsOf(collection), QStringList({"a"}));
@@ -325,7 +328,7 @@ TEST_F(SQLiteThreadSourceTest, FetchRunsOnItsExecutorAndHonoursCancellation)
                  OperationCancelled);
 
     // A total failure comes back as a person-readable error, not a crash of the worker.
-    SQLiteThreadSource missing(dir.filePath("nowhere"));
+    SQLiteThreadSource missing(fileSystem, dir.filePath("nowhere"));
     EXPECT_THROW(taskrack::testing::await(missing.fetchThreads(400, {})), SQLiteThreadSourceError);
 }
 
