@@ -4,6 +4,8 @@
 #include "sources/codex/codexappserverclient_p.h"
 #include "sources/codex/codexappserverpayload.h"
 
+#include "platform/childprocessgroups.h"
+
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QLoggingCategory>
@@ -13,6 +15,9 @@
 #include <deque>
 #include <signal.h>
 #include <unistd.h>
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
 
 namespace taskrack {
 
@@ -270,7 +275,13 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
     process->setStandardErrorFile(QProcess::nullDevice());
     // Its own process group: retirement then reaches the npm launcher and the real binary it
     // runs alike, and a terminal's Ctrl-C does not hit the child before we can end it.
-    process->setChildProcessModifier([] { ::setpgid(0, 0); });
+    process->setChildProcessModifier([] {
+        ::setpgid(0, 0);
+#ifdef __linux__
+        // Even a Taskrack killed outright takes its child along.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+#endif
+    });
     connect(process, &QProcess::readyReadStandardOutput, this,
             [this, identifier, process] { onReadable(identifier, process); });
     connect(process, &QProcess::readChannelFinished, this,
@@ -285,6 +296,11 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
         throw CodexAppServerError::launchFailed(text);
     }
     qCInfo(lcAppServer, "app-server spawned in %lldms", qint64(sinceSpawn.elapsed()));
+    // Remembered until reaped, so that every way out of Taskrack can end the group.
+    const pid_t leader = pid_t(process->processId());
+    ChildProcessGroups::add(leader);
+    connect(process, &QProcess::finished, process, [leader] { ChildProcessGroups::remove(leader); });
+    connect(process, &QObject::destroyed, [leader] { ChildProcessGroups::remove(leader); });
 
     connection->process = process;
     if (m_connection)
