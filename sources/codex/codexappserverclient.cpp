@@ -223,6 +223,8 @@ QCoro::Task<void> CodexAppServerClient::ensureConnected(std::stop_token stop)
     }
     // Concurrent callers share one connect; nothing reconnects until somebody asks.
     std::shared_ptr<Signal> connecting = m_connecting;
+    if (!connecting && m_connectFailure && clock().uptime() < m_connectRetryAt)
+        std::rethrow_exception(m_connectFailure);
     if (!connecting) {
         connecting = Signal::create();
         m_connecting = connecting;
@@ -245,8 +247,10 @@ QCoro::Task<void> CodexAppServerClient::runConnect(std::shared_ptr<Signal> done,
     } catch (...) {
         error = std::current_exception();
     }
-    if (self && self->m_connecting == done)
+    if (self && self->m_connecting == done) {
         self->m_connecting.reset();
+        self->noteConnectOutcome(error);
+    }
     if (error)
         done->fail(error);
     else
@@ -333,6 +337,30 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
     }
     qCInfo(lcAppServer, "app-server initialize answered in %lldms", qint64(sinceSpawn.elapsed()));
     m_connection->isInitialized = true;
+}
+
+void CodexAppServerClient::noteConnectOutcome(std::exception_ptr error)
+{
+    bool backOff = false;
+    try {
+        if (error)
+            std::rethrow_exception(error);
+    } catch (const CodexAppServerError &failure) {
+        // A missing binary costs no child: the next request may find one just installed.
+        backOff = failure.kind() != CodexAppServerError::Kind::binaryNotFound;
+    } catch (...) {
+    }
+    if (!backOff) {
+        m_connectFailure = nullptr;
+        m_currentConnectBackoff = std::chrono::milliseconds(0);
+        return;
+    }
+    m_currentConnectBackoff =
+        m_currentConnectBackoff.count() == 0
+            ? m_options.connectBackoff
+            : std::min(m_currentConnectBackoff * 2, m_options.maximumConnectBackoff);
+    m_connectFailure = error;
+    m_connectRetryAt = clock().uptime() + double(m_currentConnectBackoff.count()) / 1000.0;
 }
 
 void CodexAppServerClient::cancelConnecting()
@@ -668,6 +696,9 @@ void CodexAppServerClient::resume()
 {
     if (!m_isShutdown)
         m_isSuspended = false;
+    // After a sleep the next request may try at once.
+    m_connectFailure = nullptr;
+    m_currentConnectBackoff = std::chrono::milliseconds(0);
 }
 
 QCoro::Task<bool> CodexAppServerClient::shutdown()
