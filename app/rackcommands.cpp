@@ -19,9 +19,9 @@ namespace {
 QString render(const RackStore &store, bool json, bool compact)
 {
     if (json)
-        return QString::fromUtf8(QJsonDocument(rackToJson(store))
-                                     .toJson(compact ? QJsonDocument::Compact
-                                                     : QJsonDocument::Indented));
+        return QString::fromUtf8(
+            QJsonDocument(rackToJson(store))
+                .toJson(compact ? QJsonDocument::Compact : QJsonDocument::Indented));
     return rackTable(store, SystemClock::shared().now());
 }
 
@@ -47,8 +47,9 @@ public:
     {
         m_runtime.store().setOrganizationMode(line.mode);
         // A refresh in flight ends at once; the command then shuts down in order.
-        m_connection = QObject::connect(&termination, &TerminationSignals::terminationRequested,
-                                        &m_runtime, [this] { m_runtime.store().cancelRefreshes(); });
+        m_connection =
+            QObject::connect(&termination, &TerminationSignals::terminationRequested, &m_runtime,
+                             [this] { m_runtime.store().cancelRefreshes(); });
     }
     ~CommandSession() { QObject::disconnect(m_connection); }
 
@@ -152,7 +153,8 @@ QCoro::Task<int> runWatchCommand(CommandLine line, TerminationSignals &terminati
 
 QCoro::Task<int> runOpenCommand(CommandLine line, TerminationSignals &termination)
 {
-    if (!hasOneArgument(line, QStringLiteral("open needs exactly one task id (see taskrack list).")))
+    if (!hasOneArgument(line,
+                        QStringLiteral("open needs exactly one task id (see taskrack list).")))
         co_return 2;
     CommandSession session(line, termination);
     int exitCode = 0;

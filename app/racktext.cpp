@@ -75,6 +75,9 @@ QString rackTable(const RackStore &store, const QDateTime &now)
                .arg(rawValue(store.dataState()), store.sourceDescription())
                .arg(shown);
     for (const ThreadSourceFailure &failure : store.sourceFailures()) {
+        // A known condition of the set-up (a provider's CLI not installed) is not a warning.
+        if (failure.isExpectedLimitation)
+            continue;
         out += QStringLiteral("! %1 %2%3\n")
                    .arg(failure.sourceName, rawValue(failure.state),
                         failure.isUsingCachedSnapshot ? QStringLiteral(" (showing cached tasks)")

@@ -59,10 +59,14 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
         if (::read(loopPipe[0], &byte, 1) != 1 || m_requestedBy)
             return;
         m_requestedBy = int(byte);
+        // The person wants out now: helpers are not given the grace of an ordinary shutdown.
+        ChildProcessGroups::signalAll(SIGTERM);
         emit terminationRequested();
     });
     std::thread(runWatchdog).detach();
-    struct sigaction action {};
+    struct sigaction action
+    {
+    };
     action.sa_handler = forwardTermination;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;

@@ -8,7 +8,8 @@ class QSocketNotifier;
 namespace taskrack {
 
 // Turns SIGINT, SIGTERM and SIGHUP into a Qt signal on the main thread, so that the running
-// command shuts its sources down in order. The orderly path gets `grace`; a watchdog thread,
+// command shuts its sources down in order; child process groups are asked to end (SIGTERM) at
+// once. The orderly path gets `grace`; a watchdog thread,
 // which does not depend on the event loop, then kills every child process group and ends the
 // process, so that Taskrack always ends within a second and never leaves a child behind. A
 // crash signal also takes the children with it. One instance per process.
@@ -17,7 +18,7 @@ class TerminationSignals : public QObject
     Q_OBJECT
 
 public:
-    static constexpr std::chrono::milliseconds grace{800};
+    static constexpr std::chrono::milliseconds grace{500};
 
     explicit TerminationSignals(QObject *parent = nullptr);
     ~TerminationSignals() override;

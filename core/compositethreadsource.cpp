@@ -16,7 +16,8 @@ CompositeThreadSourceError::CompositeThreadSourceError(QStringList messages)
 
 // One member's fetch. It may outlive the composite call that started it (and the composite):
 // everything it touches when it ends is shared.
-struct CompositeThreadSource::MemberFetch {
+struct CompositeThreadSource::MemberFetch
+{
     int index = 0;
     std::stop_source stop;
     std::optional<ThreadSourceFetchResult> result;
@@ -43,7 +44,8 @@ QCoro::Task<void> fetchMember(std::shared_ptr<ThreadSource> source, int limit,
     } catch (...) {
         const std::exception_ptr error = std::current_exception();
         if (!isCancellation(error) && !stop.stop_requested())
-            result = ThreadFetchFailure{fetch->index, source->sourceName(), describeException(error)};
+            result =
+                ThreadFetchFailure{fetch->index, source->sourceName(), describeException(error)};
     }
     fetch->result = std::move(result);
     fetch->completion = ++completionCounter;
@@ -67,13 +69,13 @@ ThreadSourceFailure memberFailure(const QString &sourceName, bool cached)
 {
     ThreadSourceFailure failure;
     failure.sourceName = sourceName;
-    failure.state = cached ? ThreadSourceFailureState::degraded : ThreadSourceFailureState::unavailable;
+    failure.state =
+        cached ? ThreadSourceFailureState::degraded : ThreadSourceFailureState::unavailable;
     failure.isUsingCachedSnapshot = cached;
     return failure;
 }
 
-template<typename T>
-QList<T> withoutDuplicates(const QList<T> &values)
+template <typename T> QList<T> withoutDuplicates(const QList<T> &values)
 {
     QList<T> result;
     for (const T &value : values) {
@@ -104,7 +106,8 @@ CompositeThreadSource::~CompositeThreadSource()
 QCoro::Task<ThreadCollection> CompositeThreadSource::fetchThreads(int limit, std::stop_token stop)
 {
     const size_t count = m_sources.size();
-    const std::shared_ptr<QHash<int, ThreadCollection>> lastSuccessful = m_lastSuccessfulCollections;
+    const std::shared_ptr<QHash<int, ThreadCollection>> lastSuccessful =
+        m_lastSuccessfulCollections;
     auto arrived = BoundedChannel<std::monostate>::create(std::max<size_t>(count, 1));
 
     // A member still busy with an earlier call is joined, never asked twice.

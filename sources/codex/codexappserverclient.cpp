@@ -328,9 +328,14 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
     if (!error && !currentConnection(identifier))
         error = disconnectedError();
     if (error) {
-        qCWarning(lcAppServer,
-                  "app-server initialize failed after %lldms [category: %s]: <private>",
-                  qint64(sinceSpawn.elapsed()), qPrintable(codexAppServerErrorCategory(error)));
+        // Ended by our own shutdown, it is no fault of the child's.
+        if (m_isShutdown)
+            qCInfo(lcAppServer, "app-server initialize ended by shutdown after %lldms",
+                   qint64(sinceSpawn.elapsed()));
+        else
+            qCWarning(lcAppServer,
+                      "app-server initialize failed after %lldms [category: %s]: <private>",
+                      qint64(sinceSpawn.elapsed()), qPrintable(codexAppServerErrorCategory(error)));
         if (currentConnection(identifier))
             tearDown(error);
         std::rethrow_exception(error);
@@ -721,14 +726,19 @@ QCoro::Task<void> CodexAppServerClient::runShutdown(std::shared_ptr<CodexComplet
     // Taken from the connection, so that a teardown meanwhile does not retire it: closing its
     // input is the request to end, and only if it does not, the signals follow.
     QPointer<QProcess> process;
+    // A child that never finished its handshake has nothing to finish: it gets no grace.
+    bool answered = false;
     if (m_connection) {
         process = m_connection->process;
+        answered = m_connection->isInitialized;
         m_connection->process = nullptr;
     }
     bool graceful = true;
     if (isRunning(process)) {
         process->closeWriteChannel();
-        graceful = co_await waitForExit(process, shutdownWait);
+        graceful = false;
+        if (answered)
+            graceful = co_await waitForExit(process, shutdownWait);
         if (!graceful && isRunning(process)) {
             signalChild(process, SIGTERM);
             if (!co_await waitForExit(process, retirementWait) && isRunning(process)) {
