@@ -148,7 +148,9 @@ QCoro::Task<int> runWatchCommand(CommandLine line, TerminationSignals &terminati
         auto ended = qCoro(&termination, &TerminationSignals::terminationRequested);
         co_await ended;
     }
-    co_return co_await session.finish(0);
+    // A signal is how a watch is meant to end: that is success.
+    const int exitCode = co_await session.finish(0);
+    co_return session.terminated() ? 0 : exitCode;
 }
 
 QCoro::Task<int> runOpenCommand(CommandLine line, TerminationSignals &termination)

@@ -9,7 +9,7 @@ namespace taskrack {
 class TerminationSignals;
 
 // Each returns the exit code. A termination signal ends any of them early, in order, with
-// 128 + the signal.
+// 128 + the signal (a watch, which is meant to end so, with 0).
 
 // `taskrack list`: one full refresh, the rack printed once.
 QCoro::Task<int> runListCommand(CommandLine line, TerminationSignals &termination);

@@ -14,7 +14,6 @@ namespace taskrack {
 namespace {
 
 constexpr int terminationSignals[] = {SIGINT, SIGTERM, SIGHUP};
-constexpr int crashSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
 
 // [0] read by the event loop, [1] written by the handler; the same for the watchdog.
 int loopPipe[2] = {-1, -1};
@@ -27,12 +26,16 @@ extern "C" void forwardTermination(int signalNumber)
     [[maybe_unused]] ssize_t b = ::write(watchdogPipe[1], &byte, 1);
 }
 
+#ifndef __SANITIZE_ADDRESS__
+constexpr int crashSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
+
 extern "C" void killChildrenAndCrash(int signalNumber)
 {
     ChildProcessGroups::signalAll(SIGKILL);
     ::signal(signalNumber, SIG_DFL);
     ::raise(signalNumber);
 }
+#endif
 
 // Waits for the first termination signal, gives the orderly shutdown its grace, then ends
 // everything. Blocks only in read and poll, so it works while the main thread is stuck.
@@ -72,10 +75,13 @@ TerminationSignals::TerminationSignals(QObject *parent) : QObject(parent)
     action.sa_flags = SA_RESTART;
     for (int signalNumber : terminationSignals)
         sigaction(signalNumber, &action, nullptr);
+#ifndef __SANITIZE_ADDRESS__
+    // Under the sanitizer its own report of the crash matters more.
     action.sa_handler = killChildrenAndCrash;
     action.sa_flags = SA_RESETHAND;
     for (int signalNumber : crashSignals)
         sigaction(signalNumber, &action, nullptr);
+#endif
 }
 
 TerminationSignals::~TerminationSignals()

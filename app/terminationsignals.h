@@ -18,7 +18,7 @@ class TerminationSignals : public QObject
     Q_OBJECT
 
 public:
-    static constexpr std::chrono::milliseconds grace{500};
+    static constexpr std::chrono::milliseconds grace{800};
 
     explicit TerminationSignals(QObject *parent = nullptr);
     ~TerminationSignals() override;
