@@ -44,7 +44,9 @@ void runWatchdog()
     char byte = 0;
     if (::read(watchdogPipe[0], &byte, 1) != 1)
         return;
-    ::poll(nullptr, 0, int(TerminationSignals::grace.count()));
+    ::poll(nullptr, 0, int(TerminationSignals::childGrace.count()));
+    ChildProcessGroups::signalAll(SIGKILL);
+    ::poll(nullptr, 0, int((TerminationSignals::grace - TerminationSignals::childGrace).count()));
     ChildProcessGroups::signalAll(SIGKILL);
     ::_exit(128 + int(byte));
 }

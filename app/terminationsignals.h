@@ -18,6 +18,9 @@ class TerminationSignals : public QObject
     Q_OBJECT
 
 public:
+    // After a termination signal, children that ignored SIGTERM are killed at `childGrace`, and
+    // the process ends at `grace` if the orderly shutdown has not.
+    static constexpr std::chrono::milliseconds childGrace{300};
     static constexpr std::chrono::milliseconds grace{800};
 
     explicit TerminationSignals(QObject *parent = nullptr);
