@@ -31,6 +31,12 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
     bool commandSeen = false;
     for (int i = 0; i < args.size(); ++i) {
         const QString &arg = args.at(i);
+        if (arg.size() > maximumArgumentLength) {
+            error = QStringLiteral("An argument of %1 characters is too long (at most %2).")
+                        .arg(arg.size())
+                        .arg(maximumArgumentLength);
+            return std::nullopt;
+        }
         auto valueOf = [&](const QString &option) -> std::optional<QString> {
             if (arg.startsWith(option + QLatin1Char('=')))
                 return arg.mid(option.size() + 1);
@@ -86,6 +92,12 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
         } else if (commandSeen &&
                    (line.command == Command::hooks || line.command == Command::open ||
                     line.command == Command::read)) {
+            if (line.command != Command::hooks && arg.size() > maximumIdLength) {
+                error = QStringLiteral("A task id has at most %1 characters; taskrack list --json "
+                                       "shows the ids.")
+                            .arg(maximumIdLength);
+                return std::nullopt;
+            }
             line.arguments.append(arg);
         } else {
             error = QStringLiteral("Unexpected argument \"%1\". Run taskrack --help.").arg(arg);

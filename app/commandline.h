@@ -9,6 +9,10 @@ namespace taskrack {
 // What the person asked for on the command line.
 struct CommandLine {
     enum class Command { run, list, watch, hooks, open, read, help, version };
+    // Provider ids are UUIDs with a short prefix; anything far longer is a mistake. Other
+    // arguments are at most a path.
+    static constexpr qsizetype maximumIdLength = 256;
+    static constexpr qsizetype maximumArgumentLength = 4096;
 
     Command command = Command::run;
     bool json = false;

@@ -1,8 +1,10 @@
 #include "app/commandline.h"
 #include "app/hookscommand.h"
-#include "app/providerpaths.h"
 #include "app/openfilelimit.h"
+#include "app/providerpaths.h"
 #include "app/rackcommands.h"
+#include "app/terminaloutput.h"
+#include "app/terminationsignals.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/settingspreferences.h"
 
@@ -16,42 +18,63 @@ using namespace taskrack;
 
 namespace {
 
-int fail(const QString &message)
+QCoro::Task<int> runHooks(const CommandLine &line)
 {
-    std::fprintf(stderr, "taskrack: %s\n", qPrintable(message));
-    return 2;
+    SettingsPreferences preferences;
+    LinuxFileSystem fileSystem;
+    HooksCommandContext context;
+    context.fileSystem = &fileSystem;
+    context.settingsPath =
+        ProviderPaths::resolve(line.home).claudeHome + QStringLiteral("/settings.json");
+    context.helperPath =
+        QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge");
+    context.preferences = &preferences;
+    // Collected, then printed through the one door to the terminal.
+    QString outText;
+    QString errText;
+    QTextStream out(&outText);
+    QTextStream err(&errText);
+    auto running = runHooksCommand(line.arguments, context, out, err);
+    const int exitCode = co_await running;
+    out.flush();
+    err.flush();
+    writeOut(outText);
+    if (!errText.isEmpty()) {
+        const QByteArray bytes = visibleControls(errText).toUtf8();
+        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
+    }
+    co_return exitCode;
 }
 
-QCoro::Task<int> dispatch(CommandLine line)
+QCoro::Task<int> dispatch(const CommandLine &line, TerminationSignals &termination)
 {
     switch (line.command) {
     case CommandLine::Command::list:
-        co_return co_await runListCommand(line);
+        co_return co_await runListCommand(line, termination);
     case CommandLine::Command::run:
         // Until the desktop shell exists, the application is the watcher in the terminal.
     case CommandLine::Command::watch:
-        co_return co_await runWatchCommand(line);
-    case CommandLine::Command::hooks: {
-        SettingsPreferences preferences;
-        LinuxFileSystem fileSystem;
-        HooksCommandContext context;
-        context.fileSystem = &fileSystem;
-        context.settingsPath =
-            ProviderPaths::resolve(line.home).claudeHome + QStringLiteral("/settings.json");
-        context.helperPath =
-            QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge");
-        context.preferences = &preferences;
-        QTextStream out(stdout);
-        QTextStream err(stderr);
-        co_return co_await runHooksCommand(line.arguments, context, out, err);
-    }
+        co_return co_await runWatchCommand(line, termination);
+    case CommandLine::Command::hooks:
+        co_return co_await runHooks(line);
     case CommandLine::Command::open:
-        co_return co_await runOpenCommand(line);
+        co_return co_await runOpenCommand(line, termination);
     case CommandLine::Command::read:
-        co_return co_await runReadCommand(line);
+        co_return co_await runReadCommand(line, termination);
     default:
-        co_return fail(QStringLiteral("This command is not available yet."));
+        writeError(QStringLiteral("This command is not available yet."));
+        co_return 2;
     }
+}
+
+// The command runs in a coroutine whose every input lives in main's frame, which outlives the
+// event loop: nothing the command reads can be destroyed under it.
+QCoro::Task<void> runCommand(const CommandLine &line, TerminationSignals &termination,
+                             int &exitCode)
+{
+    auto command = dispatch(line, termination);
+    exitCode = co_await command;
+    QCoreApplication::exit(exitCode);
 }
 
 } // namespace
@@ -70,26 +93,25 @@ int main(int argc, char **argv)
 
     QString error;
     const std::optional<CommandLine> line = CommandLine::parse(app.arguments().mid(1), error);
-    if (!line)
-        return fail(error);
+    if (!line) {
+        writeError(error);
+        return 2;
+    }
     if (line->command == CommandLine::Command::help) {
-        std::fputs(qPrintable(CommandLine::usage()), stdout);
+        writeOut(CommandLine::usage());
         return 0;
     }
     if (line->command == CommandLine::Command::version) {
-        std::printf("taskrack %s\n", TASKRACK_VERSION);
+        writeOut(QStringLiteral("taskrack %1\n").arg(QStringLiteral(TASKRACK_VERSION)));
         return 0;
     }
     if (const auto homeError = ProviderPaths::checkHomeOverride(line->home, LinuxFileSystem()))
         return fail(*homeError);
 
+    TerminationSignals termination;
     int exitCode = 0;
-    QTimer::singleShot(0, &app, [&] {
-        [](CommandLine line, int &exitCode) -> QCoro::Task<void> {
-            exitCode = co_await dispatch(line);
-            QCoreApplication::exit(exitCode);
-        }(*line, exitCode);
-    });
+    std::optional<QCoro::Task<void>> command;
+    QTimer::singleShot(0, &app, [&] { command = runCommand(*line, termination, exitCode); });
     app.exec();
     return exitCode;
 }

@@ -3,39 +3,26 @@
 #include "app/rackjson.h"
 #include "app/rackruntime.h"
 #include "app/racktext.h"
+#include "app/terminaloutput.h"
 #include "app/terminationsignals.h"
 #include "core/clock.h"
 #include "platform/linux/settingspreferences.h"
 
-#include <QCoreApplication>
 #include <QCoroSignal>
 #include <QJsonDocument>
 #include <QTimer>
-#include <cstdio>
 
 namespace taskrack {
 
 namespace {
 
-void writeOut(const QString &text)
-{
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
-    std::fflush(stdout);
-}
-
 QString render(const RackStore &store, bool json, bool compact)
 {
     if (json)
-        return QString::fromUtf8(QJsonDocument(rackToJson(store))
-                                     .toJson(compact ? QJsonDocument::Compact
-                                                     : QJsonDocument::Indented));
+        return QString::fromUtf8(
+            QJsonDocument(rackToJson(store))
+                .toJson(compact ? QJsonDocument::Compact : QJsonDocument::Indented));
     return rackTable(store, SystemClock::shared().now());
-}
-
-void writeError(const QString &text)
-{
-    std::fprintf(stderr, "taskrack: %s\n", qPrintable(text));
 }
 
 // A thread named by its store id ("codex:…", "claude:…") or by the provider's own id.
@@ -48,38 +35,76 @@ std::optional<RackThread> findThread(const RackStore &store, const QString &name
     return std::nullopt;
 }
 
-// One refresh over every provider, then `body` on the store, then an orderly shutdown.
-QCoro::Task<int> withRefreshedStore(const CommandLine &line,
-                                    std::function<QCoro::Task<int>(RackStore &)> body)
+// Every provider behind one store for the length of a command. A command's body is plain code
+// between refresh() and finish(): no closure is handed through a co_await expression, whose
+// temporaries g++ 12 destroys twice.
+class CommandSession
 {
-    SettingsPreferences preferences;
-    RackRuntime runtime(ProviderPaths::resolve(line.home), preferences, SystemClock::shared());
-    RackStore &store = runtime.store();
-    store.setOrganizationMode(line.mode);
-    co_await store.refresh();
-    auto running = body(store);
-    const int exitCode = co_await running;
-    co_await runtime.shutdown();
-    co_return exitCode;
+public:
+    CommandSession(const CommandLine &line, TerminationSignals &termination)
+        : m_termination(termination),
+          m_runtime(ProviderPaths::resolve(line.home), m_preferences, SystemClock::shared())
+    {
+        m_runtime.store().setOrganizationMode(line.mode);
+        // A refresh in flight ends at once; the command then shuts down in order.
+        m_connection =
+            QObject::connect(&termination, &TerminationSignals::terminationRequested, &m_runtime,
+                             [this] { m_runtime.store().cancelRefreshes(); });
+    }
+    ~CommandSession() { QObject::disconnect(m_connection); }
+
+    RackStore &store() { return m_runtime.store(); }
+    RackRuntime &runtime() { return m_runtime; }
+    bool terminated() const { return m_termination.requestedBy() != 0; }
+
+    // True when the refresh ran to its end.
+    QCoro::Task<bool> refresh()
+    {
+        if (terminated())
+            co_return false;
+        co_await store().refresh();
+        co_return !terminated();
+    }
+    // The exit code, after an orderly shutdown.
+    QCoro::Task<int> finish(int exitCode)
+    {
+        co_await m_runtime.shutdown();
+        co_return terminated() ? m_termination.exitCode() : exitCode;
+    }
+
+private:
+    TerminationSignals &m_termination;
+    SettingsPreferences m_preferences;
+    RackRuntime m_runtime;
+    QMetaObject::Connection m_connection;
+};
+
+bool hasOneArgument(const CommandLine &line, const QString &mistake)
+{
+    if (line.arguments.size() == 1)
+        return true;
+    writeError(mistake);
+    return false;
 }
 
 } // namespace
 
-QCoro::Task<int> runListCommand(CommandLine line)
+QCoro::Task<int> runListCommand(CommandLine line, TerminationSignals &termination)
 {
-    co_return co_await withRefreshedStore(line, [json = line.json](RackStore &store) -> QCoro::Task<int> {
-        writeOut(render(store, json, false) + (json ? QStringLiteral("\n") : QString()));
-        co_return store.dataState() == RackDataState::failed ? 1 : 0;
-    });
+    CommandSession session(line, termination);
+    int exitCode = 0;
+    if (co_await session.refresh()) {
+        RackStore &store = session.store();
+        writeOut(render(store, line.json, false) + (line.json ? QStringLiteral("\n") : QString()));
+        exitCode = store.dataState() == RackDataState::failed ? 1 : 0;
+    }
+    co_return co_await session.finish(exitCode);
 }
 
-QCoro::Task<int> runWatchCommand(CommandLine line)
+QCoro::Task<int> runWatchCommand(CommandLine line, TerminationSignals &termination)
 {
-    SettingsPreferences preferences;
-    TerminationSignals termination;
-    RackRuntime runtime(ProviderPaths::resolve(line.home), preferences, SystemClock::shared());
-    RackStore &store = runtime.store();
-    store.setOrganizationMode(line.mode);
+    CommandSession session(line, termination);
+    RackStore &store = session.store();
 
     // Signals of one store operation arrive in a burst: print once after it settles.
     QTimer printTimer;
@@ -87,9 +112,9 @@ QCoro::Task<int> runWatchCommand(CommandLine line)
     printTimer.setInterval(0);
     QString lastPrinted;
     QHash<QString, RackThread> lastThreads;
-    bool firstRefreshDone = false;
     QObject::connect(&printTimer, &QTimer::timeout, [&] {
-        if (!firstRefreshDone)
+        // Nothing until the first answer, whichever member gives it.
+        if (store.dataState() == RackDataState::loading)
             return;
         if (line.json) {
             const QString text = render(store, true, true);
@@ -116,58 +141,64 @@ QCoro::Task<int> runWatchCommand(CommandLine line)
     QObject::connect(&store, &RackStore::dataStateChanged, &printTimer, schedulePrint);
     QObject::connect(&store, &RackStore::sourceFailuresChanged, &printTimer, schedulePrint);
 
-    runtime.startLoops();
-    co_await store.refresh();
-    firstRefreshDone = true;
-    schedulePrint();
-
-    co_await qCoro(&termination, &TerminationSignals::terminationRequested);
-    co_await runtime.shutdown();
-    co_return 0;
+    if (!session.terminated()) {
+        session.runtime().startLoops();
+        // Not awaited: the termination signal is heard while the first refresh runs.
+        store.scheduleRefresh(std::chrono::milliseconds(0));
+        auto ended = qCoro(&termination, &TerminationSignals::terminationRequested);
+        co_await ended;
+    }
+    // A signal is how a watch is meant to end: that is success.
+    const int exitCode = co_await session.finish(0);
+    co_return session.terminated() ? 0 : exitCode;
 }
 
-QCoro::Task<int> runOpenCommand(CommandLine line)
+QCoro::Task<int> runOpenCommand(CommandLine line, TerminationSignals &termination)
 {
-    if (line.arguments.size() != 1) {
-        writeError(QStringLiteral("open needs exactly one thread id."));
+    if (!hasOneArgument(line,
+                        QStringLiteral("open needs exactly one task id (see taskrack list).")))
         co_return 2;
-    }
-    const QString name = line.arguments.first();
-    co_return co_await withRefreshedStore(line, [name](RackStore &store) -> QCoro::Task<int> {
-        const std::optional<RackThread> thread = findThread(store, name);
-        if (!thread) {
-            writeError(QStringLiteral("No task with that id."));
-            co_return 1;
-        }
-        co_await store.open(*thread);
-        if (store.hasOpenError()) {
-            writeError(store.errorMessage().value_or(QString()));
-            co_return 1;
-        }
-        co_return 0;
-    });
-}
-
-QCoro::Task<int> runReadCommand(CommandLine line)
-{
-    if (line.arguments.size() != 1) {
-        writeError(QStringLiteral("read needs a thread id or --all."));
-        co_return 2;
-    }
-    const QString name = line.arguments.first();
-    co_return co_await withRefreshedStore(line, [name](RackStore &store) -> QCoro::Task<int> {
-        int marked = 0;
-        if (name == QLatin1String("--all")) {
-            marked = store.markAllRead();
-        } else if (const std::optional<RackThread> thread = findThread(store, name)) {
-            marked = store.markRead({*thread});
+    CommandSession session(line, termination);
+    int exitCode = 0;
+    if (co_await session.refresh()) {
+        RackStore &store = session.store();
+        if (const std::optional<RackThread> thread = findThread(store, line.arguments.first())) {
+            auto opening = store.open(*thread);
+            co_await opening;
+            if (store.hasOpenError()) {
+                writeError(store.errorMessage().value_or(QString()));
+                exitCode = 1;
+            }
         } else {
-            writeError(QStringLiteral("No task with that id."));
-            co_return 1;
+            writeError(QStringLiteral("No task with that id; taskrack list --json shows the ids."));
+            exitCode = 1;
         }
-        writeOut(QStringLiteral("%1 marked as read\n").arg(marked));
-        co_return 0;
-    });
+    }
+    co_return co_await session.finish(exitCode);
+}
+
+QCoro::Task<int> runReadCommand(CommandLine line, TerminationSignals &termination)
+{
+    if (!hasOneArgument(line, QStringLiteral("read needs a task id or --all.")))
+        co_return 2;
+    CommandSession session(line, termination);
+    int exitCode = 0;
+    if (co_await session.refresh()) {
+        RackStore &store = session.store();
+        const QString &name = line.arguments.first();
+        std::optional<int> marked;
+        if (name == QLatin1String("--all"))
+            marked = store.markAllRead();
+        else if (const std::optional<RackThread> thread = findThread(store, name))
+            marked = store.markRead({*thread});
+        if (marked) {
+            writeOut(QStringLiteral("%1 marked as read\n").arg(*marked));
+        } else {
+            writeError(QStringLiteral("No task with that id; taskrack list --json shows the ids."));
+            exitCode = 1;
+        }
+    }
+    co_return co_await session.finish(exitCode);
 }
 
 } // namespace taskrack

@@ -15,7 +15,8 @@ RackRuntime::RackRuntime(const ProviderPaths &paths, Preferences &preferences, C
 RackRuntime::RackRuntime(SourceAssembly assembly, Preferences &preferences, Clock &clock,
                          QObject *parent)
     : QObject(parent), m_assembly(std::move(assembly)),
-      m_composite(std::make_unique<CompositeThreadSource>(m_assembly.members)),
+      m_composite(std::make_unique<CompositeThreadSource>(m_assembly.members, &clock,
+                                                          memberPatience)),
       m_store(std::make_unique<RackStore>(*m_composite, &m_opener, preferences, clock))
 {
 }
@@ -36,6 +37,7 @@ void RackRuntime::startLoops()
         if (feeds.snapshots)
             consumeSnapshots(feeds.snapshots, feeds.provider);
     }
+    consumeLateAnswers();
     for (const LiveFeeds &feeds : m_assembly.feeds) {
         if (feeds.codexStatusUpdates)
             consumeStatusUpdates(feeds.codexStatusUpdates, true);
@@ -61,6 +63,23 @@ QCoro::Task<void> RackRuntime::consumeSnapshots(ChannelPtr<ThreadCollection> cha
         if (!snapshot || !self || stop.stop_requested())
             co_return;
         m_store->applyProviderSnapshot(*snapshot, provider);
+    }
+}
+
+QCoro::Task<void> RackRuntime::consumeLateAnswers()
+{
+    QPointer<RackRuntime> self(this);
+    const std::stop_token stop = m_loopsStop.get_token();
+    const ChannelPtr<ThreadFetchSuccess> channel = m_composite->lateAnswers();
+    while (true) {
+        auto next = channel->next(stop);
+        std::optional<ThreadFetchSuccess> answer = co_await next;
+        if (!answer || !self || stop.stop_requested())
+            co_return;
+        // Members and feeds are assembled in the same order.
+        if (size_t(answer->index) < m_assembly.feeds.size())
+            m_store->applyProviderSnapshot(answer->collection,
+                                           m_assembly.feeds[size_t(answer->index)].provider);
     }
 }
 

@@ -23,6 +23,9 @@ class RackRuntime : public QObject
     Q_OBJECT
 
 public:
+    // How long a refresh waits for the slowest provider before it shows the others.
+    static constexpr std::chrono::milliseconds memberPatience{3000};
+
     RackRuntime(const ProviderPaths &paths, Preferences &preferences, Clock &clock,
                 QObject *parent = nullptr);
     // For tests: run over given members and feeds.
@@ -41,6 +44,7 @@ private:
     QCoro::Task<void> consumeSnapshots(ChannelPtr<ThreadCollection> channel, RackProvider provider);
     QCoro::Task<void> consumeStatusUpdates(ChannelPtr<RackStatusUpdate> channel, bool codexIds);
     QCoro::Task<void> consumeInvalidations(ChannelPtr<Invalidation> channel);
+    QCoro::Task<void> consumeLateAnswers();
 
     SourceAssembly m_assembly;
     XdgWorkspaceRouting m_workspace;

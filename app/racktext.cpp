@@ -61,11 +61,23 @@ QString watchChanges(const QHash<QString, RackThread> &before, const RackStore &
 
 QString rackTable(const RackStore &store, const QDateTime &now)
 {
+    const bool byProject =
+        store.organizationMode() == RackOrganizationMode::project && !store.isSearchActive();
+    // The count is of what is printed below: every project's tasks, or the ranked list.
+    qsizetype shown = store.rankedThreads().size();
+    if (byProject) {
+        shown = 0;
+        for (const RackProjectGroup &group : store.projectGroups())
+            shown += group.threads.size();
+    }
     QString out;
     out += QStringLiteral("%1 · %2 · %3 tasks\n")
                .arg(rawValue(store.dataState()), store.sourceDescription())
-               .arg(store.rankedThreads().size());
+               .arg(shown);
     for (const ThreadSourceFailure &failure : store.sourceFailures()) {
+        // A known condition of the set-up (a provider's CLI not installed) is not a warning.
+        if (failure.isExpectedLimitation)
+            continue;
         out += QStringLiteral("! %1 %2%3\n")
                    .arg(failure.sourceName, rawValue(failure.state),
                         failure.isUsingCachedSnapshot ? QStringLiteral(" (showing cached tasks)")
@@ -76,7 +88,7 @@ QString rackTable(const RackStore &store, const QDateTime &now)
     const QString header = fit(QStringLiteral("STATUS"), 9) + fit(QStringLiteral("FROM"), 8) +
                            fit(QStringLiteral("PROJECT"), 20) + fit(QStringLiteral("AGE"), 6) +
                            QStringLiteral("TITLE\n");
-    if (store.organizationMode() == RackOrganizationMode::project && !store.isSearchActive()) {
+    if (byProject) {
         // Every project in order, not only the selected one: a terminal has room for all.
         if (store.projectGroups().isEmpty()) {
             out += QStringLiteral("No projects.\n");

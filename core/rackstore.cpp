@@ -109,6 +109,18 @@ RackStore::~RackStore()
     cancelRefreshes();
 }
 
+namespace {
+
+// A known condition of the person's set-up (a provider's CLI not installed) is no reason to
+// call the picture cached.
+bool hasUnexpectedFailure(const QList<ThreadSourceFailure> &failures)
+{
+    return std::any_of(failures.begin(), failures.end(),
+                       [](const ThreadSourceFailure &failure) { return !failure.isExpectedLimitation; });
+}
+
+} // namespace
+
 // --- Scheduling -----------------------------------------------------------------------------
 
 void RackStore::scheduleRefresh(std::chrono::milliseconds delay)
@@ -258,7 +270,7 @@ void RackStore::mergeRefresh(const ThreadCollection &collection, quint64 snapsho
     RackDataState state = RackDataState::cached;
     if (collection.threads.isEmpty())
         state = RackDataState::empty;
-    else if (m_isLive && m_sourceFailures.isEmpty())
+    else if (m_isLive && !hasUnexpectedFailure(m_sourceFailures))
         state = RackDataState::live;
     assign(m_dataState, state, &RackStore::dataStateChanged);
 
@@ -323,7 +335,7 @@ void RackStore::applyProviderSnapshot(const ThreadCollection &collection, RackPr
     RackDataState state = RackDataState::cached;
     if (m_allThreads.isEmpty())
         state = RackDataState::empty;
-    else if (m_isLive && m_sourceFailures.isEmpty())
+    else if (m_isLive && !hasUnexpectedFailure(m_sourceFailures))
         state = RackDataState::live;
     assign(m_dataState, state, &RackStore::dataStateChanged);
 

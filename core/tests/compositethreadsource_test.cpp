@@ -1,5 +1,6 @@
 #include "core/compositethreadsource.h"
 
+#include "testing/fakeclock.h"
 #include "testing/fakethreadsource.h"
 #include "testing/testsupport.h"
 
@@ -177,6 +178,40 @@ TEST_F(CompositeThreadSourceTest, CancellingTheCallerLeavesTheCacheUntouched)
     });
     EXPECT_TRUE(result.sourceDescription.contains("Codex app-server (cached)"))
         << result.sourceDescription.toStdString();
+}
+
+TEST_F(CompositeThreadSourceTest, AHungMemberNeverHoldsTheOthersBackAndAnswersLater)
+{
+    FakeClock clock;
+    CompositeThreadSource patient{{codex, claude}, &clock, std::chrono::milliseconds(3000)};
+    auto fetchOnce = [&] {
+        return [](CompositeThreadSource &c) -> QCoro::Task<ThreadCollection> {
+            co_return co_await c.fetchThreads(400, {});
+        }(patient);
+    };
+    auto first = fetchOnce();
+    claude->respond(claudeAnswer());
+    drainEvents();
+    clock.advance(std::chrono::milliseconds(3000));
+    const ThreadCollection result = await(std::move(first));
+    EXPECT_EQ(result.sourceDescription, "Claude sessions + Codex did not answer");
+    EXPECT_EQ(result.threads.size(), 1);
+    ASSERT_EQ(result.sourceFailures.size(), 1);
+    EXPECT_EQ(result.sourceFailures[0].state, ThreadSourceFailureState::unavailable);
+
+    // The next call joins the busy member instead of asking it again.
+    auto second = fetchOnce();
+    claude->respond(claudeAnswer());
+    drainEvents();
+    EXPECT_EQ(codex->fetchCount(), 1);
+    codex->respond(codexAnswer());
+    EXPECT_EQ(await(std::move(second)).threads.size(), 2);
+    auto late = [](ChannelPtr<ThreadFetchSuccess> channel) -> QCoro::Task<ThreadFetchSuccess> {
+        co_return *co_await channel->next();
+    }(patient.lateAnswers());
+    const ThreadFetchSuccess answer = await(std::move(late));
+    EXPECT_EQ(answer.index, 0);
+    EXPECT_EQ(answer.collection, codexAnswer());
 }
 
 } // namespace

@@ -17,6 +17,9 @@ const QString threadPrefix = QStringLiteral("claude:");
 const QString untitled = QStringLiteral("Untitled Claude task");
 const QString describedLoaded = QStringLiteral("Claude Desktop");
 const QString describedLoading = QStringLiteral("Claude Desktop (loading)");
+// Sessions found only in Claude Code's transcripts: there is no desktop application behind them.
+const QString describedCodeLoaded = QStringLiteral("Claude Code");
+const QString describedCodeLoading = QStringLiteral("Claude Code (loading)");
 constexpr qint64 evidenceFileBytes = 16'777'216;
 constexpr int snapshotLimit = 400;
 
@@ -661,7 +664,13 @@ ThreadCollection ClaudeDesktopThreadSource::buildSnapshot(int limit) const
     QHash<QString, RackProjectIdentity> identities;
     QHash<QString, RackCheckoutMetadata> checkouts;
     ThreadCollection collection;
-    collection.sourceDescription = m_hasCompletedInitialReconciliation ? describedLoaded : describedLoading;
+    const bool codeOnly = m_discoversTranscriptSessions && m_cachedSessions.isEmpty();
+    if (codeOnly)
+        collection.sourceDescription =
+            m_hasCompletedInitialReconciliation ? describedCodeLoaded : describedCodeLoading;
+    else
+        collection.sourceDescription =
+            m_hasCompletedInitialReconciliation ? describedLoaded : describedLoading;
     collection.isLive = true;
     for (const Entry &entry : std::as_const(entries)) {
         const ClaudeDesktopSessionManifest &session = *entry.session;

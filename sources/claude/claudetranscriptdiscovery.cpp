@@ -87,14 +87,14 @@ QHash<QString, ClaudeDiscoveredSession> ClaudeTranscriptDiscovery::discover(cons
 
 std::optional<ClaudeTranscriptHead> ClaudeTranscriptDiscovery::readHead(const ClaudeIndexedTranscript &transcript)
 {
+    std::optional<CachedHead> known;
     {
         std::lock_guard lock(m_cacheLock);
         const auto cached = m_heads.constFind(transcript.path);
         if (cached != m_heads.cend() && cached->identity == transcript.fileIdentity) {
-            const bool complete = (cached->head.cwd && cached->head.firstPromptTitle)
-                || cached->scannedUpTo >= headBytes;
-            if (complete || cached->scannedUpTo >= transcript.fileSize)
+            if (cached->fingerprint == transcript.fingerprint())
                 return cached->head;
+            known = *cached;
         }
     }
     auto file = ClaudeCheckedFile::open(m_reader.fileSystem(), transcript.path,
@@ -102,6 +102,18 @@ std::optional<ClaudeTranscriptHead> ClaudeTranscriptDiscovery::readHead(const Cl
                                         &m_reader.counters());
     if (!file)
         return std::nullopt;
+    if (known) {
+        const bool complete = (known->head.cwd && known->head.firstPromptTitle)
+            || known->scannedUpTo >= headBytes;
+        const auto prefix = file->size() >= known->prefixLength
+            ? file->readAt(0, known->prefixLength) : std::nullopt;
+        if (complete && prefix && qHash(QByteArrayView(*prefix)) == known->prefixHash) {
+            known->fingerprint = transcript.fingerprint();
+            std::lock_guard lock(m_cacheLock);
+            m_heads.insert(transcript.path, *known);
+            return known->head;
+        }
+    }
     const qint64 length = std::min(file->size(), headBytes);
     const auto window = file->readAt(0, length);
     if (!window)
@@ -112,7 +124,9 @@ std::optional<ClaudeTranscriptHead> ClaudeTranscriptDiscovery::readHead(const Cl
         const qsizetype lastNewline = window->lastIndexOf('\n');
         lines = lastNewline < 0 ? QByteArrayView() : lines.first(lastNewline + 1);
     }
-    CachedHead cached{file->stat().inode, lines.size(), parseTranscriptHead(lines)};
+    CachedHead cached{file->stat().inode, lines.size(), parseTranscriptHead(lines),
+                      transcript.fingerprint(), std::min<qint64>(lines.size(), prefixBytes), 0};
+    cached.prefixHash = qHash(lines.first(cached.prefixLength));
     if (length >= headBytes)
         cached.scannedUpTo = headBytes;
     std::lock_guard lock(m_cacheLock);

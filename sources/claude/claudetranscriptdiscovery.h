@@ -55,10 +55,16 @@ public:
     QHash<QString, ClaudeDiscoveredSession> discover(const QDateTime &now);
 
 private:
+    // A file that only grew keeps its head; one rewritten in place (same identity, new
+    // beginning) is read again. The beginning is compared by a hash of its first bytes.
+    static constexpr qint64 prefixBytes = 65'536;
     struct CachedHead {
         std::optional<quint64> identity;
         qint64 scannedUpTo = 0;
         ClaudeTranscriptHead head;
+        ClaudeSessionFileFingerprint fingerprint;
+        qint64 prefixLength = 0;
+        size_t prefixHash = 0;
     };
 
     std::optional<ClaudeTranscriptHead> readHead(const ClaudeIndexedTranscript &transcript);

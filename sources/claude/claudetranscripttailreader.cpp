@@ -55,6 +55,10 @@ bool isPlausibleSessionStem(QStringView stem)
 {
     if (stem.isEmpty() || stem.size() > claudelimits::identifierBytes)
         return false;
+    // A sub-agent's sidechain (Claude Code wrote them beside the sessions before it gave them a
+    // folder of their own) belongs to its session, not the rack.
+    if (stem.startsWith(u"agent-"))
+        return false;
     for (QChar c : stem) {
         const bool allowed = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9')
             || c == u'-' || c == u'_';

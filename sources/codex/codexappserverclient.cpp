@@ -4,6 +4,8 @@
 #include "sources/codex/codexappserverclient_p.h"
 #include "sources/codex/codexappserverpayload.h"
 
+#include "platform/childprocessgroups.h"
+
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QLoggingCategory>
@@ -13,6 +15,9 @@
 #include <deque>
 #include <signal.h>
 #include <unistd.h>
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
 
 namespace taskrack {
 
@@ -218,6 +223,8 @@ QCoro::Task<void> CodexAppServerClient::ensureConnected(std::stop_token stop)
     }
     // Concurrent callers share one connect; nothing reconnects until somebody asks.
     std::shared_ptr<Signal> connecting = m_connecting;
+    if (!connecting && m_connectFailure && clock().uptime() < m_connectRetryAt)
+        std::rethrow_exception(m_connectFailure);
     if (!connecting) {
         connecting = Signal::create();
         m_connecting = connecting;
@@ -240,8 +247,10 @@ QCoro::Task<void> CodexAppServerClient::runConnect(std::shared_ptr<Signal> done,
     } catch (...) {
         error = std::current_exception();
     }
-    if (self && self->m_connecting == done)
+    if (self && self->m_connecting == done) {
         self->m_connecting.reset();
+        self->noteConnectOutcome(error);
+    }
     if (error)
         done->fail(error);
     else
@@ -270,7 +279,13 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
     process->setStandardErrorFile(QProcess::nullDevice());
     // Its own process group: retirement then reaches the npm launcher and the real binary it
     // runs alike, and a terminal's Ctrl-C does not hit the child before we can end it.
-    process->setChildProcessModifier([] { ::setpgid(0, 0); });
+    process->setChildProcessModifier([] {
+        ::setpgid(0, 0);
+#ifdef __linux__
+        // Even a Taskrack killed outright takes its child along.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+#endif
+    });
     connect(process, &QProcess::readyReadStandardOutput, this,
             [this, identifier, process] { onReadable(identifier, process); });
     connect(process, &QProcess::readChannelFinished, this,
@@ -285,6 +300,11 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
         throw CodexAppServerError::launchFailed(text);
     }
     qCInfo(lcAppServer, "app-server spawned in %lldms", qint64(sinceSpawn.elapsed()));
+    // Remembered until reaped, so that every way out of Taskrack can end the group.
+    const pid_t leader = pid_t(process->processId());
+    ChildProcessGroups::add(leader);
+    connect(process, &QProcess::finished, process, [leader] { ChildProcessGroups::remove(leader); });
+    connect(process, &QObject::destroyed, [leader] { ChildProcessGroups::remove(leader); });
 
     connection->process = process;
     if (m_connection)
@@ -308,15 +328,44 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
     if (!error && !currentConnection(identifier))
         error = disconnectedError();
     if (error) {
-        qCWarning(lcAppServer,
-                  "app-server initialize failed after %lldms [category: %s]: <private>",
-                  qint64(sinceSpawn.elapsed()), qPrintable(codexAppServerErrorCategory(error)));
+        // Ended by our own shutdown, it is no fault of the child's.
+        if (m_isShutdown)
+            qCInfo(lcAppServer, "app-server initialize ended by shutdown after %lldms",
+                   qint64(sinceSpawn.elapsed()));
+        else
+            qCWarning(lcAppServer,
+                      "app-server initialize failed after %lldms [category: %s]: <private>",
+                      qint64(sinceSpawn.elapsed()), qPrintable(codexAppServerErrorCategory(error)));
         if (currentConnection(identifier))
             tearDown(error);
         std::rethrow_exception(error);
     }
     qCInfo(lcAppServer, "app-server initialize answered in %lldms", qint64(sinceSpawn.elapsed()));
     m_connection->isInitialized = true;
+}
+
+void CodexAppServerClient::noteConnectOutcome(std::exception_ptr error)
+{
+    bool backOff = false;
+    try {
+        if (error)
+            std::rethrow_exception(error);
+    } catch (const CodexAppServerError &failure) {
+        // A missing binary costs no child: the next request may find one just installed.
+        backOff = failure.kind() != CodexAppServerError::Kind::binaryNotFound;
+    } catch (...) {
+    }
+    if (!backOff) {
+        m_connectFailure = nullptr;
+        m_currentConnectBackoff = std::chrono::milliseconds(0);
+        return;
+    }
+    m_currentConnectBackoff =
+        m_currentConnectBackoff.count() == 0
+            ? m_options.connectBackoff
+            : std::min(m_currentConnectBackoff * 2, m_options.maximumConnectBackoff);
+    m_connectFailure = error;
+    m_connectRetryAt = clock().uptime() + double(m_currentConnectBackoff.count()) / 1000.0;
 }
 
 void CodexAppServerClient::cancelConnecting()
@@ -652,6 +701,9 @@ void CodexAppServerClient::resume()
 {
     if (!m_isShutdown)
         m_isSuspended = false;
+    // After a sleep the next request may try at once.
+    m_connectFailure = nullptr;
+    m_currentConnectBackoff = std::chrono::milliseconds(0);
 }
 
 QCoro::Task<bool> CodexAppServerClient::shutdown()
@@ -674,14 +726,19 @@ QCoro::Task<void> CodexAppServerClient::runShutdown(std::shared_ptr<CodexComplet
     // Taken from the connection, so that a teardown meanwhile does not retire it: closing its
     // input is the request to end, and only if it does not, the signals follow.
     QPointer<QProcess> process;
+    // A child that never finished its handshake has nothing to finish: it gets no grace.
+    bool answered = false;
     if (m_connection) {
         process = m_connection->process;
+        answered = m_connection->isInitialized;
         m_connection->process = nullptr;
     }
     bool graceful = true;
     if (isRunning(process)) {
         process->closeWriteChannel();
-        graceful = co_await waitForExit(process, shutdownWait);
+        graceful = false;
+        if (answered)
+            graceful = co_await waitForExit(process, shutdownWait);
         if (!graceful && isRunning(process)) {
             signalChild(process, SIGTERM);
             if (!co_await waitForExit(process, retirementWait) && isRunning(process)) {

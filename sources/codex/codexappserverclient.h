@@ -45,6 +45,11 @@ struct CodexAppServerOptions
     std::chrono::milliseconds requestTimeout{5000};
     std::chrono::milliseconds initializationTimeout{15000};
     std::chrono::milliseconds quickTaskTimeout{60000};
+    // After a child that never finished its handshake, no new one starts for this long (doubled
+    // on each further failure up to the maximum): requests fail at once with the last error, so
+    // a hung `codex` never turns into a stream of new children.
+    std::chrono::milliseconds connectBackoff{10000};
+    std::chrono::milliseconds maximumConnectBackoff{300000};
     qsizetype maximumFrameBytes = codexMaximumFrameBytes;
     int readerQueueCapacity = 128;
     // Holds the reader back before each chunk; zero in production. Lets tests fill the
@@ -136,6 +141,7 @@ private:
     QCoro::Task<void> runConnect(std::shared_ptr<detail::CodexCompletion<std::monostate>> done,
                                  std::stop_token stop);
     QCoro::Task<void> connectOnce(std::stop_token stop);
+    void noteConnectOutcome(std::exception_ptr error);
     QCoro::Task<QJsonValue> sendRequest(QString method, QJsonObject params,
                                         std::chrono::milliseconds timeout, std::stop_token stop);
     QCoro::Task<void> watchDeadline(qint64 requestId, std::chrono::milliseconds timeout);
@@ -168,6 +174,9 @@ private:
     std::shared_ptr<detail::CodexCompletion<std::monostate>> m_connecting;
     std::stop_source m_connectingStop;
     std::shared_ptr<detail::CodexCompletion<std::monostate>> m_retirement;
+    std::exception_ptr m_connectFailure;
+    std::chrono::milliseconds m_currentConnectBackoff{0};
+    double m_connectRetryAt = 0;
     quint64 m_retirementGeneration = 0;
 
     bool m_isSuspended = false;

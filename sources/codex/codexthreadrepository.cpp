@@ -26,6 +26,15 @@ const QString localUnavailableDescription = QStringLiteral("Codex local history 
 const QString desktopUnavailableDescription =
     QStringLiteral("Codex desktop cache unavailable (status unavailable)");
 const QString localActivityDescription = QStringLiteral("Codex local activity");
+const QString liveSilentSuffix = QStringLiteral(" + Codex live status did not answer");
+
+// Ends a wait when its patience runs out.
+QCoro::Task<void> stopAfter(Clock &clock, std::chrono::milliseconds delay,
+                            std::shared_ptr<std::stop_source> source)
+{
+    co_await clock.sleep(delay);
+    source->request_stop();
+}
 
 ThreadSourceFailure failure(const QString &sourceName, bool cached,
                             std::optional<RackProvider> provider)
@@ -111,6 +120,7 @@ std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(const QStri
         parts.fileWatch = std::move(watch);
     parts.databaseFiles = {database, database + QStringLiteral("-wal")};
     parts.clock = &clock;
+    parts.livePatience = defaultLivePatience;
     return create(std::move(parts));
 }
 
@@ -160,14 +170,14 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
     const quint64 generation = m_lifecycleGeneration;
     throwIfStale(generation, stop);
     const quint64 revision = m_localRevision;
-    const std::shared_ptr<ThreadSource> live = m_parts.liveSource;
 
     std::optional<ThreadCollection> liveResult;
     std::exception_ptr liveError;
-    try {
-        liveResult = co_await live->fetchThreads(limit, stop);
-    } catch (...) {
-        liveError = std::current_exception();
+    auto waiting = awaitLive(limit, stop);
+    const auto answer = co_await waiting;
+    if (answer) {
+        liveResult = answer->first;
+        liveError = answer->second;
     }
     throwIfStale(generation, stop);
     if (liveError && isCancellation(liveError))
@@ -188,12 +198,18 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
     } else {
         // Said once per kind of failure: without the CLI installed it would repeat on every
         // refresh and tell the person nothing new.
-        const QString category = codexAppServerErrorCategory(liveError);
+        const QString category =
+            answer ? codexAppServerErrorCategory(liveError) : QStringLiteral("no-answer");
+        // Without the CLI, local history is all there is: a normal set-up, not a fault.
+        const bool expected = category == QLatin1String("binary-not-found");
         if (category != m_lastLiveFailureCategory) {
             m_lastLiveFailureCategory = category;
-            qCWarning(lcCodexRepository,
-                      "Codex live listing failed, using local fallback [category: %s]",
-                      qPrintable(category));
+            if (expected)
+                qCInfo(lcCodexRepository, "Codex CLI not found, using local history");
+            else
+                qCWarning(lcCodexRepository,
+                          "Codex live listing failed, using local fallback [category: %s]",
+                          qPrintable(category));
         }
         // A live picture that can no longer be confirmed must not lend its status any more.
         m_liveCollection.reset();
@@ -210,11 +226,18 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
         if (fallbackError && isCancellation(fallbackError))
             throw OperationCancelled();
         if (fallbackResult) {
-            fallbackResult->sourceDescription += liveUnavailableSuffix;
-            fallbackResult->sourceFailures.append(
-                failure(QStringLiteral("Codex"), false, std::nullopt));
+            ThreadSourceFailure liveFailure = failure(QStringLiteral("Codex"), false, std::nullopt);
+            if (expected) {
+                liveFailure.provider = RackProvider::codex;
+                liveFailure.isExpectedLimitation = true;
+            } else {
+                fallbackResult->sourceDescription += answer ? liveUnavailableSuffix : liveSilentSuffix;
+            }
+            fallbackResult->sourceFailures.append(liveFailure);
             result = co_await applyOverlay(std::move(*fallbackResult), generation, stop);
         } else if (!m_parts.desktopSource) {
+            if (!answer)
+                liveError = std::make_exception_ptr(CodexAppServerError::timedOut(QStringLiteral("thread/list")));
             throw CodexThreadRepositoryError(describeException(liveError),
                                              describeException(fallbackError));
         } else {
@@ -231,6 +254,67 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
     co_await renewWatchedFiles(generation);
     throwIfStale(generation, stop);
     co_return result;
+}
+
+struct CodexThreadRepository::LiveFetch {
+    std::optional<ThreadCollection> result;
+    std::exception_ptr error;
+    bool done = false;
+    // Somebody stopped waiting: the answer, when it comes, asks for a fetch of its own.
+    bool answerWanted = false;
+    quint64 generation = 0;
+    std::vector<ChannelPtr<std::monostate>> waiters;
+};
+
+QCoro::Task<void> CodexThreadRepository::runLiveFetch(int limit, std::shared_ptr<LiveFetch> fetch,
+                                                      std::stop_token stop)
+{
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    const std::shared_ptr<ThreadSource> live = m_parts.liveSource;
+    try {
+        fetch->result = co_await live->fetchThreads(limit, stop);
+    } catch (...) {
+        fetch->error = std::current_exception();
+    }
+    fetch->done = true;
+    for (const ChannelPtr<std::monostate> &waiter : fetch->waiters)
+        waiter->send({});
+    const auto self = weak.lock();
+    if (!self)
+        co_return;
+    if (m_liveFetch == fetch)
+        m_liveFetch.reset();
+    if (fetch->answerWanted && fetch->result && !m_isShutdown && !m_isSuspended)
+        m_invalidations->send({});
+}
+
+QCoro::Task<std::optional<std::pair<std::optional<ThreadCollection>, std::exception_ptr>>>
+CodexThreadRepository::awaitLive(int limit, std::stop_token stop)
+{
+    // One live fetch at a time: a fetch that arrives while one is in flight waits for it.
+    std::shared_ptr<LiveFetch> fetch = m_liveFetch;
+    if (!fetch || fetch->generation != m_lifecycleGeneration) {
+        fetch = std::make_shared<LiveFetch>();
+        fetch->generation = m_lifecycleGeneration;
+        m_liveFetch = fetch;
+        // The repository's lifetime, not the caller's: an answer that comes late still counts.
+        runLiveFetch(limit, fetch, m_generationStop.get_token());
+    }
+    if (!fetch->done) {
+        auto arrived = BoundedChannel<std::monostate>::create(1);
+        fetch->waiters.push_back(arrived);
+        auto giveUp = std::make_shared<std::stop_source>();
+        std::stop_callback forward(stop, [giveUp] { giveUp->request_stop(); });
+        if (m_parts.livePatience.count() > 0)
+            stopAfter(clock(), m_parts.livePatience, giveUp);
+        auto next = arrived->next(giveUp->get_token());
+        co_await next;
+    }
+    if (!fetch->done) {
+        fetch->answerWanted = true;
+        co_return std::nullopt;
+    }
+    co_return std::make_pair(fetch->result, fetch->error);
 }
 
 QCoro::Task<ThreadCollection> CodexThreadRepository::applyOverlay(ThreadCollection collection,

@@ -82,7 +82,11 @@ public:
         Clock *clock = nullptr;
         // The periodic local pass in case a watcher misses an event; zero turns it off.
         std::chrono::milliseconds safetyNetInterval = defaultSafetyNetInterval;
+        // How long a fetch waits for the live side before it answers from local history; the
+        // live answer still lands later and asks for a fetch. Zero waits as long as it takes.
+        std::chrono::milliseconds livePatience{0};
     };
+    static constexpr std::chrono::milliseconds defaultLivePatience{1500};
 
     // The production assembly: the app-server (the `codex` found on PATH), the state database
     // and rollouts under `codexHome`, inotify watching. `homeDir` is where project identities
@@ -149,6 +153,11 @@ private:
     QCoro::Task<void> passOnInvalidations();
     QCoro::Task<void> runSafetyNet();
     void foldIntoLiveCollection(const CodexStatusUpdate &update);
+    struct LiveFetch;
+    QCoro::Task<void> runLiveFetch(int limit, std::shared_ptr<LiveFetch> fetch, std::stop_token stop);
+    // The live answer, or nothing when the live side did not answer within its patience.
+    QCoro::Task<std::optional<std::pair<std::optional<ThreadCollection>, std::exception_ptr>>>
+    awaitLive(int limit, std::stop_token stop);
 
     Parts m_parts;
     std::unique_ptr<TaskFileWatcher> m_watcher;
@@ -165,6 +174,8 @@ private:
     std::optional<ThreadCollection> m_localCollection;
     QString m_lastLiveFailureCategory;
     std::optional<ThreadCollection> m_liveCollection;
+    // The live fetch in flight: later fetches join it instead of asking again.
+    std::shared_ptr<LiveFetch> m_liveFetch;
     QList<ThreadSourceFailure> m_liveSourceFailures;
     std::optional<ThreadCollection> m_lastPublishedLocalSnapshot;
     QStringList m_watchedRollouts;

@@ -1,6 +1,8 @@
 #include "sources/codex/readonlydatabase.h"
 
+#include <QFile>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 namespace taskrack {
 
@@ -53,7 +55,20 @@ QByteArray sqliteFileUri(const QString &absolutePath)
 
 ReadOnlyDatabase::ReadOnlyDatabase(const QString &path)
 {
-    const QByteArray uri = sqliteFileUri(path) + QByteArrayLiteral("?mode=ro");
+    // A reader of someone else's database creates nothing in their folder. SQLite makes the
+    // shared-memory index of a write-ahead log when it is missing, even read-only: without one
+    // there is no writer to coordinate with, so a log-free database is read as immutable, and a
+    // log without its index (left by a crash) is reported unavailable until Codex recovers it.
+    QByteArray uri = sqliteFileUri(path) + QByteArrayLiteral("?mode=ro");
+    const QByteArray local = QFile::encodeName(path);
+    struct stat info {};
+    const bool hasIndex = ::stat((local + "-shm").constData(), &info) == 0;
+    const bool hasLog = ::stat((local + "-wal").constData(), &info) == 0 && info.st_size > 0;
+    if (!hasIndex && hasLog)
+        throw SQLiteThreadSourceError(SQLiteThreadSourceError::Kind::openFailed,
+                                      QStringLiteral("write-ahead log without its index"));
+    if (!hasIndex)
+        uri += QByteArrayLiteral("&immutable=1");
     sqlite3 *db = nullptr;
     const int rc = sqlite3_open_v2(uri.constData(), &db, openFlags, nullptr);
     if (rc != SQLITE_OK) {

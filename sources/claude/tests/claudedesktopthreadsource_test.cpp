@@ -257,6 +257,17 @@ TEST_F(ClaudeSourceTest, DiscoversClaudeCodeSessionsFromTranscripts)
     EXPECT_EQ(thread.status, RackStatus::completed);
     EXPECT_EQ(thread.recencyAt, baseTime.addSecs(-20));
 
+    // Rewritten in place, the session's title follows the file; a sidechain beside it (where
+    // older versions put them) is no session of its own.
+    writeFile(transcriptPath(id, "-scratch-my-app"),
+              promptLine(baseTime.addSecs(-20), "Rewritten prompt, longer than the first", "/scratch/my_app")
+                  + assistantLine(baseTime.addSecs(-10)));
+    writeFile(transcriptPath("agent-a2b3c4", "-scratch-my-app"), promptLine(baseTime, "side"));
+    clock.set(baseTime.addSecs(1));
+    const ThreadCollection rewritten = fetch(*source);
+    ASSERT_EQ(rewritten.threads.size(), 1);
+    EXPECT_EQ(rewritten.threads.first().title, "Rewritten prompt, longer than the first");
+
     // A renamed session shows its custom title.
     writeFile(transcriptPath(id, "-scratch-my-app"), R"({"type":"custom-title","customTitle":"Login work","sessionId":"x"})" "\n",
               QIODevice::Append);

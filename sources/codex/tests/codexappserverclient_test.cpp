@@ -432,6 +432,24 @@ TEST_F(CodexAppServerClientTest, LaunchProblemsAreReportedAsSuch)
     EXPECT_EQ(failureOf(client->checkConnection()).category(), "launch-failed");
 }
 
+TEST_F(CodexAppServerClientTest, ChildThatNeverAnswersIsNotRespawnedBeforeItsBackOff)
+{
+    start({{"initialize", QJsonArray{QJsonArray{QJsonObject{{"hang", true}}}}}});
+    auto first = client->checkConnection();
+    ASSERT_TRUE(waitUntil([&] { return requests("initialize").size() == 1; }));
+    clock.advance(client->options().initializationTimeout);
+    EXPECT_EQ(failureOf(std::move(first)).category(), "request-timeout");
+    // Within the back-off the same answer comes at once, from no new child.
+    clock.advance(client->options().connectBackoff - 1ms);
+    EXPECT_EQ(failureOf(client->checkConnection()).category(), "request-timeout");
+    EXPECT_EQ(pids().size(), 1);
+    clock.advance(1ms);
+    auto second = client->checkConnection();
+    EXPECT_TRUE(waitUntil([&] { return pids().size() == 2; }));
+    clock.advance(client->options().initializationTimeout);
+    EXPECT_EQ(failureOf(std::move(second)).category(), "request-timeout");
+}
+
 TEST_F(CodexAppServerClientTest, ThreadSourceRetriesOnceOnAFreshChild)
 {
     source = std::make_unique<CodexAppServerThreadSource>(std::make_unique<CodexAppServerClient>(

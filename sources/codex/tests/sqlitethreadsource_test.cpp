@@ -274,22 +274,31 @@ TEST_F(SQLiteThreadSourceTest, ReadsRowsThatOnlyExistInTheWriteAheadLog)
     EXPECT_EQ(idsOf(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400)), QStringList({"fresh"}));
 }
 
-TEST_F(SQLiteThreadSourceTest, WalDatabaseWithoutItsSideFilesInAReadOnlyFolderIsAnError)
+TEST_F(SQLiteThreadSourceTest, ReaderCreatesNoFileInTheCodexHome)
 {
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "folder permissions do not bind root";
-    {
-        StateDatabase writer(databasePath(), fixture::currentThreadsSchema, /*wal=*/true);
-        writer.insert(row("x", 5000));
+    // Codex closed cleanly (no side files), or crashed and left a log without its index.
+    for (const bool orphanLog : {false, true}) {
+        SCOPED_TRACE(orphanLog ? "log without index" : "no side files");
+        {
+            StateDatabase writer(databasePath(), fixture::currentThreadsSchema, /*wal=*/true);
+            writer.insert(row("x", 5000));
+        }
+        QFile::remove(databasePath() + "-shm");
+        QFile::remove(databasePath() + "-wal");
+        if (orphanLog) {
+            QFile log(databasePath() + "-wal");
+            ASSERT_TRUE(log.open(QIODevice::WriteOnly));
+            log.write(QByteArray(64, 'w'));
+        }
+        const QStringList before = QDir(dir.path()).entryList(QDir::Files);
+        if (orphanLog)
+            EXPECT_THROW(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400), SQLiteThreadSourceError);
+        else
+            EXPECT_EQ(idsOf(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400)), QStringList({"x"}));
+        EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), before);
+        QFile::remove(databasePath() + "-wal");
+        QFile::remove(databasePath());
     }
-    QFile::remove(databasePath() + "-wal");
-    QFile::remove(databasePath() + "-shm");
-    QFile::setPermissions(dir.path(), QFileDevice::ReadOwner | QFileDevice::ExeOwner);
-    auto restore = qScopeGuard([&] {
-        QFile::setPermissions(dir.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner
-                                              | QFileDevice::ExeOwner);
-    });
-    EXPECT_THROW(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400), SQLiteThreadSourceError);
 }
 
 TEST_F(SQLiteThreadSourceTest, OpensFoldersWhoseNamesNeedEscapingInAURI)
