@@ -105,8 +105,10 @@ int main(int argc, char **argv)
         writeOut(QStringLiteral("taskrack %1\n").arg(QStringLiteral(TASKRACK_VERSION)));
         return 0;
     }
-    if (const auto homeError = ProviderPaths::checkHomeOverride(line->home, LinuxFileSystem()))
-        return fail(*homeError);
+    if (const auto homeError = ProviderPaths::checkHomeOverride(line->home, LinuxFileSystem())) {
+        writeError(*homeError);
+        return 2;
+    }
 
     TerminationSignals termination;
     int exitCode = 0;
