@@ -72,6 +72,7 @@ ClaudeDesktopThreadSource::~ClaudeDesktopThreadSource()
             stopOnActor();
             m_watcher.reset();
             m_transcriptWatcher.reset();
+            m_transcriptRefresh.reset();
             m_lifetime.reset();
         },
         Qt::BlockingQueuedConnection);
@@ -223,6 +224,8 @@ void ClaudeDesktopThreadSource::startOnActor()
                                                                     m_fileWatchFactory);
         m_transcriptWatcher = std::make_unique<ClaudeSessionDirectoryWatcher>(m_paths.transcriptRoot, false, true,
                                                                               m_clock, m_fileWatchFactory);
+        m_transcriptRefresh = std::make_unique<Coalescer>(m_clock, transcriptCoalescing,
+                                                          [this] { runTranscriptRefresh(); });
     }
     m_watcher->start();
     m_transcriptWatcher->start();
@@ -239,7 +242,8 @@ void ClaudeDesktopThreadSource::stopOnActor()
 {
     m_isMonitoring = false;
     m_needsFollowUpReconcile = false;
-    m_isTranscriptRefreshPending = false;
+    if (m_transcriptRefresh)
+        m_transcriptRefresh->cancel();
     m_monitoringStop.request_stop();
     if (m_watcher)
         m_watcher->stop();
@@ -257,7 +261,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::runWatchLoop(ChannelPtr<std::monost
         if (!signal || alive.expired() || !isCurrent(generation))
             co_return;
         if (isTranscriptWatcher)
-            runTranscriptRefresh(generation);
+            m_transcriptRefresh->request();
         else
             reconcile(true, generation);
     }
@@ -334,8 +338,8 @@ QCoro::Task<void> ClaudeDesktopThreadSource::reconcile(bool retrying, quint64 ge
         replayPendingSignals();
         persist();
         m_hasCompletedInitialReconciliation = true;
-        const bool published = publishStatusChanges();
-        if (published || listChanged)
+        publishStatusChanges();
+        if (listChanged)
             announceListChange();
     }
 
@@ -403,19 +407,10 @@ QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> ClaudeDesktopThreadSour
     co_return std::nullopt;
 }
 
-QCoro::Task<void> ClaudeDesktopThreadSource::runTranscriptRefresh(quint64 generation)
+void ClaudeDesktopThreadSource::runTranscriptRefresh()
 {
-    // Leading-edge coalescing: signals while one refresh is pending are absorbed by it.
-    if (!isCurrent(generation) || m_isTranscriptRefreshPending)
-        co_return;
-    m_isTranscriptRefreshPending = true;
-    const std::weak_ptr<int> alive = m_lifetime;
-    QObject *home = m_executor.context();
-    co_await m_clock.sleep(transcriptCoalescing);
-    co_await ClaudeThreadHop{home};
-    if (alive.expired() || !isCurrent(generation))
-        co_return;
-    m_isTranscriptRefreshPending = false;
+    if (m_isSuspended || m_isShutdown)
+        return;
     const QDateTime now = m_clock.now();
     const bool listChanged = refreshDiscovery(now);
     if (listChanged)
@@ -424,7 +419,9 @@ QCoro::Task<void> ClaudeDesktopThreadSource::runTranscriptRefresh(quint64 genera
     if (listChanged)
         replayPendingSignals();
     persist();
-    if (publishStatusChanges() || listChanged)
+    // A changed status travels on its own; only a changed list asks for a fetch.
+    publishStatusChanges();
+    if (listChanged)
         announceListChange();
 }
 

@@ -8,6 +8,7 @@
 
 #include "core/boundedchannel.h"
 #include "core/clock.h"
+#include "core/coalescer.h"
 #include "core/serialexecutor.h"
 #include "core/threadsource.h"
 #include "sources/claude/claudehookevent.h"
@@ -117,7 +118,7 @@ private:
     QCoro::Task<void> reconcile(bool retrying, quint64 generation);
     QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> loadManifest(QString path, bool retrying,
                                                                           quint64 generation);
-    QCoro::Task<void> runTranscriptRefresh(quint64 generation);
+    void runTranscriptRefresh();
     QCoro::Task<void> runWatchLoop(ChannelPtr<std::monostate> channel, bool isTranscriptWatcher,
                                    quint64 generation, std::stop_token stop);
     QCoro::Task<void> runSafetyNet(quint64 generation, std::stop_token stop);
@@ -154,6 +155,8 @@ private:
     // Actor state.
     std::unique_ptr<ClaudeSessionDirectoryWatcher> m_watcher;
     std::unique_ptr<ClaudeSessionDirectoryWatcher> m_transcriptWatcher;
+    // Transcript re-reads: the first at once, a stream of them once per window.
+    std::unique_ptr<Coalescer> m_transcriptRefresh;
     QMap<QString, ClaudeCachedSession> m_cachedSessions; // by manifest path, in list order
     QHash<QString, ClaudeDiscoveredSession> m_discovered;
     QHash<QString, QString> m_localSessionPathByID;
@@ -168,7 +171,6 @@ private:
     bool m_isReconciling = false;
     bool m_needsFollowUpReconcile = false;
     bool m_hasCompletedInitialReconciliation = false;
-    bool m_isTranscriptRefreshPending = false;
     quint64 m_lifecycleGeneration = 0;
     bool m_isSuspended = false;
     bool m_isShutdown = false;
