@@ -2,6 +2,7 @@
 
 #include "core/threadanchor.h"
 
+#include <QMetaObject>
 #include <QThread>
 #include <cmath>
 
@@ -35,12 +36,22 @@ void Coalescer::request()
         return;
     const double window = std::chrono::duration<double>(m_window).count();
     const double now = m_clock.uptime();
-    if (!m_lastPassAt || now - *m_lastPassAt >= window) {
-        run();
+    m_owed = true;
+    const quint64 generation = ++m_generation;
+    if (m_lastPassAt && now - *m_lastPassAt < window) {
+        runAfter(*m_lastPassAt + window - now, generation);
         return;
     }
-    m_owed = true;
-    runAfter(*m_lastPassAt + window - now, ++m_generation);
+    // Posted, not called: the notices that arrived together with this one (one read of the
+    // watch) are still taken by this pass, and the caller is never re-entered.
+    const std::weak_ptr<bool> alive = m_alive;
+    QMetaObject::invokeMethod(
+        m_home,
+        [this, alive, generation] {
+            if (!alive.expired() && generation == m_generation && m_owed)
+                run();
+        },
+        Qt::QueuedConnection);
 }
 
 void Coalescer::cancel()

@@ -29,8 +29,9 @@ public:
     Coalescer(const Coalescer &) = delete;
     Coalescer &operator=(const Coalescer &) = delete;
 
-    // Asks for a pass that starts no earlier than now. A request made during a pass (from
-    // inside it) is owed one more pass at the end of the window.
+    // Asks for a pass that starts no earlier than now: after a quiet window, as soon as the
+    // thread's event loop comes round; otherwise when the window of the last pass ends. A
+    // request made during a pass is owed one more pass at the end of the window.
     void request();
     // Drops the owed pass; the next request after the window runs at once again.
     void cancel();

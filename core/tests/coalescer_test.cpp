@@ -52,6 +52,7 @@ TEST_P(CoalescerTest, PassesStartAtOnceThenAtMostOncePerWindow)
             if (at == ms)
                 coalescer->request();
         }
+        drainEvents();
     }
     EXPECT_EQ(passes, c.expectedPasses);
 }
@@ -80,12 +81,14 @@ TEST(CoalescerLifetime, CancelAndDestructionDropTheOwedPass)
     int passes = 0;
     auto coalescer = std::make_unique<Coalescer>(clock, 100ms, [&] { ++passes; });
     coalescer->request();
+    drainEvents();
     coalescer->request();
     coalescer->cancel();
     clock.advance(200ms);
     drainEvents();
     EXPECT_EQ(passes, 1);
     coalescer->request(); // after the window: at once
+    drainEvents();
     coalescer->request();
     coalescer.reset();
     clock.advance(200ms);
