@@ -1,6 +1,7 @@
 #include "sources/claude/claudedesktopthreadsource.h"
 
 #include "core/rackprojectidentity.h"
+#include "platform/linux/pidfdprocessexitwatch.h"
 #include "sources/claude/claudethreadhop.h"
 
 #include <QDir>
@@ -55,6 +56,7 @@ ClaudeDesktopThreadSource::ClaudeDesktopThreadSource(Configuration configuration
       m_clock(configuration.clock ? *configuration.clock : SystemClock::shared()),
       m_discoversTranscriptSessions(configuration.discoversTranscriptSessions),
       m_fileWatchFactory(std::move(configuration.fileWatchFactory)),
+      m_processExitWatchFactory(std::move(configuration.processExitWatchFactory)),
       m_reader(configuration.paths.transcriptRoot),
       m_discovery(m_reader),
       m_registry(configuration.paths.liveSessionsPath, std::move(configuration.processProbe))
@@ -73,6 +75,8 @@ ClaudeDesktopThreadSource::~ClaudeDesktopThreadSource()
             m_watcher.reset();
             m_transcriptWatcher.reset();
             m_transcriptRefresh.reset();
+            m_liveSessionsWatcher.reset();
+            m_processExits.reset();
             m_lifetime.reset();
         },
         Qt::BlockingQueuedConnection);
@@ -226,14 +230,30 @@ void ClaudeDesktopThreadSource::startOnActor()
                                                                               m_clock, m_fileWatchFactory);
         m_transcriptRefresh = std::make_unique<Coalescer>(m_clock, transcriptCoalescing,
                                                           [this] { runTranscriptRefresh(); });
+        // Claude Code's registry of running processes: an entry that changes or goes, and a
+        // process that ends, can change a status without any transcript line.
+        m_liveSessionsWatcher = std::make_unique<ClaudeSessionDirectoryWatcher>(
+            m_paths.liveSessionsPath, false, false, m_clock, m_fileWatchFactory);
+        m_processExits = m_processExitWatchFactory ? m_processExitWatchFactory()
+                                                   : std::make_unique<PidfdProcessExitWatch>();
+        m_processExits->setHandler([this](qint64 pid) { noteProcessExit(pid); });
     }
     m_watcher->start();
     m_transcriptWatcher->start();
+    m_liveSessionsWatcher->start();
     rebuildIndexes();
     m_monitoringStop = std::stop_source();
     const quint64 generation = m_lifecycleGeneration;
-    runWatchLoop(m_watcher->invalidations(), false, generation, m_monitoringStop.get_token());
-    runWatchLoop(m_transcriptWatcher->invalidations(), true, generation, m_monitoringStop.get_token());
+    const std::stop_token stop = m_monitoringStop.get_token();
+    runWatchLoop(m_watcher->invalidations(), [this, generation] { reconcile(true, generation); }, generation, stop);
+    runWatchLoop(m_transcriptWatcher->invalidations(), [this] { m_transcriptRefresh->request(); }, generation, stop);
+    runWatchLoop(
+        m_liveSessionsWatcher->invalidations(),
+        [this] {
+            refreshLiveRegistry();
+            publishStatusChanges();
+        },
+        generation, stop);
     runSafetyNet(generation, m_monitoringStop.get_token());
     reconcile(true, generation);
 }
@@ -249,10 +269,14 @@ void ClaudeDesktopThreadSource::stopOnActor()
         m_watcher->stop();
     if (m_transcriptWatcher)
         m_transcriptWatcher->stop();
+    if (m_liveSessionsWatcher)
+        m_liveSessionsWatcher->stop();
+    if (m_processExits)
+        m_processExits->setProcesses({});
 }
 
 QCoro::Task<void> ClaudeDesktopThreadSource::runWatchLoop(ChannelPtr<std::monostate> channel,
-                                                          bool isTranscriptWatcher, quint64 generation,
+                                                          std::function<void()> onChange, quint64 generation,
                                                           std::stop_token stop)
 {
     const std::weak_ptr<int> alive = m_lifetime;
@@ -260,10 +284,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::runWatchLoop(ChannelPtr<std::monost
         const auto signal = co_await channel->next(stop);
         if (!signal || alive.expired() || !isCurrent(generation))
             co_return;
-        if (isTranscriptWatcher)
-            m_transcriptRefresh->request();
-        else
-            reconcile(true, generation);
+        onChange();
     }
 }
 
@@ -468,6 +489,7 @@ bool ClaudeDesktopThreadSource::refreshDiscovery(const QDateTime &now)
         // A session that left the horizon takes its evidence with it, unless a manifest owns it.
         if (!found.contains(it.key()) && !manifestIds.contains(it.key())) {
             m_evidence.forget(it.key());
+            m_endedSessions.remove(it.key());
             m_lastPublishedStatus.remove(it.key());
         }
     }
@@ -507,7 +529,41 @@ void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &n
             submitted = previous->lastUserSubmittedAt;
         m_evidence.observations.insert(it.key(), ClaudeObservedStatus{it->status, it->observedAt, submitted});
     }
-    m_liveEntries = m_registry.read();
+    refreshLiveRegistry();
+}
+
+void ClaudeDesktopThreadSource::refreshLiveRegistry()
+{
+    QHash<QString, ClaudeLiveSessionEntry> entries = m_registry.read();
+    for (auto it = m_liveEntries.cbegin(); it != m_liveEntries.cend(); ++it) {
+        if (it->isRunning && !entries.contains(it.key()))
+            m_endedSessions.insert(it.key());
+    }
+    QSet<qint64> running;
+    QSet<qint64> named;
+    for (ClaudeLiveSessionEntry &entry : entries) {
+        named.insert(entry.pid);
+        // Ended but not yet reaped, a process still answers the liveness probe.
+        if (m_exitedPids.contains(entry.pid))
+            entry.isRunning = false;
+        if (entry.isRunning) {
+            running.insert(entry.pid);
+            m_endedSessions.remove(entry.sessionId);
+        }
+    }
+    m_exitedPids.intersect(named);
+    m_liveEntries = std::move(entries);
+    if (m_processExits && m_isMonitoring)
+        m_processExits->setProcesses(running);
+}
+
+void ClaudeDesktopThreadSource::noteProcessExit(qint64 pid)
+{
+    if (m_isSuspended || m_isShutdown)
+        return;
+    m_exitedPids.insert(pid);
+    refreshLiveRegistry();
+    publishStatusChanges();
 }
 
 bool ClaudeDesktopThreadSource::applySignal(const ClaudeSessionSignal &signal, const QDateTime &receivedAt)
@@ -577,8 +633,9 @@ ClaudeSessionFacts ClaudeDesktopThreadSource::factsOf(const ClaudeDesktopSession
     // The live registry speaks of Claude Code's own session id, which names the transcript.
     if (const auto key = manifest.transcriptKey()) {
         const auto live = m_liveEntries.constFind(*key);
-        if (live != m_liveEntries.cend())
+        if (live != m_liveEntries.cend() && live->isRunning)
             facts.liveEntry = &*live;
+        facts.processEnded = live != m_liveEntries.cend() ? !live->isRunning : m_endedSessions.contains(*key);
     }
     facts.lastActivityAtMs = manifest.lastActivityAt;
     return facts;

@@ -11,6 +11,7 @@
 #include "core/coalescer.h"
 #include "core/serialexecutor.h"
 #include "core/threadsource.h"
+#include "platform/processexitwatch.h"
 #include "sources/claude/claudehookevent.h"
 #include "sources/claude/claudelivesessionregistry.h"
 #include "sources/claude/claudesessiondirectorywatcher.h"
@@ -66,6 +67,8 @@ public:
         Clock *clock = nullptr; // the system clock when absent
         ClaudeSessionDirectoryWatcher::FileWatchFactory fileWatchFactory;
         ClaudeLiveSessionRegistry::ProcessProbe processProbe;
+        // Hears Claude Code processes end; pidfd by default.
+        std::function<std::unique_ptr<ProcessExitWatch>()> processExitWatchFactory;
         bool discoversTranscriptSessions = true;
     };
 
@@ -119,7 +122,7 @@ private:
     QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> loadManifest(QString path, bool retrying,
                                                                           quint64 generation);
     void runTranscriptRefresh();
-    QCoro::Task<void> runWatchLoop(ChannelPtr<std::monostate> channel, bool isTranscriptWatcher,
+    QCoro::Task<void> runWatchLoop(ChannelPtr<std::monostate> channel, std::function<void()> onChange,
                                    quint64 generation, std::stop_token stop);
     QCoro::Task<void> runSafetyNet(quint64 generation, std::stop_token stop);
     QStringList listManifests() const;
@@ -128,6 +131,8 @@ private:
     void rebuildIndexes();
     bool refreshDiscovery(const QDateTime &now);
     void refreshTranscriptObservations(const QDateTime &now);
+    void refreshLiveRegistry();
+    void noteProcessExit(qint64 pid);
     bool applySignal(const ClaudeSessionSignal &signal, const QDateTime &receivedAt);
     void replayPendingSignals();
     void persist();
@@ -144,6 +149,7 @@ private:
     Clock &m_clock;
     const bool m_discoversTranscriptSessions;
     ClaudeSessionDirectoryWatcher::FileWatchFactory m_fileWatchFactory;
+    std::function<std::unique_ptr<ProcessExitWatch>()> m_processExitWatchFactory;
     mutable ClaudeTranscriptTailReader m_reader;
     ClaudeTranscriptDiscovery m_discovery;
     ClaudeLiveSessionRegistry m_registry;
@@ -157,12 +163,18 @@ private:
     std::unique_ptr<ClaudeSessionDirectoryWatcher> m_transcriptWatcher;
     // Transcript re-reads: the first at once, a stream of them once per window.
     std::unique_ptr<Coalescer> m_transcriptRefresh;
+    std::unique_ptr<ClaudeSessionDirectoryWatcher> m_liveSessionsWatcher;
+    std::unique_ptr<ProcessExitWatch> m_processExits;
     QMap<QString, ClaudeCachedSession> m_cachedSessions; // by manifest path, in list order
     QHash<QString, ClaudeDiscoveredSession> m_discovered;
     QHash<QString, QString> m_localSessionPathByID;
     QHash<QString, QString> m_localSessionIDByAlias;
     ClaudeSessionEvidence m_evidence;
     QHash<QString, ClaudeLiveSessionEntry> m_liveEntries;
+    // Sessions whose running process's entry vanished, and processes heard to end that the
+    // registry may still name: both mean the process is gone.
+    QSet<QString> m_endedSessions;
+    QSet<qint64> m_exitedPids;
     QHash<QString, RackStatusUpdate> m_lastPublishedStatus;
     QList<PendingSignal> m_pendingSignals;
     QByteArray m_lastPersisted;
