@@ -70,7 +70,7 @@ class Watch:
         while time.time() < deadline:
             if predicate(self.statuses_of(title)):
                 return True
-            time.sleep(0.1)
+            time.sleep(0.01)
         return False
 
     def stop(self):
@@ -184,6 +184,33 @@ def main():
         failing = "Fail please. SCENARIO=error500"
         if not watch.wait_for(failing, lambda seen: "error" in seen, 30):
             failures.append("watch never showed %r as error (saw %s)" % (failing, watch.statuses_of(failing)))
+
+        # A CLI killed in the middle of a tool call leaves its turn open in the transcript and its
+        # entry in the live registry; the dead process must take "working" away, fast.
+        killed = "Sleep a minute. SCENARIO=longtool"
+        workdir = os.path.join(root, "work", "killed_turn")
+        os.makedirs(workdir, exist_ok=True)
+        victim = subprocess.Popen([claude, "-p", killed, "--allowedTools", "Bash"], cwd=workdir, env=claude_env,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+        try:
+            if not watch.wait_for(killed, lambda seen: "working" in seen, 60):
+                failures.append("watch never showed %r working (saw %s)" % (killed, watch.statuses_of(killed)))
+            registry = os.path.join(home, ".claude", "sessions")
+            deadline = time.time() + 30
+            while time.time() < deadline and not os.path.exists(os.path.join(registry, "%d.json" % victim.pid)):
+                time.sleep(0.05)
+            killed_at = time.time()
+            victim.kill()
+            victim.wait()
+        finally:
+            if victim.poll() is None:
+                victim.kill()
+        if not watch.wait_for(killed, lambda seen: seen and seen[-1] != "working", 30):
+            failures.append("watch kept %r working after its CLI was killed (saw %s)" % (killed, watch.statuses_of(killed)))
+        else:
+            print("watch dropped 'working' %.2f s after kill -9 (saw %s; registry entry %s)" % (
+                time.time() - killed_at, " -> ".join(watch.statuses_of(killed)),
+                "left behind" if os.path.exists(os.path.join(registry, "%d.json" % victim.pid)) else "removed"))
     finally:
         watch.stop()
         mock.terminate()
