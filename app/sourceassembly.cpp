@@ -46,7 +46,7 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     assembly.feeds.push_back(std::move(codexFeeds));
     // Claude: desktop manifests and Claude Code sessions found in the transcript folders.
     auto claude = std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
-        ClaudeSourcePaths::forHome(paths.home), &clock, {}, {}, true});
+        ClaudeSourcePaths::forHome(paths.home), &clock, {}, {}, {}, true});
     assembly.members.push_back(claude);
     LiveFeeds claudeFeeds;
     claudeFeeds.provider = RackProvider::claudeDesktop;

@@ -75,6 +75,30 @@ std::optional<RackStatus> statusOf(const RackStore &store, const QString &id)
     return std::nullopt;
 }
 
+// Sleeps in the event loop until the store shows `expected` for `id`: the harness itself must
+// not spin, or it would be measured with us.
+bool waitForStatus(RackStore &store, const QString &id, RackStatus expected, int timeoutMs = 10000)
+{
+    QEventLoop loop;
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    const QMetaObject::Connection connection =
+        QObject::connect(&store, &RackStore::allThreadsChanged, &loop, [&] {
+            if (statusOf(store, id) == expected)
+                loop.quit();
+        });
+    if (statusOf(store, id) != expected)
+        loop.exec();
+    QObject::disconnect(connection);
+    return statusOf(store, id) == expected;
+}
+
+void sleepInEventLoop(int ms)
+{
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
 QCoro::Task<void> signalWhenDone(QCoro::Task<void> task, bool &done)
 {
     co_await task;
@@ -146,12 +170,7 @@ struct ClaudeHome
         runUntil([&] { return stopped; });
     }
 
-    void quiet(int ms)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        runUntil([&] { return timer.elapsed() >= ms; }, ms + 1000);
-    }
+    void quiet(int ms) { sleepInEventLoop(ms); }
 };
 
 void BM_TranscriptLineToStoreStatus(benchmark::State &state)
@@ -171,7 +190,7 @@ void BM_TranscriptLineToStoreStatus(benchmark::State &state)
         QElapsedTimer timer;
         timer.start();
         append(home.hotPath, working ? finishedLine() : promptLine());
-        if (!runUntil([&] { return statusOf(store, home.hotId) == expected; })) {
+        if (!waitForStatus(store, home.hotId, expected)) {
             state.SkipWithError("the status change did not reach the store");
             break;
         }
@@ -189,6 +208,47 @@ void BM_TranscriptLineToStoreStatus(benchmark::State &state)
     }
 }
 BENCHMARK(BM_TranscriptLineToStoreStatus)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(100);
+
+// A hook event (as the bus listener hands it over) to the store: a permission prompt asks for
+// input. Between prompts an answered turn's last line puts the session back to completed.
+void BM_HookEventToStoreStatus(benchmark::State &state)
+{
+    ClaudeHome home;
+    RackStore &store = home.runtime->store();
+    ClaudeSessionSignal signal;
+    signal.sessionId = home.hotId.mid(QStringLiteral("claude:").size());
+    signal.inputRequest = ClaudeSessionSignal::InputRequest::set;
+    std::vector<double> latencies;
+    for (auto _ : state) {
+        QElapsedTimer timer;
+        timer.start();
+        auto receiving = home.source->receiveSignal(signal, QDateTime::currentDateTimeUtc());
+        if (!waitForStatus(store, home.hotId, RackStatus::requiresInput)) {
+            state.SkipWithError("the hook event did not reach the store");
+            break;
+        }
+        const double seconds = double(timer.nsecsElapsed()) / 1e9;
+        state.SetIterationTime(seconds);
+        latencies.push_back(seconds);
+        home.quiet(5);
+        append(home.hotPath, finishedLine());
+        if (!waitForStatus(store, home.hotId, RackStatus::completed)) {
+            state.SkipWithError("the answered turn did not reach the store");
+            break;
+        }
+        home.quiet(5);
+    }
+    if (!latencies.empty()) {
+        std::sort(latencies.begin(), latencies.end());
+        state.counters["p50_ms"] = latencies[latencies.size() / 2] * 1000.0;
+        state.counters["p99_ms"] =
+            latencies[std::min(latencies.size() - 1, latencies.size() * 99 / 100)] * 1000.0;
+    }
+}
+BENCHMARK(BM_HookEventToStoreStatus)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->Iterations(100);

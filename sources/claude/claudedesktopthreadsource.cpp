@@ -197,8 +197,8 @@ QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal s
         if (applySignal(signal, receivedAt)) {
             // The event itself sets no status: it makes the transcripts be read again now.
             refreshTranscriptObservations(m_clock.now());
-            persist();
             publishStatusChanges();
+            persist();
         } else {
             // Claude Code often fires a hook before the transcript file exists.
             if (m_pendingSignals.size() >= pendingSignalLimit)
@@ -432,18 +432,21 @@ void ClaudeDesktopThreadSource::runTranscriptRefresh()
 {
     if (m_isSuspended || m_isShutdown)
         return;
+    // The known sessions' statuses go out first: they are what a person waits for. New or
+    // vanished sessions and the evidence file follow.
     const QDateTime now = m_clock.now();
-    const bool listChanged = refreshDiscovery(now);
-    if (listChanged)
-        rebuildIndexes();
     refreshTranscriptObservations(now);
-    if (listChanged)
-        replayPendingSignals();
-    persist();
-    // A changed status travels on its own; only a changed list asks for a fetch.
     publishStatusChanges();
-    if (listChanged)
+    const bool listChanged = refreshDiscovery(now);
+    if (listChanged) {
+        rebuildIndexes();
+        refreshTranscriptObservations(now);
+        replayPendingSignals();
+        publishStatusChanges();
+        // Only a changed list asks for a fetch.
         announceListChange();
+    }
+    persist();
 }
 
 // ---- state ----
