@@ -89,6 +89,7 @@ void ClaudeDesktopThreadSource::loadPersistedEvidence()
         return;
     if (auto evidence = decodeClaudeSessionEvidence(*data)) {
         m_evidence = std::move(*evidence);
+        m_persistedEvidence = m_evidence;
         m_lastPersisted = *data;
     }
 }
@@ -355,7 +356,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::reconcile(bool retrying, quint64 ge
         const QDateTime now = m_clock.now();
         listChanged |= refreshDiscovery(now);
         rebuildIndexes();
-        refreshTranscriptObservations(now);
+        refreshTranscriptObservations(now, true);
         replayPendingSignals();
         persist();
         m_hasCompletedInitialReconciliation = true;
@@ -440,7 +441,7 @@ void ClaudeDesktopThreadSource::runTranscriptRefresh()
     const bool listChanged = refreshDiscovery(now);
     if (listChanged) {
         rebuildIndexes();
-        refreshTranscriptObservations(now);
+        refreshTranscriptObservations(now, true);
         replayPendingSignals();
         publishStatusChanges();
         // Only a changed list asks for a fetch.
@@ -522,9 +523,23 @@ void ClaudeDesktopThreadSource::rebuildIndexes()
         m_transcriptWatcher->updateWatchedRegularFiles(transcriptNames);
 }
 
-void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &now)
+void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &now, bool afterDiscovery)
 {
-    const auto observations = m_reader.observations(allSessions(), now);
+    const QList<ClaudeDesktopSessionManifest> sessions = allSessions();
+    QHash<QString, ClaudeIndexedTranscript> indexed;
+    if (afterDiscovery && m_discoversTranscriptSessions) {
+        indexed.reserve(m_discovered.size());
+        for (const ClaudeDiscoveredSession &session : std::as_const(m_discovered))
+            indexed.insert(session.sessionId, session.transcript);
+        // A manifest may name a transcript that discovery passed over: then list again.
+        afterDiscovery = std::all_of(sessions.cbegin(), sessions.cend(), [&](const auto &session) {
+            const auto key = session.transcriptKey();
+            return !key || indexed.contains(*key);
+        });
+    }
+    const auto observations = afterDiscovery && m_discoversTranscriptSessions
+        ? m_reader.observations(sessions, now, indexed)
+        : m_reader.observations(sessions, now);
     for (auto it = observations.cbegin(); it != observations.cend(); ++it) {
         const auto previous = m_evidence.observations.constFind(it.key());
         std::optional<QDateTime> submitted = it->lastUserSubmittedAt;
@@ -613,14 +628,20 @@ void ClaudeDesktopThreadSource::replayPendingSignals()
 
 void ClaudeDesktopThreadSource::persist()
 {
-    const QByteArray encoded = encodeClaudeSessionEvidence(m_evidence);
-    if (encoded == m_lastPersisted)
+    if (m_evidence == m_persistedEvidence && !m_lastPersisted.isEmpty())
         return;
+    const QByteArray encoded = encodeClaudeSessionEvidence(m_evidence);
+    if (encoded == m_lastPersisted) {
+        m_persistedEvidence = m_evidence;
+        return;
+    }
     QDir().mkpath(QFileInfo(m_paths.observedStatusesPath).path());
     QSaveFile file(m_paths.observedStatusesPath);
     // A failed write is retried at the next persist, since m_lastPersisted stays behind.
-    if (file.open(QIODevice::WriteOnly) && file.write(encoded) == encoded.size() && file.commit())
+    if (file.open(QIODevice::WriteOnly) && file.write(encoded) == encoded.size() && file.commit()) {
         m_lastPersisted = encoded;
+        m_persistedEvidence = m_evidence;
+    }
 }
 
 ClaudeSessionFacts ClaudeDesktopThreadSource::factsOf(const ClaudeDesktopSessionManifest &manifest) const

@@ -130,7 +130,8 @@ private:
     bool isCurrent(quint64 generation) const;
     void rebuildIndexes();
     bool refreshDiscovery(const QDateTime &now);
-    void refreshTranscriptObservations(const QDateTime &now);
+    // `afterDiscovery`: the folders were just listed by discovery, whose index is reused.
+    void refreshTranscriptObservations(const QDateTime &now, bool afterDiscovery = false);
     void refreshLiveRegistry();
     void noteProcessExit(qint64 pid);
     bool applySignal(const ClaudeSessionSignal &signal, const QDateTime &receivedAt);
@@ -178,6 +179,8 @@ private:
     QHash<QString, RackStatusUpdate> m_lastPublishedStatus;
     QList<PendingSignal> m_pendingSignals;
     QByteArray m_lastPersisted;
+    // What m_lastPersisted holds, compared before anything is encoded.
+    ClaudeSessionEvidence m_persistedEvidence;
     std::stop_source m_monitoringStop;
     bool m_isMonitoring = false;
     bool m_isReconciling = false;

@@ -43,6 +43,7 @@ class Watch:
         self.process = subprocess.Popen(command, env=env, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
                                         text=True)
         self.lines = []
+        self.arrivals = []
         self.lock = threading.Lock()
         self.reader = threading.Thread(target=self.read, daemon=True)
         self.reader.start()
@@ -55,6 +56,7 @@ class Watch:
                 continue
             with self.lock:
                 self.lines.append(parsed)
+                self.arrivals.append(time.time())
 
     def statuses_of(self, title):
         with self.lock:
@@ -64,6 +66,14 @@ class Watch:
                     if thread.get("title") == title and (not seen or seen[-1] != thread.get("status")):
                         seen.append(thread.get("status"))
             return seen
+
+    def first_seen(self, title, status):
+        """When a line first showed the thread titled `title` with `status`."""
+        with self.lock:
+            for rack, arrival in zip(self.lines, self.arrivals):
+                if any(t.get("title") == title and t.get("status") == status for t in rack.get("threads", [])):
+                    return arrival
+        return None
 
     def wait_for(self, title, predicate, seconds):
         deadline = time.time() + seconds
@@ -181,6 +191,18 @@ def main():
         if not went_from_working:
             failures.append("watch did not see %r go from working to completed (saw %s)" % (slow, seen))
         print("watch saw %r as %s" % (slow, " -> ".join(seen)))
+        # From the moment Claude Code stamped the turn's last line to the watch line showing it.
+        slow_thread = threads.get(slow)
+        finished = watch.first_seen(slow, "completed")
+        if slow_thread and finished:
+            transcripts = os.path.join(home, ".claude", "projects")
+            for folder in os.listdir(transcripts):
+                path = os.path.join(transcripts, folder, slow_thread["providerThreadID"] + ".jsonl")
+                if os.path.exists(path):
+                    stamps = [json.loads(line).get("timestamp") for line in open(path) if '"end_turn"' in line]
+                    if stamps and stamps[-1]:
+                        print("watch showed the finished turn %.0f ms after its line was stamped" % (
+                            (finished - parse_time(stamps[-1])) * 1000))
         failing = "Fail please. SCENARIO=error500"
         if not watch.wait_for(failing, lambda seen: "error" in seen, 30):
             failures.append("watch never showed %r as error (saw %s)" % (failing, watch.statuses_of(failing)))
