@@ -152,9 +152,10 @@ void ClaudeSessionDirectoryWatcher::handleNotice(const FileWatchNotice &notice)
     if (!m_isRunning)
         return;
     using namespace FileWatchEvents;
-    // Closing a file after a write, or touching its metadata, adds nothing to the write itself,
-    // which was noticed already; counted, such echoes would owe a second pass for every write.
-    if ((notice.events & ~(closedAfterWrite | attributes)) == 0)
+    // Closing a file after a write adds nothing to the write itself, which was noticed already;
+    // counted, the echo would owe a second pass for every write. (A changed modification time
+    // does count: readers judge a transcript's age by it.)
+    if ((notice.events & ~closedAfterWrite) == 0)
         return;
     const auto found = m_pathByHandle.constFind(notice.handle);
     if (notice.handle >= 0 && found == m_pathByHandle.cend())
