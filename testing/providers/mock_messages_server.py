@@ -12,7 +12,8 @@ Scenarios:
   slow        a text answer streamed over --slow-seconds (default 4)
   bgbash      a Bash tool_use run in the background ("sleep 2; echo bgdone") first; once its result
               or its completion notice comes back, a text answer
-  longtool    a Bash tool_use that sleeps for a minute ("sleep 60"), for killing a CLI mid-tool
+  longtool    a Bash tool_use that waits a minute (a python3 sleep: Claude Code may turn a bare long
+              "sleep" down), for killing a CLI in the middle of a tool call
   error500    HTTP 500 with an API error body
   overloaded  HTTP 529 with an overloaded error body
 
@@ -143,7 +144,8 @@ class Handler(BaseHTTPRequestHandler):
             stop_reason = "tool_use"
         elif scenario == "longtool" and not has_tool_result(newest_user_message(body)):
             blocks = [{"type": "tool_use", "id": "toolu_mock_" + uuid.uuid4().hex[:16], "name": "Bash",
-                       "input": {"command": "sleep 60", "description": "Sleep a minute"}}]
+                       "input": {"command": "python3 -c 'import time; time.sleep(60)'",
+                                 "description": "Wait a minute"}}]
             stop_reason = "tool_use"
         elif scenario == "tool":
             blocks = [{"type": "text", "text": "The command printed hi."}]
