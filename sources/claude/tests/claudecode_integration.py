@@ -9,6 +9,7 @@ failure instead.
 """
 
 import datetime
+import glob
 import json
 import os
 import subprocess
@@ -192,17 +193,12 @@ def main():
             failures.append("watch did not see %r go from working to completed (saw %s)" % (slow, seen))
         print("watch saw %r as %s" % (slow, " -> ".join(seen)))
         # From the moment Claude Code stamped the turn's last line to the watch line showing it.
-        slow_thread = threads.get(slow)
         finished = watch.first_seen(slow, "completed")
-        if slow_thread and finished:
-            transcripts = os.path.join(home, ".claude", "projects")
-            for folder in os.listdir(transcripts):
-                path = os.path.join(transcripts, folder, slow_thread["providerThreadID"] + ".jsonl")
-                if os.path.exists(path):
-                    stamps = [json.loads(line).get("timestamp") for line in open(path) if '"end_turn"' in line]
-                    if stamps and stamps[-1]:
-                        print("watch showed the finished turn %.0f ms after its line was stamped" % (
-                            (finished - parse_time(stamps[-1])) * 1000))
+        slow_id = threads[slow]["providerThreadID"] if finished and slow in threads else "-"
+        for path in glob.glob(os.path.join(home, ".claude", "projects", "*", "%s.jsonl" % slow_id)):
+            stamps = [json.loads(line)["timestamp"] for line in open(path) if '"end_turn"' in line]
+            print("watch showed the finished turn %.0f ms after its line was stamped" % (
+                (finished - parse_time(stamps[-1])) * 1000))
         failing = "Fail please. SCENARIO=error500"
         if not watch.wait_for(failing, lambda seen: "error" in seen, 30):
             failures.append("watch never showed %r as error (saw %s)" % (failing, watch.statuses_of(failing)))
