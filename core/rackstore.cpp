@@ -6,6 +6,7 @@
 #include "platform/preferences.h"
 
 #include <QSet>
+#include <cmath>
 
 namespace taskrack {
 
@@ -129,7 +130,12 @@ void RackStore::scheduleRefresh(std::chrono::milliseconds delay)
         m_refreshRequestedWhileInFlight = true;
         return;
     }
-    const double deadline = m_clock.uptime() + double(delay.count()) / 1000.0;
+    // The first request after a quiet spell fetches at once; requests within `delay` of the
+    // last fetch's start fold into one fetch when that window ends.
+    const double now = m_clock.uptime();
+    const double deadline =
+        m_lastRefreshStartedAt ? std::max(now, *m_lastRefreshStartedAt + double(delay.count()) / 1000.0)
+                               : now;
     // A sooner refresh already on its way is never pushed back by a later request.
     if (m_scheduledRefreshDeadline && *m_scheduledRefreshDeadline <= deadline)
         return;
@@ -137,7 +143,8 @@ void RackStore::scheduleRefresh(std::chrono::milliseconds delay)
         m_scheduledRefresh->request_stop();
     m_scheduledRefreshDeadline = deadline;
     m_scheduledRefresh = std::make_shared<std::stop_source>();
-    runScheduledRefresh(delay, m_scheduledRefresh->get_token());
+    runScheduledRefresh(std::chrono::milliseconds(qint64(std::ceil((deadline - now) * 1000.0 - 1e-6))),
+                        m_scheduledRefresh->get_token());
 }
 
 QCoro::Task<void> RackStore::runScheduledRefresh(std::chrono::milliseconds delay,
@@ -185,6 +192,7 @@ QCoro::Task<void> RackStore::refresh()
     m_scheduledRefresh.reset();
     m_scheduledRefreshDeadline.reset();
     assign(m_isRefreshing, true, &RackStore::isRefreshingChanged);
+    m_lastRefreshStartedAt = m_clock.uptime();
 
     // The revision is the only clock that orders live events against this fetch: read it
     // before the await, compare after.

@@ -73,6 +73,7 @@ public:
 
     // --- Data paths -----------------------------------------------------------------------
     QCoro::Task<void> refresh();
+    // At once after a quiet spell, otherwise when `delay` has passed since the last fetch began.
     void scheduleRefresh(std::chrono::milliseconds delay = refreshDebounce);
     void refreshIfStale(double olderThanSeconds = stalenessAge);
     void applyStatusUpdate(const RackStatusUpdate &update);
@@ -236,6 +237,7 @@ private:
     RackCompletionLedger m_completionLedger;
     std::shared_ptr<std::stop_source> m_scheduledRefresh;
     std::optional<double> m_scheduledRefreshDeadline;
+    std::optional<double> m_lastRefreshStartedAt;
     std::stop_source m_refreshStop;
     bool m_refreshRequestedWhileInFlight = false;
     quint64 m_revision = 0;

@@ -59,31 +59,28 @@ protected:
     }
 };
 
-TEST_F(RackStoreTest, RequestsWithinTheDebounceFoldIntoOneFetchAndNeverPushItBack)
+TEST_F(RackStoreTest, TheFirstRequestFetchesAtOnceAndLaterOnesFoldIntoOneAfterTheWindow)
 {
+    store->scheduleRefresh();
+    EXPECT_EQ(source.fetchCount(), 1) << "no waiting after a quiet spell";
+    EXPECT_EQ(source.lastLimit(), RackStore::fetchLimit);
+    finish(collection({}));
+    clock.advance(100ms);
+    store->scheduleRefresh();
+    store->scheduleRefresh(0ms); // a stale-data request never waits behind the window
+    EXPECT_EQ(source.fetchCount(), 2);
+    finish(collection({}));
+    clock.advance(20ms);
     store->scheduleRefresh();
     clock.advance(100ms);
     store->scheduleRefresh();
-    store->scheduleRefresh();
-    clock.advance(79ms);
-    EXPECT_EQ(source.fetchCount(), 0);
-    clock.advance(1ms); // 180 ms after the first request, not after the last
-    EXPECT_EQ(source.fetchCount(), 1);
-    EXPECT_EQ(source.lastLimit(), RackStore::fetchLimit);
+    clock.advance(59ms);
+    EXPECT_EQ(source.fetchCount(), 2);
+    clock.advance(1ms); // the window of the last fetch ends; the later request did not push it
+    EXPECT_EQ(source.fetchCount(), 3);
     finish(collection({}));
     clock.advance(1000ms);
-    EXPECT_EQ(source.fetchCount(), 1);
-}
-
-TEST_F(RackStoreTest, ASoonerRequestReplacesALaterDeadline)
-{
-    store->scheduleRefresh(1000ms);
-    store->scheduleRefresh(0ms);
-    clock.advance(0ms);
-    EXPECT_EQ(source.fetchCount(), 1);
-    finish(collection({}));
-    clock.advance(2000ms);
-    EXPECT_EQ(source.fetchCount(), 1);
+    EXPECT_EQ(source.fetchCount(), 3);
 }
 
 TEST_F(RackStoreTest, ARequestDuringAFetchOwesExactlyOneMoreAfterTheDebounce)

@@ -1,6 +1,7 @@
 #include "sources/claude/claudedesktopthreadsource.h"
 
 #include "core/rackprojectidentity.h"
+#include "platform/linux/pidfdprocessexitwatch.h"
 #include "sources/claude/claudethreadhop.h"
 
 #include <QDir>
@@ -59,6 +60,7 @@ ClaudeDesktopThreadSource::ClaudeDesktopThreadSource(Configuration configuration
       m_discoversTranscriptSessions(configuration.discoversTranscriptSessions),
       m_fileWatchFactory(std::move(configuration.fileWatchFactory)),
       m_fileSystem(*configuration.fileSystem),
+      m_processExitWatchFactory(std::move(configuration.processExitWatchFactory)),
       m_reader(m_fileSystem, configuration.paths.transcriptRoot),
       m_discovery(m_reader),
       m_registry(m_fileSystem, configuration.paths.liveSessionsPath,
@@ -77,6 +79,9 @@ ClaudeDesktopThreadSource::~ClaudeDesktopThreadSource()
             stopOnActor();
             m_watcher.reset();
             m_transcriptWatcher.reset();
+            m_transcriptRefresh.reset();
+            m_liveSessionsWatcher.reset();
+            m_processExits.reset();
             m_lifetime.reset();
         },
         Qt::BlockingQueuedConnection);
@@ -90,6 +95,7 @@ void ClaudeDesktopThreadSource::loadPersistedEvidence()
         return;
     if (auto evidence = decodeClaudeSessionEvidence(*data)) {
         m_evidence = std::move(*evidence);
+        m_persistedEvidence = m_evidence;
         m_lastPersisted = *data;
     }
 }
@@ -198,8 +204,8 @@ QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal s
         if (applySignal(signal, receivedAt)) {
             // The event itself sets no status: it makes the transcripts be read again now.
             refreshTranscriptObservations(m_clock.now());
-            persist();
             publishStatusChanges();
+            persist();
         } else {
             // Claude Code often fires a hook before the transcript file exists.
             if (m_pendingSignals.size() >= pendingSignalLimit)
@@ -229,14 +235,32 @@ void ClaudeDesktopThreadSource::startOnActor()
                                                                     m_fileWatchFactory);
         m_transcriptWatcher = std::make_unique<ClaudeSessionDirectoryWatcher>(m_paths.transcriptRoot, false, true,
                                                                               m_clock, m_fileWatchFactory);
+        m_transcriptRefresh = std::make_unique<Coalescer>(m_clock, transcriptCoalescing,
+                                                          [this] { runTranscriptRefresh(); });
+        // Claude Code's registry of running processes: an entry that changes or goes, and a
+        // process that ends, can change a status without any transcript line.
+        m_liveSessionsWatcher = std::make_unique<ClaudeSessionDirectoryWatcher>(
+            m_paths.liveSessionsPath, false, false, m_clock, m_fileWatchFactory);
+        m_processExits = m_processExitWatchFactory ? m_processExitWatchFactory()
+                                                   : std::make_unique<PidfdProcessExitWatch>();
+        m_processExits->setHandler([this](qint64 pid) { noteProcessExit(pid); });
     }
     m_watcher->start();
     m_transcriptWatcher->start();
+    m_liveSessionsWatcher->start();
     rebuildIndexes();
     m_monitoringStop = std::stop_source();
     const quint64 generation = m_lifecycleGeneration;
-    runWatchLoop(m_watcher->invalidations(), false, generation, m_monitoringStop.get_token());
-    runWatchLoop(m_transcriptWatcher->invalidations(), true, generation, m_monitoringStop.get_token());
+    const std::stop_token stop = m_monitoringStop.get_token();
+    runWatchLoop(m_watcher->invalidations(), [this, generation] { reconcile(true, generation); }, generation, stop);
+    runWatchLoop(m_transcriptWatcher->invalidations(), [this] { m_transcriptRefresh->request(); }, generation, stop);
+    runWatchLoop(
+        m_liveSessionsWatcher->invalidations(),
+        [this] {
+            refreshLiveRegistry();
+            publishStatusChanges();
+        },
+        generation, stop);
     runSafetyNet(generation, m_monitoringStop.get_token());
     reconcile(true, generation);
 }
@@ -245,16 +269,21 @@ void ClaudeDesktopThreadSource::stopOnActor()
 {
     m_isMonitoring = false;
     m_needsFollowUpReconcile = false;
-    m_isTranscriptRefreshPending = false;
+    if (m_transcriptRefresh)
+        m_transcriptRefresh->cancel();
     m_monitoringStop.request_stop();
     if (m_watcher)
         m_watcher->stop();
     if (m_transcriptWatcher)
         m_transcriptWatcher->stop();
+    if (m_liveSessionsWatcher)
+        m_liveSessionsWatcher->stop();
+    if (m_processExits)
+        m_processExits->setProcesses({});
 }
 
 QCoro::Task<void> ClaudeDesktopThreadSource::runWatchLoop(ChannelPtr<std::monostate> channel,
-                                                          bool isTranscriptWatcher, quint64 generation,
+                                                          std::function<void()> onChange, quint64 generation,
                                                           std::stop_token stop)
 {
     const std::weak_ptr<int> alive = m_lifetime;
@@ -262,10 +291,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::runWatchLoop(ChannelPtr<std::monost
         const auto signal = co_await channel->next(stop);
         if (!signal || alive.expired() || !isCurrent(generation))
             co_return;
-        if (isTranscriptWatcher)
-            runTranscriptRefresh(generation);
-        else
-            reconcile(true, generation);
+        onChange();
     }
 }
 
@@ -336,12 +362,12 @@ QCoro::Task<void> ClaudeDesktopThreadSource::reconcile(bool retrying, quint64 ge
         const QDateTime now = m_clock.now();
         listChanged |= refreshDiscovery(now);
         rebuildIndexes();
-        refreshTranscriptObservations(now);
+        refreshTranscriptObservations(now, true);
         replayPendingSignals();
         persist();
         m_hasCompletedInitialReconciliation = true;
-        const bool published = publishStatusChanges();
-        if (published || listChanged)
+        publishStatusChanges();
+        if (listChanged)
             announceListChange();
     }
 
@@ -410,29 +436,25 @@ QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> ClaudeDesktopThreadSour
     co_return std::nullopt;
 }
 
-QCoro::Task<void> ClaudeDesktopThreadSource::runTranscriptRefresh(quint64 generation)
+void ClaudeDesktopThreadSource::runTranscriptRefresh()
 {
-    // Leading-edge coalescing: signals while one refresh is pending are absorbed by it.
-    if (!isCurrent(generation) || m_isTranscriptRefreshPending)
-        co_return;
-    m_isTranscriptRefreshPending = true;
-    const std::weak_ptr<int> alive = m_lifetime;
-    QObject *home = m_executor.context();
-    co_await m_clock.sleep(transcriptCoalescing);
-    co_await ClaudeThreadHop{home};
-    if (alive.expired() || !isCurrent(generation))
-        co_return;
-    m_isTranscriptRefreshPending = false;
+    if (m_isSuspended || m_isShutdown)
+        return;
+    // The known sessions' statuses go out first: they are what a person waits for. New or
+    // vanished sessions and the evidence file follow.
     const QDateTime now = m_clock.now();
-    const bool listChanged = refreshDiscovery(now);
-    if (listChanged)
-        rebuildIndexes();
     refreshTranscriptObservations(now);
-    if (listChanged)
+    publishStatusChanges();
+    const bool listChanged = refreshDiscovery(now);
+    if (listChanged) {
+        rebuildIndexes();
+        refreshTranscriptObservations(now, true);
         replayPendingSignals();
-    persist();
-    if (publishStatusChanges() || listChanged)
+        publishStatusChanges();
+        // Only a changed list asks for a fetch.
         announceListChange();
+    }
+    persist();
 }
 
 // ---- state ----
@@ -478,6 +500,7 @@ bool ClaudeDesktopThreadSource::refreshDiscovery(const QDateTime &now)
         // A session that left the horizon takes its evidence with it, unless a manifest owns it.
         if (!found.contains(it.key()) && !manifestIds.contains(it.key())) {
             m_evidence.forget(it.key());
+            m_endedSessions.remove(it.key());
             m_lastPublishedStatus.remove(it.key());
         }
     }
@@ -507,9 +530,23 @@ void ClaudeDesktopThreadSource::rebuildIndexes()
         m_transcriptWatcher->updateWatchedRegularFiles(transcriptNames);
 }
 
-void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &now)
+void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &now, bool afterDiscovery)
 {
-    const auto observations = m_reader.observations(allSessions(), now);
+    const QList<ClaudeDesktopSessionManifest> sessions = allSessions();
+    QHash<QString, ClaudeIndexedTranscript> indexed;
+    if (afterDiscovery && m_discoversTranscriptSessions) {
+        indexed.reserve(m_discovered.size());
+        for (const ClaudeDiscoveredSession &session : std::as_const(m_discovered))
+            indexed.insert(session.sessionId, session.transcript);
+        // A manifest may name a transcript that discovery passed over: then list again.
+        afterDiscovery = std::all_of(sessions.cbegin(), sessions.cend(), [&](const auto &session) {
+            const auto key = session.transcriptKey();
+            return !key || indexed.contains(*key);
+        });
+    }
+    const auto observations = afterDiscovery && m_discoversTranscriptSessions
+        ? m_reader.observations(sessions, now, indexed)
+        : m_reader.observations(sessions, now);
     for (auto it = observations.cbegin(); it != observations.cend(); ++it) {
         const auto previous = m_evidence.observations.constFind(it.key());
         std::optional<QDateTime> submitted = it->lastUserSubmittedAt;
@@ -517,7 +554,41 @@ void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &n
             submitted = previous->lastUserSubmittedAt;
         m_evidence.observations.insert(it.key(), ClaudeObservedStatus{it->status, it->observedAt, submitted});
     }
-    m_liveEntries = m_registry.read();
+    refreshLiveRegistry();
+}
+
+void ClaudeDesktopThreadSource::refreshLiveRegistry()
+{
+    QHash<QString, ClaudeLiveSessionEntry> entries = m_registry.read();
+    for (auto it = m_liveEntries.cbegin(); it != m_liveEntries.cend(); ++it) {
+        if (it->isRunning && !entries.contains(it.key()))
+            m_endedSessions.insert(it.key());
+    }
+    QSet<qint64> running;
+    QSet<qint64> named;
+    for (ClaudeLiveSessionEntry &entry : entries) {
+        named.insert(entry.pid);
+        // Ended but not yet reaped, a process still answers the liveness probe.
+        if (m_exitedPids.contains(entry.pid))
+            entry.isRunning = false;
+        if (entry.isRunning) {
+            running.insert(entry.pid);
+            m_endedSessions.remove(entry.sessionId);
+        }
+    }
+    m_exitedPids.intersect(named);
+    m_liveEntries = std::move(entries);
+    if (m_processExits && m_isMonitoring)
+        m_processExits->setProcesses(running);
+}
+
+void ClaudeDesktopThreadSource::noteProcessExit(qint64 pid)
+{
+    if (m_isSuspended || m_isShutdown)
+        return;
+    m_exitedPids.insert(pid);
+    refreshLiveRegistry();
+    publishStatusChanges();
 }
 
 bool ClaudeDesktopThreadSource::applySignal(const ClaudeSessionSignal &signal, const QDateTime &receivedAt)
@@ -564,14 +635,20 @@ void ClaudeDesktopThreadSource::replayPendingSignals()
 
 void ClaudeDesktopThreadSource::persist()
 {
-    const QByteArray encoded = encodeClaudeSessionEvidence(m_evidence);
-    if (encoded == m_lastPersisted)
+    if (m_evidence == m_persistedEvidence && !m_lastPersisted.isEmpty())
         return;
+    const QByteArray encoded = encodeClaudeSessionEvidence(m_evidence);
+    if (encoded == m_lastPersisted) {
+        m_persistedEvidence = m_evidence;
+        return;
+    }
     QDir().mkpath(QFileInfo(m_paths.observedStatusesPath).path());
     QSaveFile file(m_paths.observedStatusesPath);
     // A failed write is retried at the next persist, since m_lastPersisted stays behind.
-    if (file.open(QIODevice::WriteOnly) && file.write(encoded) == encoded.size() && file.commit())
+    if (file.open(QIODevice::WriteOnly) && file.write(encoded) == encoded.size() && file.commit()) {
         m_lastPersisted = encoded;
+        m_persistedEvidence = m_evidence;
+    }
 }
 
 ClaudeSessionFacts ClaudeDesktopThreadSource::factsOf(const ClaudeDesktopSessionManifest &manifest) const
@@ -587,8 +664,9 @@ ClaudeSessionFacts ClaudeDesktopThreadSource::factsOf(const ClaudeDesktopSession
     // The live registry speaks of Claude Code's own session id, which names the transcript.
     if (const auto key = manifest.transcriptKey()) {
         const auto live = m_liveEntries.constFind(*key);
-        if (live != m_liveEntries.cend())
+        if (live != m_liveEntries.cend() && live->isRunning)
             facts.liveEntry = &*live;
+        facts.processEnded = live != m_liveEntries.cend() ? !live->isRunning : m_endedSessions.contains(*key);
     }
     facts.lastActivityAtMs = manifest.lastActivityAt;
     return facts;

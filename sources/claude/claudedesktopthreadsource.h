@@ -8,8 +8,10 @@
 
 #include "core/boundedchannel.h"
 #include "core/clock.h"
+#include "core/coalescer.h"
 #include "core/serialexecutor.h"
 #include "core/threadsource.h"
+#include "platform/processexitwatch.h"
 #include "sources/claude/claudehookevent.h"
 #include "sources/claude/claudelivesessionregistry.h"
 #include "sources/claude/claudesessiondirectorywatcher.h"
@@ -65,6 +67,8 @@ public:
         Clock *clock = nullptr; // the system clock when absent
         ClaudeSessionDirectoryWatcher::FileWatchFactory fileWatchFactory;
         ClaudeLiveSessionRegistry::ProcessProbe processProbe;
+        // Hears Claude Code processes end; pidfd by default.
+        std::function<std::unique_ptr<ProcessExitWatch>()> processExitWatchFactory;
         bool discoversTranscriptSessions = true;
         // Every read of Claude's files goes through it; must be given.
         const FileSystem *fileSystem = nullptr;
@@ -119,8 +123,8 @@ private:
     QCoro::Task<void> reconcile(bool retrying, quint64 generation);
     QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> loadManifest(QString path, bool retrying,
                                                                           quint64 generation);
-    QCoro::Task<void> runTranscriptRefresh(quint64 generation);
-    QCoro::Task<void> runWatchLoop(ChannelPtr<std::monostate> channel, bool isTranscriptWatcher,
+    void runTranscriptRefresh();
+    QCoro::Task<void> runWatchLoop(ChannelPtr<std::monostate> channel, std::function<void()> onChange,
                                    quint64 generation, std::stop_token stop);
     QCoro::Task<void> runSafetyNet(quint64 generation, std::stop_token stop);
     QStringList listManifests() const;
@@ -128,7 +132,10 @@ private:
     bool isCurrent(quint64 generation) const;
     void rebuildIndexes();
     bool refreshDiscovery(const QDateTime &now);
-    void refreshTranscriptObservations(const QDateTime &now);
+    // `afterDiscovery`: the folders were just listed by discovery, whose index is reused.
+    void refreshTranscriptObservations(const QDateTime &now, bool afterDiscovery = false);
+    void refreshLiveRegistry();
+    void noteProcessExit(qint64 pid);
     bool applySignal(const ClaudeSessionSignal &signal, const QDateTime &receivedAt);
     void replayPendingSignals();
     void persist();
@@ -146,6 +153,7 @@ private:
     const bool m_discoversTranscriptSessions;
     ClaudeSessionDirectoryWatcher::FileWatchFactory m_fileWatchFactory;
     const FileSystem &m_fileSystem;
+    std::function<std::unique_ptr<ProcessExitWatch>()> m_processExitWatchFactory;
     mutable ClaudeTranscriptTailReader m_reader;
     ClaudeTranscriptDiscovery m_discovery;
     ClaudeLiveSessionRegistry m_registry;
@@ -157,21 +165,30 @@ private:
     // Actor state.
     std::unique_ptr<ClaudeSessionDirectoryWatcher> m_watcher;
     std::unique_ptr<ClaudeSessionDirectoryWatcher> m_transcriptWatcher;
+    // Transcript re-reads: the first at once, a stream of them once per window.
+    std::unique_ptr<Coalescer> m_transcriptRefresh;
+    std::unique_ptr<ClaudeSessionDirectoryWatcher> m_liveSessionsWatcher;
+    std::unique_ptr<ProcessExitWatch> m_processExits;
     QMap<QString, ClaudeCachedSession> m_cachedSessions; // by manifest path, in list order
     QHash<QString, ClaudeDiscoveredSession> m_discovered;
     QHash<QString, QString> m_localSessionPathByID;
     QHash<QString, QString> m_localSessionIDByAlias;
     ClaudeSessionEvidence m_evidence;
     QHash<QString, ClaudeLiveSessionEntry> m_liveEntries;
+    // Sessions whose running process's entry vanished, and processes heard to end that the
+    // registry may still name: both mean the process is gone.
+    QSet<QString> m_endedSessions;
+    QSet<qint64> m_exitedPids;
     QHash<QString, RackStatusUpdate> m_lastPublishedStatus;
     QList<PendingSignal> m_pendingSignals;
     QByteArray m_lastPersisted;
+    // What m_lastPersisted holds, compared before anything is encoded.
+    ClaudeSessionEvidence m_persistedEvidence;
     std::stop_source m_monitoringStop;
     bool m_isMonitoring = false;
     bool m_isReconciling = false;
     bool m_needsFollowUpReconcile = false;
     bool m_hasCompletedInitialReconciliation = false;
-    bool m_isTranscriptRefreshPending = false;
     quint64 m_lifecycleGeneration = 0;
     bool m_isSuspended = false;
     bool m_isShutdown = false;

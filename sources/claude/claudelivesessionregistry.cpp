@@ -85,11 +85,13 @@ QHash<QString, ClaudeLiveSessionEntry> ClaudeLiveSessionRegistry::read() const
             continue;
         auto entry = decodeClaudeLiveSessionEntry(*data);
         // The file is named after its process: a mismatch is not an entry we understand.
-        if (!entry || entry->pid != filePid || !m_isProcessAlive(entry->pid))
+        if (!entry || entry->pid != filePid)
             continue;
+        entry->isRunning = m_isProcessAlive(entry->pid);
         const auto existing = entries.constFind(entry->sessionId);
         if (existing != entries.cend()
-            && existing->statusUpdatedAt.value_or(QDateTime()) >= entry->statusUpdatedAt.value_or(QDateTime()))
+            && std::pair(existing->isRunning, existing->statusUpdatedAt.value_or(QDateTime()))
+                >= std::pair(entry->isRunning, entry->statusUpdatedAt.value_or(QDateTime())))
             continue;
         entries.insert(entry->sessionId, *entry);
     }

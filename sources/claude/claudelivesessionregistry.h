@@ -2,7 +2,8 @@
 
 // Claude Code (2.1.330 and later) keeps "~/.claude/sessions/<pid>.json" while a session's
 // process runs, with a live "busy"/"idle" status. It is evidence that a turn is running even
-// before the transcript says so; an entry whose process is gone says nothing.
+// before the transcript says so. An entry left behind by a process that is gone (killed, so it
+// could not remove it) says the opposite: whatever turn that process had open ended with it.
 
 #include <QByteArrayView>
 #include <QDateTime>
@@ -21,6 +22,7 @@ struct ClaudeLiveSessionEntry {
     QString cwd;
     bool isBusy = false;
     std::optional<QDateTime> statusUpdatedAt;
+    bool isRunning = true;
 
     bool operator==(const ClaudeLiveSessionEntry &) const = default;
 };
@@ -39,8 +41,8 @@ public:
     ClaudeLiveSessionRegistry(const FileSystem &fileSystem, QString sessionsPath,
                               ProcessProbe isProcessAlive = {});
 
-    // Entries of live processes by session id; of two entries for one session the newer status
-    // wins.
+    // Entries by session id; of two entries for one session a running process's wins, then
+    // the newer status.
     QHash<QString, ClaudeLiveSessionEntry> read() const;
 
 private:

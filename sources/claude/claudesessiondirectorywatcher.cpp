@@ -11,15 +11,6 @@
 
 namespace taskrack {
 
-// State the debounce coroutine may still reach after the watcher is gone.
-struct ClaudeSessionDirectoryWatcher::Shared {
-    ClaudeSessionDirectoryWatcher *owner = nullptr;
-    QObject *home = nullptr;
-    double deadline = 0;
-    bool isPending = false;
-    quint64 pendingGeneration = 0;
-};
-
 namespace {
 
 bool isHidden(const QString &name)
@@ -37,16 +28,13 @@ ClaudeSessionDirectoryWatcher::ClaudeSessionDirectoryWatcher(QString rootPath, b
       m_watchesRegularFiles(watchesRegularFiles),
       m_clock(clock),
       m_fileWatchFactory(std::move(fileWatchFactory)),
-      m_shared(std::make_shared<Shared>())
+      m_coalescer(clock, debounce, [this] { fireInvalidation(); })
 {
-    m_shared->owner = this;
-    m_shared->home = threadAnchor();
 }
 
 ClaudeSessionDirectoryWatcher::~ClaudeSessionDirectoryWatcher()
 {
     stop();
-    m_shared->owner = nullptr;
 }
 
 void ClaudeSessionDirectoryWatcher::start()
@@ -66,8 +54,7 @@ void ClaudeSessionDirectoryWatcher::stop()
     if (!m_isRunning)
         return;
     m_isRunning = false;
-    m_shared->isPending = false;
-    ++m_shared->pendingGeneration;
+    m_coalescer.cancel();
     for (const WatchedTarget &target : std::as_const(m_sources))
         m_fileWatch->remove(target.handle);
     m_sources.clear();
@@ -165,6 +152,11 @@ void ClaudeSessionDirectoryWatcher::handleNotice(const FileWatchNotice &notice)
     if (!m_isRunning)
         return;
     using namespace FileWatchEvents;
+    // Closing a file after a write adds nothing to the write itself, which was noticed already;
+    // counted, the echo would owe a second pass for every write. (A changed modification time
+    // does count: readers judge a transcript's age by it.)
+    if ((notice.events & ~closedAfterWrite) == 0)
+        return;
     const auto found = m_pathByHandle.constFind(notice.handle);
     if (notice.handle >= 0 && found == m_pathByHandle.cend())
         return;
@@ -183,50 +175,15 @@ void ClaudeSessionDirectoryWatcher::handleNotice(const FileWatchNotice &notice)
         if (!entryChanged && !namedChild)
             return;
     }
-    scheduleInvalidation();
-}
-
-void ClaudeSessionDirectoryWatcher::scheduleInvalidation()
-{
     ++m_changeCount;
-    // Trailing edge: every change pushes the deadline; one coroutine waits for it.
-    m_shared->deadline = m_clock.uptime() + double(debounce.count()) / 1000.0;
-    if (m_shared->isPending)
-        return;
-    m_shared->isPending = true;
-    const quint64 generation = ++m_shared->pendingGeneration;
-    runDebounce(m_shared, m_clock, generation);
+    m_coalescer.request();
 }
 
 void ClaudeSessionDirectoryWatcher::fireInvalidation()
 {
-    m_shared->isPending = false;
     // A folder may have appeared or been replaced: watch it before anyone re-lists.
     refreshTargets();
     m_invalidations->send({});
-}
-
-QCoro::Task<void> ClaudeSessionDirectoryWatcher::runDebounce(std::weak_ptr<Shared> weakShared, Clock &clock,
-                                                             quint64 generation)
-{
-    QObject *home = nullptr;
-    while (true) {
-        double remaining = 0;
-        {
-            const auto shared = weakShared.lock();
-            if (!shared || !shared->owner || shared->pendingGeneration != generation)
-                co_return;
-            home = shared->home;
-            remaining = shared->deadline - clock.uptime();
-        }
-        if (remaining <= 0)
-            break;
-        co_await clock.sleep(std::chrono::milliseconds(qint64(std::ceil(remaining * 1000.0))));
-        co_await ClaudeThreadHop{home};
-    }
-    const auto shared = weakShared.lock();
-    if (shared && shared->owner && shared->pendingGeneration == generation)
-        shared->owner->fireInvalidation();
 }
 
 } // namespace taskrack

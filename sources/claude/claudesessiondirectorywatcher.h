@@ -7,6 +7,7 @@
 
 #include "core/boundedchannel.h"
 #include "core/clock.h"
+#include "core/coalescer.h"
 #include "platform/filewatch.h"
 
 #include <QHash>
@@ -52,14 +53,10 @@ private:
         FileIdentity identity;
         bool isDirectory = false;
     };
-    struct Shared;
-
     QSet<QString> wantedPaths() const;
     void refreshTargets();
     void handleNotice(const FileWatchNotice &notice);
-    void scheduleInvalidation();
     void fireInvalidation();
-    static QCoro::Task<void> runDebounce(std::weak_ptr<Shared> shared, Clock &clock, quint64 generation);
 
     const QString m_rootPath;
     const bool m_watchesNestedDirectories;
@@ -74,7 +71,8 @@ private:
     bool m_isRunning = false;
     bool m_isRootAvailable = false;
     int m_changeCount = 0;
-    std::shared_ptr<Shared> m_shared;
+    // The first change after a quiet spell is signalled at once, the rest once per window.
+    Coalescer m_coalescer;
 };
 
 } // namespace taskrack

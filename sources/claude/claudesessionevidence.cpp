@@ -153,8 +153,17 @@ double claudeStatusAgeLimit(RackStatus status)
 RackStatus claudeLiveStatus(const ClaudeSessionFacts &facts, const QDateTime &now)
 {
     RackStatus status = RackStatus::recent;
-    if (facts.observation && ageSeconds(facts.observation->observedAt, now) < claudeStatusAgeLimit(facts.observation->status))
-        status = facts.observation->status;
+    if (facts.observation) {
+        RackStatus observed = facts.observation->status;
+        // A turn still open when its process died was cut short: shown as an interrupted one.
+        if (facts.processEnded && (observed == RackStatus::working || observed == RackStatus::requiresInput))
+            observed = RackStatus::error;
+        if (ageSeconds(facts.observation->observedAt, now) < claudeStatusAgeLimit(observed))
+            status = observed;
+    }
+    // Busy flags, background tasks and prompts all belonged to the process that is gone.
+    if (facts.processEnded)
+        return status;
 
     // A running process that says it is busy, more recently than the transcript spoke, is
     // working whatever the transcript's last line was.

@@ -63,7 +63,10 @@ struct ClaudeSessionFacts {
     const ClaudeObservedStatus *observation = nullptr;
     const ClaudeInputRequest *inputRequest = nullptr;
     const ClaudeBackgroundTaskSnapshot *backgroundTasks = nullptr;
-    const ClaudeLiveSessionEntry *liveEntry = nullptr;
+    const ClaudeLiveSessionEntry *liveEntry = nullptr; // of a running process only
+    // The Claude Code process of this session is known to be gone: its registry entry names a
+    // dead process, or the entry vanished while we watched.
+    bool processEnded = false;
     qint64 lastActivityAtMs = 0;
 };
 

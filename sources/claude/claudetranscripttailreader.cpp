@@ -184,10 +184,16 @@ QHash<QString, ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observat
         if (auto key = manifest.transcriptKey())
             wanted.insert(*key);
     }
-    QHash<QString, ClaudeTranscriptObservation> result;
     if (wanted.isEmpty())
-        return result;
-    const auto indexed = index(&wanted, now);
+        return {};
+    return observations(manifests, now, index(&wanted, now));
+}
+
+QHash<QString, ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observations(
+    const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now,
+    const QHash<QString, ClaudeIndexedTranscript> &indexed)
+{
+    QHash<QString, ClaudeTranscriptObservation> result;
     for (const auto &manifest : manifests) {
         const auto key = manifest.transcriptKey();
         if (!key)

@@ -92,6 +92,10 @@ public:
     // Observations by manifest sessionId, for the manifests whose transcript is indexed.
     QHash<QString, ClaudeTranscriptObservation> observations(
         const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now);
+    // The same over an index made moments ago (discovery's), so the folders are listed once.
+    QHash<QString, ClaudeTranscriptObservation> observations(
+        const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now,
+        const QHash<QString, ClaudeIndexedTranscript> &indexed);
 
     // The transcripts directly inside the project folders of the root, modified within the
     // horizon, keyed by file stem; the newest wins when a stem is found in several folders.

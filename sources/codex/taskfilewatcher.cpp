@@ -72,7 +72,7 @@ void TaskFileWatcher::stop()
     m_running = false;
     m_hasPending = false;
     m_pending = {};
-    ++m_scheduleGeneration;
+    m_coalescer.cancel();
 }
 
 void TaskFileWatcher::finish()
@@ -182,25 +182,8 @@ void TaskFileWatcher::schedule()
 {
     if (!m_running)
         return;
-    const double now = m_clock.uptime();
-    if (!m_hasPending) {
-        m_hasPending = true;
-        m_pendingSince = now;
-    }
-    const double collapse = std::chrono::duration<double>(collapseInterval).count();
-    const double longest = std::chrono::duration<double>(longestPostponement).count();
-    const double deadline = std::min(now + collapse, m_pendingSince + longest);
-    const auto delay = std::chrono::milliseconds(qint64(std::max(0.0, deadline - now) * 1000.0 + 0.5));
-    flushAfter(delay, ++m_scheduleGeneration);
-}
-
-QCoro::Task<void> TaskFileWatcher::flushAfter(std::chrono::milliseconds delay, quint64 generation)
-{
-    const std::weak_ptr<bool> alive = m_alive;
-    co_await m_clock.sleep(delay);
-    if (!alive.lock() || generation != m_scheduleGeneration)
-        co_return;
-    flush();
+    m_hasPending = true;
+    m_coalescer.request();
 }
 
 void TaskFileWatcher::flush()

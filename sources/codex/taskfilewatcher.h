@@ -1,8 +1,8 @@
 #pragma once
 
 // Watches the files that tell of Codex activity (the state database, its write-ahead log, the
-// rollouts of running tasks) and reports that they changed, collapsing bursts of writes into one
-// report. A watch follows a file's device and inode, so a file replaced by an atomic rename is
+// rollouts of running tasks) and reports that they changed: the first write after a quiet spell
+// at once, the writes that follow within the collapse window in one more report at its end. A watch follows a file's device and inode, so a file replaced by an atomic rename is
 // noticed through its folder and watched again; a file that does not exist yet is picked up as
 // soon as it appears in its folder.
 //
@@ -11,6 +11,7 @@
 
 #include "core/boundedchannel.h"
 #include "core/clock.h"
+#include "core/coalescer.h"
 #include "platform/filewatch.h"
 
 #include <QHash>
@@ -33,10 +34,8 @@ struct TaskFileChanges {
 class TaskFileWatcher
 {
 public:
-    // Bursts collapse until the files have been quiet this long...
+    // At most one report per this long, however often the files are written.
     static constexpr std::chrono::milliseconds collapseInterval{100};
-    // ...but a file written without pause is still reported this often.
-    static constexpr std::chrono::milliseconds longestPostponement{1000};
 
     TaskFileWatcher(std::unique_ptr<FileWatch> watch, Clock &clock);
     ~TaskFileWatcher();
@@ -72,7 +71,6 @@ private:
     void onNotice(const FileWatchNotice &notice);
     void noteChange(const QString &path);
     void schedule();
-    QCoro::Task<void> flushAfter(std::chrono::milliseconds delay, quint64 generation);
     void flush();
     void dropHandle(int handle);
 
@@ -90,10 +88,7 @@ private:
     bool m_running = false;
     TaskFileChanges m_pending;
     bool m_hasPending = false;
-    double m_pendingSince = 0;
-    quint64 m_scheduleGeneration = 0;
-    // Lets a collapse timer that outlives the watcher find out without touching it.
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
+    Coalescer m_coalescer{m_clock, collapseInterval, [this] { flush(); }};
 };
 
 } // namespace taskrack

@@ -12,6 +12,8 @@ Scenarios:
   slow        a text answer streamed over --slow-seconds (default 4)
   bgbash      a Bash tool_use run in the background ("sleep 2; echo bgdone") first; once its result
               or its completion notice comes back, a text answer
+  longtool    a Bash tool_use that waits a minute (a python3 sleep: Claude Code may turn a bare long
+              "sleep" down), for killing a CLI in the middle of a tool call
   error500    HTTP 500 with an API error body
   overloaded  HTTP 529 with an overloaded error body
 
@@ -33,7 +35,7 @@ import uuid
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 SCENARIO_TOKEN = re.compile(r"SCENARIO=([A-Za-z0-9_-]+)")
-SCENARIOS = ("text", "tool", "bgbash", "slow", "error500", "overloaded")
+SCENARIOS = ("text", "tool", "bgbash", "longtool", "slow", "error500", "overloaded")
 
 
 def message_text(message):
@@ -139,6 +141,11 @@ class Handler(BaseHTTPRequestHandler):
             blocks = [{"type": "text", "text": "Running a command."},
                       {"type": "tool_use", "id": "toolu_mock_" + uuid.uuid4().hex[:16], "name": "Bash",
                        "input": {"command": "echo hi", "description": "Print hi"}}]
+            stop_reason = "tool_use"
+        elif scenario == "longtool" and not has_tool_result(newest_user_message(body)):
+            blocks = [{"type": "tool_use", "id": "toolu_mock_" + uuid.uuid4().hex[:16], "name": "Bash",
+                       "input": {"command": "python3 -c 'import time; time.sleep(60)'",
+                                 "description": "Wait a minute"}}]
             stop_reason = "tool_use"
         elif scenario == "tool":
             blocks = [{"type": "text", "text": "The command printed hi."}]

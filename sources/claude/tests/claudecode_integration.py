@@ -9,6 +9,7 @@ failure instead.
 """
 
 import datetime
+import glob
 import json
 import os
 import subprocess
@@ -43,6 +44,7 @@ class Watch:
         self.process = subprocess.Popen(command, env=env, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
                                         text=True)
         self.lines = []
+        self.arrivals = []
         self.lock = threading.Lock()
         self.reader = threading.Thread(target=self.read, daemon=True)
         self.reader.start()
@@ -55,6 +57,7 @@ class Watch:
                 continue
             with self.lock:
                 self.lines.append(parsed)
+                self.arrivals.append(time.time())
 
     def statuses_of(self, title):
         with self.lock:
@@ -65,12 +68,20 @@ class Watch:
                         seen.append(thread.get("status"))
             return seen
 
+    def first_seen(self, title, status):
+        """When a line first showed the thread titled `title` with `status`."""
+        with self.lock:
+            for rack, arrival in zip(self.lines, self.arrivals):
+                if any(t.get("title") == title and t.get("status") == status for t in rack.get("threads", [])):
+                    return arrival
+        return None
+
     def wait_for(self, title, predicate, seconds):
         deadline = time.time() + seconds
         while time.time() < deadline:
             if predicate(self.statuses_of(title)):
                 return True
-            time.sleep(0.1)
+            time.sleep(0.01)
         return False
 
     def stop(self):
@@ -181,9 +192,43 @@ def main():
         if not went_from_working:
             failures.append("watch did not see %r go from working to completed (saw %s)" % (slow, seen))
         print("watch saw %r as %s" % (slow, " -> ".join(seen)))
+        # From the moment Claude Code stamped the turn's last line to the watch line showing it.
+        finished = watch.first_seen(slow, "completed")
+        slow_id = threads[slow]["providerThreadID"] if finished and slow in threads else "-"
+        for path in glob.glob(os.path.join(home, ".claude", "projects", "*", "%s.jsonl" % slow_id)):
+            stamps = [json.loads(line)["timestamp"] for line in open(path) if '"end_turn"' in line]
+            print("watch showed the finished turn %.0f ms after its line was stamped" % (
+                (finished - parse_time(stamps[-1])) * 1000))
         failing = "Fail please. SCENARIO=error500"
         if not watch.wait_for(failing, lambda seen: "error" in seen, 30):
             failures.append("watch never showed %r as error (saw %s)" % (failing, watch.statuses_of(failing)))
+
+        # A CLI killed in the middle of a tool call leaves its turn open in the transcript and its
+        # entry in the live registry; the dead process must take "working" away, fast.
+        killed = "Sleep a minute. SCENARIO=longtool"
+        workdir = os.path.join(root, "work", "killed_turn")
+        os.makedirs(workdir, exist_ok=True)
+        victim = subprocess.Popen([claude, "-p", killed, "--allowedTools", "Bash"], cwd=workdir, env=claude_env,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+        try:
+            if not watch.wait_for(killed, lambda seen: "working" in seen, 60):
+                failures.append("watch never showed %r working (saw %s)" % (killed, watch.statuses_of(killed)))
+            registry = os.path.join(home, ".claude", "sessions")
+            deadline = time.time() + 30
+            while time.time() < deadline and not os.path.exists(os.path.join(registry, "%d.json" % victim.pid)):
+                time.sleep(0.05)
+            killed_at = time.time()
+            victim.kill()
+            victim.wait()
+        finally:
+            if victim.poll() is None:
+                victim.kill()
+        if not watch.wait_for(killed, lambda seen: seen and seen[-1] != "working", 30):
+            failures.append("watch kept %r working after its CLI was killed (saw %s)" % (killed, watch.statuses_of(killed)))
+        else:
+            print("watch dropped 'working' %.2f s after kill -9 (saw %s; registry entry %s)" % (
+                time.time() - killed_at, " -> ".join(watch.statuses_of(killed)),
+                "left behind" if os.path.exists(os.path.join(registry, "%d.json" % victim.pid)) else "removed"))
     finally:
         watch.stop()
         mock.terminate()

@@ -95,14 +95,22 @@ protected:
 
     static void writeFile(const QString &path, const QByteArray &data, QIODevice::OpenMode mode = QIODevice::WriteOnly)
     {
+        // Written beside and renamed over, so that a watcher never sees the content before its
+        // modification time is moved to the test's clock.
         QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
+        const QString staged = path + ".staged";
+        QFile::remove(staged);
+        if ((mode & QIODevice::Append) && QFile::exists(path)) {
+            ASSERT_TRUE(QFile::copy(path, staged));
+        }
+        QFile file(staged);
         ASSERT_TRUE(file.open(mode));
         file.write(data);
         file.close();
         const qint64 ms = baseTime.toMSecsSinceEpoch();
         struct timespec times[2] = {{ms / 1000, 0}, {ms / 1000, 0}};
-        ::utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times, 0);
+        ::utimensat(AT_FDCWD, QFile::encodeName(staged).constData(), times, 0);
+        ASSERT_EQ(::rename(QFile::encodeName(staged).constData(), QFile::encodeName(path).constData()), 0);
     }
 
     QString writeManifest(const QString &id, QJsonObject extra = {}, const QString &folder = "acct/org")

@@ -60,6 +60,28 @@ TEST(LiveStatusTest, FoldsEvidenceIntoOneStatus)
     }
 }
 
+TEST(LiveStatusTest, ATurnLeftOpenByAProcessThatIsGoneLooksInterrupted)
+{
+    const struct {
+        RackStatus observed;
+        double observedAgo;
+        RackStatus expected;
+    } cases[] = {
+        {RackStatus::working, 10, RackStatus::error},
+        {RackStatus::working, 5400, RackStatus::recent}, // cut short long ago
+        {RackStatus::completed, 10, RackStatus::completed},
+    };
+    for (const auto &c : cases) {
+        ClaudeObservedStatus observation{c.observed, now.addSecs(qint64(-c.observedAgo)), std::nullopt};
+        ClaudeBackgroundTaskSnapshot tasks{2, now.addSecs(-5)};
+        ClaudeSessionFacts facts;
+        facts.observation = &observation;
+        facts.backgroundTasks = &tasks;
+        facts.processEnded = true;
+        EXPECT_EQ(claudeLiveStatus(facts, now), c.expected) << int(c.observed) << " " << c.observedAgo;
+    }
+}
+
 TEST(SessionEvidenceTest, DatesAndRecencyComeFromTheNewestEvidence)
 {
     ClaudeObservedStatus observation{RackStatus::working, now.addSecs(-60), now.addSecs(-90)};
@@ -100,7 +122,7 @@ TEST(SessionEvidenceTest, MalformedFileGivesNoEvidenceAtAll)
         EXPECT_FALSE(decodeClaudeSessionEvidence(data)) << data;
 }
 
-TEST(LiveSessionRegistryTest, ReadsLiveEntriesOnlyAndBounded)
+TEST(LiveSessionRegistryTest, ReadsEntriesTellingRunningFromDeadProcessesAndBounded)
 {
     QTemporaryDir temp;
     const auto write = [&](const QString &name, const QByteArray &data) {
@@ -117,8 +139,11 @@ TEST(LiveSessionRegistryTest, ReadsLiveEntriesOnlyAndBounded)
     const ClaudeLiveSessionRegistry registry(fileSystem, temp.path(),
                                              [](qint64 pid) { return pid != 200; });
     const auto entries = registry.read();
-    ASSERT_EQ(entries.keys(), QList<QString>({"s1"}));
-    EXPECT_TRUE(entries["s1"].isBusy);
+    QList<QString> sessions = entries.keys();
+    std::sort(sessions.begin(), sessions.end());
+    ASSERT_EQ(sessions, QList<QString>({"s1", "s2"}));
+    EXPECT_FALSE(entries["s2"].isRunning) << "a dead process's entry is evidence too";
+    EXPECT_TRUE(entries["s1"].isBusy && entries["s1"].isRunning);
     EXPECT_EQ(entries["s1"].statusUpdatedAt, QDateTime::fromMSecsSinceEpoch(1795380359823, Qt::UTC));
     EXPECT_TRUE(ClaudeLiveSessionRegistry(fileSystem, temp.filePath("missing")).read().isEmpty());
 }
