@@ -5,6 +5,7 @@
 #include <QFileInfo>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -275,7 +276,16 @@ std::optional<FileError> LinuxFileSystem::replace(const QString &path, const QBy
     // still lands on the old file between the check and the rename is noticed afterwards through
     // a descriptor kept open on it, and undone by putting the old file back.
     FileDescriptor old(::open(target.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (!old.isValid() || !stillExpected(old.get(), expected))
+    if (!old.isValid())
+        return discard(FileError::changedBeforeReplace);
+    // A read lease is granted only while nobody has the file open for writing, and whoever opens
+    // it for writing while it is held waits until it is let go, which shows as a pending break:
+    // that closes the window in which a writer could still reach the file being replaced. The
+    // break is announced by SIGURG, whose default is to be ignored. Without lease support (a
+    // file of another user, some file systems) the late look below has to do.
+    const bool leased =
+        ::fcntl(old.get(), F_SETSIG, SIGURG) == 0 && ::fcntl(old.get(), F_SETLEASE, F_RDLCK) == 0;
+    if ((!leased && errno == EAGAIN) || !stillExpected(old.get(), expected))
         return discard(FileError::changedBeforeReplace);
     QByteArray previous = prefix + ".taskrack-previous-XXXXXX";
     const FileDescriptor placeholder(::mkostemp(previous.data(), O_CLOEXEC));
@@ -298,8 +308,9 @@ std::optional<FileError> LinuxFileSystem::replace(const QString &path, const QBy
     }
     // A writer that opened the old file just before the rename writes to it just after: looked
     // for at once, and once more after a moment, in which such a write has landed.
-    bool lateWrite = !stillExpected(old.get(), expected);
-    if (!lateWrite && keptOld) {
+    bool lateWrite = !stillExpected(old.get(), expected) ||
+                     (leased && ::fcntl(old.get(), F_GETLEASE) != F_RDLCK);
+    if (!lateWrite && keptOld && !leased) {
         const timespec moment{0, lateWriteGraceNs};
         ::nanosleep(&moment, nullptr);
         lateWrite = !stillExpected(old.get(), expected);
@@ -311,12 +322,13 @@ std::optional<FileError> LinuxFileSystem::replace(const QString &path, const QBy
             ::rename(previous.constData(), target.constData());
         else if (keptOld)
             ::unlink(previous.constData());
-        syncFolder(folder);
-        return FileError::changedBeforeReplace;
-    }
-    if (keptOld)
+    } else if (keptOld) {
         ::unlink(previous.constData());
+    }
+    old = FileDescriptor(); // lets a waiting writer go on, before the slow folder sync
     syncFolder(folder);
+    if (lateWrite)
+        return FileError::changedBeforeReplace;
     return std::nullopt;
 }
 
