@@ -33,14 +33,14 @@ std::optional<HotkeyError> GlobalShortcutHotkey::registerHotkey()
                 emit self->pressed();
         });
     m_isRegistered = result.ok();
-    switch (result.status) {
-    case GlobalHotkeyResult::Status::registered:
+    switch (result.outcome) {
+    case GlobalHotkeyResult::Outcome::registered:
         return std::nullopt;
-    case GlobalHotkeyResult::Status::conflict:
+    case GlobalHotkeyResult::Outcome::conflict:
         qCWarning(lcHotkey, "Global shortcut %u is taken by another program (X error %d)",
                   m_identifier, result.errorCode);
         return HotkeyError::globalShortcutConflict(result.errorCode, displayName(m_combo));
-    case GlobalHotkeyResult::Status::failed:
+    case GlobalHotkeyResult::Outcome::failed:
         break;
     }
     qCWarning(lcHotkey, "Global shortcut %u could not be prepared (X error %d)", m_identifier,

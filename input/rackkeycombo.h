@@ -3,6 +3,8 @@
 // A key with its modifiers, stored in the portable form: virtual key codes and the modifier bits
 // below. The X11 layer translates them; everything shown to a person goes through displayName.
 
+#include "platform/globalhotkeys.h"
+
 #include <QString>
 #include <QtGlobal>
 #include <optional>
@@ -13,10 +15,10 @@ namespace taskrack {
 // Portable modifier bits. On Linux the command bit is Ctrl, option is Alt and control is Super.
 namespace RackModifier {
 enum : quint32 {
-    shift = 131072,
-    control = 262144,  // shown as "Super"
-    option = 524288,   // shown as "Alt"
-    command = 1048576, // shown as "Ctrl"
+    shift = PortableModifier::shift,
+    control = PortableModifier::control, // shown as "Super"
+    option = PortableModifier::option,   // shown as "Alt"
+    command = PortableModifier::command, // shown as "Ctrl"
 };
 constexpr quint32 all = shift | control | option | command;
 // The modifiers of which a shortcut needs at least one: Shift alone does not qualify.

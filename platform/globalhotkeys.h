@@ -8,17 +8,28 @@
 
 namespace taskrack {
 
+// Portable modifier bits, as shortcuts are stored. On Linux command is Ctrl, option is Alt and
+// control is Super.
+namespace PortableModifier {
+enum : quint32 {
+    shift = 131072,
+    control = 262144,
+    option = 524288,
+    command = 1048576,
+};
+}
+
 struct GlobalHotkeyResult
 {
-    enum class Status {
+    enum class Outcome {
         registered,
         conflict, // someone else holds the combination
         failed,   // anything else, including a key the keyboard layout cannot type
     };
-    Status status = Status::registered;
+    Outcome outcome = Outcome::registered;
     int errorCode = 0; // the platform's own code, 0 when it has none
 
-    bool ok() const { return status == Status::registered; }
+    bool ok() const { return outcome == Outcome::registered; }
 };
 
 // All calls and presses on the thread that created the object.
