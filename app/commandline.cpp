@@ -15,6 +15,9 @@ QString CommandLine::usage()
         "  read THREAD-ID | --all    mark finished tasks as read\n"
         "  hooks status|enable|disable|remove\n"
         "                            live Claude status through Claude Code hooks\n"
+        "  input-trace               show global key events as they happen (X11)\n"
+        "  shortcuts [set ACTION KEYS | reset [ACTION]]\n"
+        "                            list or change the keyboard shortcuts\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -75,6 +78,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
                 {QStringLiteral("list"), Command::list},   {QStringLiteral("watch"), Command::watch},
                 {QStringLiteral("hooks"), Command::hooks}, {QStringLiteral("open"), Command::open},
                 {QStringLiteral("read"), Command::read},   {QStringLiteral("help"), Command::help},
+                {QStringLiteral("input-trace"), Command::inputTrace},
+                {QStringLiteral("shortcuts"), Command::shortcuts},
             };
             auto it = commands.constFind(arg);
             if (it == commands.constEnd()) {
@@ -85,7 +90,7 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             commandSeen = true;
         } else if (commandSeen &&
                    (line.command == Command::hooks || line.command == Command::open ||
-                    line.command == Command::read)) {
+                    line.command == Command::read || line.command == Command::shortcuts)) {
             line.arguments.append(arg);
         } else {
             error = QStringLiteral("Unexpected argument \"%1\". Run taskrack --help.").arg(arg);
