@@ -50,6 +50,14 @@ protected:
     std::unique_ptr<RightModifierHotkeyMonitor> monitor;
     QStringList events;
 
+    void TearDown() override
+    {
+        monitor.reset();
+        // A repeat wait ends at its next wake; none may outlive the test.
+        EXPECT_TRUE(
+            waitUntil([] { return RightModifierHotkeyMonitor::pendingRepeatWaits() == 0; }));
+    }
+
     void startMonitor()
     {
         listener = std::make_unique<X11ModifierMonitor>(server.displayName());
