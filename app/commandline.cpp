@@ -15,6 +15,9 @@ QString CommandLine::usage()
         "  read THREAD-ID | --all    mark finished tasks as read\n"
         "  hooks status|enable|disable|remove\n"
         "                            live Claude status through Claude Code hooks\n"
+        "  input-trace               show global key events as they happen (X11)\n"
+        "  shortcuts [set ACTION KEYS | reset [ACTION]]\n"
+        "                            list or change the keyboard shortcuts\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -81,6 +84,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
                 {QStringLiteral("list"), Command::list},   {QStringLiteral("watch"), Command::watch},
                 {QStringLiteral("hooks"), Command::hooks}, {QStringLiteral("open"), Command::open},
                 {QStringLiteral("read"), Command::read},   {QStringLiteral("help"), Command::help},
+                {QStringLiteral("input-trace"), Command::inputTrace},
+                {QStringLiteral("shortcuts"), Command::shortcuts},
             };
             auto it = commands.constFind(arg);
             if (it == commands.constEnd()) {
@@ -91,8 +96,9 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             commandSeen = true;
         } else if (commandSeen &&
                    (line.command == Command::hooks || line.command == Command::open ||
-                    line.command == Command::read)) {
-            if (line.command != Command::hooks && arg.size() > maximumIdLength) {
+                    line.command == Command::read || line.command == Command::shortcuts)) {
+            if ((line.command == Command::open || line.command == Command::read)
+                && arg.size() > maximumIdLength) {
                 error = QStringLiteral("A task id has at most %1 characters; taskrack list --json "
                                        "shows the ids.")
                             .arg(maximumIdLength);

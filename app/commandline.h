@@ -8,7 +8,7 @@ namespace taskrack {
 
 // What the person asked for on the command line.
 struct CommandLine {
-    enum class Command { run, list, watch, hooks, open, read, help, version };
+    enum class Command { run, list, watch, hooks, open, read, help, version, inputTrace, shortcuts };
     // Provider ids are UUIDs with a short prefix; anything far longer is a mistake. Other
     // arguments are at most a path.
     static constexpr qsizetype maximumIdLength = 256;

@@ -1,5 +1,7 @@
 #include "app/commandline.h"
 #include "app/hookscommand.h"
+#include "app/inputtracecommand.h"
+#include "app/shortcutscommand.h"
 #include "app/openfilelimit.h"
 #include "app/providerpaths.h"
 #include "app/rackcommands.h"
@@ -13,10 +15,35 @@
 #include <QTextStream>
 #include <QTimer>
 #include <cstdio>
+#include <functional>
 
 using namespace taskrack;
 
 namespace {
+
+// A command's output and errors, collected and then printed through the one door to the
+// terminal, so that nothing it echoes (a key name, a path) can drive the terminal.
+void printCollected(const QString &outText, const QString &errText)
+{
+    writeOut(outText);
+    if (!errText.isEmpty()) {
+        const QByteArray bytes = visibleControls(errText).toUtf8();
+        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
+    }
+}
+
+int printedSafely(const std::function<int(QTextStream &, QTextStream &)> &command)
+{
+    QString outText;
+    QString errText;
+    QTextStream out(&outText);
+    QTextStream err(&errText);
+    const int exitCode = command(out, err);
+    out.flush();
+    err.flush();
+    printCollected(outText, errText);
+    return exitCode;
+}
 
 QCoro::Task<int> runHooks(const CommandLine &line)
 {
@@ -38,11 +65,7 @@ QCoro::Task<int> runHooks(const CommandLine &line)
     const int exitCode = co_await running;
     out.flush();
     err.flush();
-    writeOut(outText);
-    if (!errText.isEmpty()) {
-        const QByteArray bytes = visibleControls(errText).toUtf8();
-        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
-    }
+    printCollected(outText, errText);
     co_return exitCode;
 }
 
@@ -61,6 +84,14 @@ QCoro::Task<int> dispatch(const CommandLine &line, TerminationSignals &terminati
         co_return co_await runOpenCommand(line, termination);
     case CommandLine::Command::read:
         co_return co_await runReadCommand(line, termination);
+    case CommandLine::Command::inputTrace:
+        co_return co_await runInputTraceCommand(line);
+    case CommandLine::Command::shortcuts: {
+        SettingsPreferences preferences;
+        co_return printedSafely([&](QTextStream &out, QTextStream &err) {
+            return runShortcutsCommand(line.arguments, line.json, preferences, out, err);
+        });
+    }
     default:
         writeError(QStringLiteral("This command is not available yet."));
         co_return 2;
