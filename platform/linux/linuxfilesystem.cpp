@@ -20,6 +20,8 @@ namespace {
 
 // Long enough for a writer that held the old file open across the rename to finish its write.
 constexpr long lateWriteGraceNs = 2'000'000;
+constexpr int leaseAttempts = 10;
+constexpr long leaseRetryNs = 500'000;
 
 FileAttributes fromStat(const struct stat &st)
 {
@@ -281,11 +283,22 @@ std::optional<FileError> LinuxFileSystem::replace(const QString &path, const QBy
     // A read lease is granted only while nobody has the file open for writing, and whoever opens
     // it for writing while it is held waits until it is let go, which shows as a pending break:
     // that closes the window in which a writer could still reach the file being replaced. The
-    // break is announced by SIGURG, whose default is to be ignored. Without lease support (a
-    // file of another user, some file systems) the late look below has to do.
-    const bool leased =
-        ::fcntl(old.get(), F_SETSIG, SIGURG) == 0 && ::fcntl(old.get(), F_SETLEASE, F_RDLCK) == 0;
-    if ((!leased && errno == EAGAIN) || !stillExpected(old.get(), expected))
+    // break is announced by SIGURG, whose default is to be ignored. A writer's descriptor is
+    // usually open for a moment only; one that stays open (or a file system or owner that allows
+    // no lease) leaves the late look below to do the work.
+    bool leased = false;
+    if (::fcntl(old.get(), F_SETSIG, SIGURG) == 0) {
+        for (int attempt = 0; attempt < leaseAttempts && !leased; ++attempt) {
+            leased = ::fcntl(old.get(), F_SETLEASE, F_RDLCK) == 0;
+            if (!leased && errno != EAGAIN)
+                break;
+            if (!leased) {
+                const timespec moment{0, leaseRetryNs};
+                ::nanosleep(&moment, nullptr);
+            }
+        }
+    }
+    if (!stillExpected(old.get(), expected))
         return discard(FileError::changedBeforeReplace);
     QByteArray previous = prefix + ".taskrack-previous-XXXXXX";
     const FileDescriptor placeholder(::mkostemp(previous.data(), O_CLOEXEC));
