@@ -15,6 +15,8 @@ QString CommandLine::usage()
         "  read THREAD-ID | --all    mark finished tasks as read\n"
         "  hooks status|enable|disable|remove\n"
         "                            live Claude status through Claude Code hooks\n"
+        "  demo [--scenario NAME] [--dark] [--tasks N] [--screenshots DIR]\n"
+        "                            the rack over made-up tasks, no provider needed\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -70,11 +72,32 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             }
             line.mode = *mode;
             line.modeGiven = true;
+        } else if (line.command == Command::demo && arg == QLatin1String("--dark")) {
+            line.dark = true;
+        } else if (line.command == Command::demo &&
+                   (arg == QLatin1String("--scenario") || arg == QLatin1String("--tasks") ||
+                    arg == QLatin1String("--screenshots"))) {
+            auto value = valueOf(arg);
+            if (!value)
+                return std::nullopt;
+            if (arg == QLatin1String("--scenario")) {
+                line.demoScenario = *value;
+            } else if (arg == QLatin1String("--screenshots")) {
+                line.screenshotDir = *value;
+            } else {
+                bool ok = false;
+                line.taskCount = value->toInt(&ok);
+                if (!ok || line.taskCount < 0 || line.taskCount > 5000) {
+                    error = QStringLiteral("--tasks needs a number from 0 to 5000.");
+                    return std::nullopt;
+                }
+            }
         } else if (!commandSeen && !arg.startsWith(QLatin1Char('-'))) {
             static const QHash<QString, Command> commands{
                 {QStringLiteral("list"), Command::list},   {QStringLiteral("watch"), Command::watch},
                 {QStringLiteral("hooks"), Command::hooks}, {QStringLiteral("open"), Command::open},
                 {QStringLiteral("read"), Command::read},   {QStringLiteral("help"), Command::help},
+                {QStringLiteral("demo"), Command::demo},
             };
             auto it = commands.constFind(arg);
             if (it == commands.constEnd()) {
