@@ -100,8 +100,14 @@ void RackViewModel::refreshNow()
     State next = computeState();
     if (next == m_state)
         return;
+    const bool focus = next.searchFocusRequest != m_state.searchFocusRequest;
+    const bool blur = next.searchBlurRequest != m_state.searchBlurRequest;
     m_state = std::move(next);
     emit changed();
+    if (blur)
+        emit searchBlurRequested();
+    if (focus)
+        emit searchFocusRequested();
 }
 
 RackViewModel::State RackViewModel::computeState() const

@@ -173,6 +173,9 @@ public:
 signals:
     void changed();
     void selectionAnimationChanged();
+    // The search field should take, or give up, the keyboard focus.
+    void searchFocusRequested();
+    void searchBlurRequested();
 
 private:
     void storeChanged();

@@ -21,8 +21,8 @@ Rectangle {
 
     Connections {
         target: rack
-        function onSearchFocusRequestChanged() { searchInput.forceActiveFocus() }
-        function onSearchBlurRequestChanged() { root.forceActiveFocus() }
+        function onSearchFocusRequested() { searchInput.forceActiveFocus() }
+        function onSearchBlurRequested() { root.forceActiveFocus() }
     }
 
     // --- Header -------------------------------------------------------------------------------
@@ -97,38 +97,16 @@ Rectangle {
             }
         }
 
-        Rectangle {
-            id: notice
-            readonly property string message: rack.openError !== "" ? rack.openError : rack.bannerText
-            visible: message !== "" || rack.statusLine !== ""
+        Text {
             anchors.left: counts.right
             anchors.leftMargin: 12
             anchors.right: searchBox.left
             anchors.rightMargin: 12
             anchors.verticalCenter: parent.verticalCenter
-            height: 24
-            radius: 6
-            color: message !== "" ? rack.palette.warningFill : "transparent"
-            RackSymbol {
-                id: noticeMark
-                visible: notice.message !== ""
-                x: 6
-                width: visible ? 13 : 0; height: 13
-                anchors.verticalCenter: parent.verticalCenter
-                shape: "warning"
-                color: rack.palette.warning
-            }
-            Text {
-                anchors.left: noticeMark.right
-                anchors.leftMargin: 6
-                anchors.right: parent.right
-                anchors.rightMargin: 6
-                anchors.verticalCenter: parent.verticalCenter
-                text: notice.message !== "" ? notice.message : rack.statusLine
-                elide: Text.ElideRight
-                font.pixelSize: 11
-                color: notice.message !== "" ? rack.palette.warning : rack.palette.secondaryText
-            }
+            text: rack.statusLine
+            elide: Text.ElideRight
+            font.pixelSize: 11
+            color: rack.palette.secondaryText
         }
 
         Rectangle {
@@ -236,7 +214,7 @@ Rectangle {
                 required property string dotShape
                 required property string dotTint
                 width: rail.width
-                height: selected ? 44 : 24
+                height: selected ? 64 : 24
                 radius: 6
                 color: selected ? rack.palette.selectionFill : "transparent"
                 border.width: selected ? 1 : 0
@@ -262,16 +240,23 @@ Rectangle {
                     font.weight: selected ? Font.DemiBold : Font.Normal
                     color: rack.palette.text
                 }
-                Text {
+                Column {
                     visible: selected
                     anchors.left: railName.left
                     anchors.right: railName.right
                     anchors.top: railName.bottom
-                    anchors.topMargin: 2
-                    text: [countText, sharedText !== "" ? sharedText : lastUsedText].filter(t => t !== "").join(" · ")
-                    elide: Text.ElideRight
-                    font.pixelSize: 10
-                    color: rack.palette.secondaryText
+                    anchors.topMargin: 1
+                    Repeater {
+                        model: [countText, sharedText, lastUsedText].filter(t => t !== "")
+                        delegate: Text {
+                            required property string modelData
+                            width: parent.width
+                            text: modelData
+                            elide: Text.ElideRight
+                            font.pixelSize: 10
+                            color: rack.palette.secondaryText
+                        }
+                    }
                 }
                 MouseArea {
                     anchors.fill: parent
@@ -508,7 +493,41 @@ Rectangle {
         anchors.topMargin: 0
         height: 28
 
+        // A problem to report takes the place of the help.
+        Rectangle {
+            id: notice
+            readonly property string message: rack.openError !== "" ? rack.openError : rack.bannerText
+            visible: message !== ""
+            anchors.left: parent.left
+            anchors.right: footerActions.left
+            anchors.rightMargin: 12
+            anchors.verticalCenter: parent.verticalCenter
+            height: 26
+            radius: 6
+            color: rack.palette.warningFill
+            RackSymbol {
+                id: noticeMark
+                x: 8
+                width: 13; height: 13
+                anchors.verticalCenter: parent.verticalCenter
+                shape: "warning"
+                color: rack.palette.warning
+            }
+            Text {
+                anchors.left: noticeMark.right
+                anchors.leftMargin: 6
+                anchors.right: parent.right
+                anchors.rightMargin: 8
+                anchors.verticalCenter: parent.verticalCenter
+                text: notice.message
+                elide: Text.ElideRight
+                font.pixelSize: 12
+                color: rack.palette.warning
+            }
+        }
+
         Text {
+            visible: !notice.visible
             anchors.left: parent.left
             anchors.right: footerActions.left
             anchors.rightMargin: 12
