@@ -1,9 +1,11 @@
 #include "app/democommand.h"
 
 #include "app/commandline.h"
+#include "app/rackinputwiring.h"
 #include "app/rackpanelassembly.h"
 #include "core/clock.h"
 #include "core/rackstore.h"
+#include "input/hotkeyreadiness.h"
 #include "panel/rackdemosource.h"
 #include "panel/rackpalette.h"
 #include "panel/rackquickwindow.h"
@@ -143,24 +145,16 @@ int runDemoCommand(int argc, char **argv)
     QObject::connect(&source, &RackDemoSource::statusUpdated, &store,
                      &RackStore::applyStatusUpdate);
 
-    RackOnboardingFacts facts;
-    facts.hasMadeSetupChoice = scenarioName != QLatin1String("onboarding-input");
-    facts.hasMadeClaudeChoice = scenarioName != QLatin1String("onboarding-claude");
+    // The demo's keys are the application's: the shortcut table, the gesture and its readiness.
+    RackInputWiring input(preferences, clock);
+    input.readiness().setHasMadeSetupChoice(scenarioName != QLatin1String("onboarding-input"));
+    bool hasMadeClaudeChoice = scenarioName != QLatin1String("onboarding-claude");
     std::unique_ptr<RackPanelAssembly> rack;
 
     RackPanelWiring wiring;
-    wiring.onboardingFacts = [&facts] { return facts; };
-    wiring.shortcutNames = {QStringLiteral("Ctrl+G"), QStringLiteral("Ctrl+R"),
-                            QStringLiteral("Ctrl+L"), QStringLiteral("Ctrl+Alt+K")};
-    wiring.bindings = {
-        {RackKeyCommand::toggleOrganization, 5, rackmodifier::command},
-        {RackKeyCommand::activateSearch, 3, rackmodifier::command},
-        {RackKeyCommand::markPageRead, 15, rackmodifier::command},
-        {RackKeyCommand::togglePageLock, 37, rackmodifier::command},
-        {RackKeyCommand::refresh, 15, rackmodifier::command | rackmodifier::shift},
-        {RackKeyCommand::showSettings, 43, rackmodifier::command},
-        {RackKeyCommand::close, 13, rackmodifier::command},
-    };
+    wiring.onboardingFacts = [&] { return input.onboardingFacts(hasMadeClaudeChoice); };
+    wiring.shortcutNames = input.shortcutNames();
+    wiring.bindings = rackKeyBindings(input.overrides());
     wiring.appearance = scenarioName == QLatin1String("quiet") ? QStringLiteral("quiet")
                                                                : QStringLiteral("2aGlass");
     wiring.actions.createTaskInProject = [](const RackProjectGroup &group) {
@@ -173,15 +167,19 @@ int runDemoCommand(int argc, char **argv)
         writeLine(QStringLiteral("Would open %1").arg(displayName(provider)));
     };
     wiring.viewActions.enableSwitcher = [&] {
-        facts.hasMadeSetupChoice = true;
-        facts.isEnhancedShortcutEnabled = true;
-        facts.isEnhancedShortcutReady = true;
+        input.readiness().setHasMadeSetupChoice(true);
+        input.readiness().setEnhancedShortcutEnabled(true);
     };
-    wiring.viewActions.deferSwitcher = [&] { facts.hasMadeSetupChoice = true; };
-    wiring.viewActions.enableClaude = [&] { facts.hasMadeClaudeChoice = true; };
-    wiring.viewActions.deferClaude = [&] { facts.hasMadeClaudeChoice = true; };
+    wiring.viewActions.deferSwitcher = [&] { input.readiness().setHasMadeSetupChoice(true); };
+    wiring.viewActions.enableClaude = [&] { hasMadeClaudeChoice = true; };
+    wiring.viewActions.deferClaude = [&] { hasMadeClaudeChoice = true; };
+    wiring.actions.cancelGesture = [&] { input.cancelGesture(); };
     rack = std::make_unique<RackPanelAssembly>(store, clock, std::move(wiring));
     RackPanelController &controller = rack->controller();
+    QObject::connect(&input, &RackInputWiring::readinessChanged, &app,
+                     [&] { rack->onboardingChanged(); });
+    if (const std::optional<QString> problem = input.connectRack(controller))
+        std::fprintf(stderr, "taskrack: %s\n", qPrintable(*problem));
     rack->palette().setDark(line->dark);
 
     const QString screenshots = line->screenshotDir;

@@ -100,7 +100,9 @@ RackDemoSource::RackDemoSource(RackDemoOptions options, Clock &clock, QObject *p
         S::working, &notesProject, 15);
     add(claude, "検索結果のページ送りを修正する", S::idle, &taskrackProject, 25);
     add(codex, "Исправить утечку памяти в обработчике событий", S::completed, nullptr, 40);
-    add(codex, "تحسين أداء استعلامات قاعدة البيانات وتقليل زمن الاستجابة في لوحة التحكم الرئيسية للعملاء", S::recent, &atlasProject, 70);
+    add(codex,
+        "تحسين أداء استعلامات قاعدة البيانات وتقليل زمن الاستجابة في لوحة التحكم الرئيسية للعملاء",
+        S::recent, &atlasProject, 70);
     RackThread &recorded =
         add(codex, "Investigate the nightly build timeout", S::recent, &taskrackProject, 95);
     recorded.codexDesktopIdentity = CodexDesktopIdentity{QStringLiteral("demo-account")};

@@ -35,14 +35,34 @@ int slotOf(quint16 code)
 
 } // namespace
 
+QList<RackKeyBinding> rackKeyBindings(const RackShortcutOverrides &overrides)
+{
+    using A = RackShortcutAction;
+    static const std::pair<A, RackKeyCommand> actions[] = {
+        {A::toggleOrganization, RackKeyCommand::toggleOrganization},
+        {A::activateSearch, RackKeyCommand::activateSearch},
+        {A::markPageRead, RackKeyCommand::markPageRead},
+        {A::togglePageLock, RackKeyCommand::togglePageLock},
+        {A::refresh, RackKeyCommand::refresh},
+        {A::showSettings, RackKeyCommand::showSettings},
+        {A::close, RackKeyCommand::close},
+    };
+    QList<RackKeyBinding> bindings;
+    for (const auto &[action, command] : actions) {
+        const RackKeyCombo combo = effectiveCombo(action, overrides);
+        bindings.append({command, combo.keyCode, combo.modifierBits});
+    }
+    return bindings;
+}
+
 RackKeyRoute routeKey(RackKeyPress press, RackKeyFocus focus, const QList<RackKeyBinding> &bindings)
 {
     using C = RackKeyCommand;
-    const uint modifiers = press.modifierBits & rackmodifier::mask;
+    const uint modifiers = press.modifierBits & RackModifier::all;
     const quint16 code = press.keyCode;
 
-    if (code == key::escape && (modifiers & rackmodifier::command) &&
-        !(modifiers & rackmodifier::control))
+    if (code == key::escape && (modifiers & RackModifier::command) &&
+        !(modifiers & RackModifier::control))
         return RackKeyRoute::to(C::close);
     // The onboarding's own buttons take everything else, Tab included, so they can get focus.
     if (focus == RackKeyFocus::onboarding)
@@ -50,12 +70,12 @@ RackKeyRoute routeKey(RackKeyPress press, RackKeyFocus focus, const QList<RackKe
                                                      : RackKeyRoute::none();
 
     for (const RackKeyBinding &binding : bindings) {
-        if (binding.keyCode == code && (binding.modifierBits & rackmodifier::mask) == modifiers)
+        if (binding.keyCode == code && (binding.modifierBits & RackModifier::all) == modifiers)
             return RackKeyRoute::to(binding.command);
     }
 
     const bool grid = focus == RackKeyFocus::grid;
-    if (modifiers == rackmodifier::command && grid) {
+    if (modifiers == RackModifier::command && grid) {
         if (code == key::up)
             return RackKeyRoute::to(C::moveToTop);
         if (code == key::down)

@@ -4,6 +4,8 @@
 // code and modifier bits), where the focus is, and the rebindable shortcuts in, a slot or a
 // command out, or nothing, in which case the key goes on to the focused control.
 
+#include "input/rackshortcuts.h"
+
 #include <QList>
 #include <QtGlobal>
 
@@ -65,14 +67,8 @@ struct RackKeyRoute
     static RackKeyRoute to(RackKeyCommand command) { return {Kind::command, 0, command}; }
 };
 
-namespace rackmodifier {
-inline constexpr uint shift = 131072;
-inline constexpr uint control = 262144;
-inline constexpr uint option = 524288;
-inline constexpr uint command = 1048576;
-// Shift, Control, Option, Command: what a key is matched with.
-inline constexpr uint mask = 1966080;
-} // namespace rackmodifier
+// The rack's rebindable shortcuts in effect, and how they are written for a person.
+QList<RackKeyBinding> rackKeyBindings(const RackShortcutOverrides &overrides);
 
 RackKeyRoute routeKey(RackKeyPress key, RackKeyFocus focus, const QList<RackKeyBinding> &bindings);
 

@@ -124,25 +124,25 @@ void RackPanelController::prewarm()
     m_window.renderOffscreen();
 }
 
-void RackPanelController::handle(RackGestureEvent event)
+void RackPanelController::handle(HotkeyEvent event)
 {
     if (m_actions.gestureAllowed && !m_actions.gestureAllowed())
         return;
     switch (event) {
-    case RackGestureEvent::prefetch:
+    case HotkeyEvent::prefetch:
         m_store.refreshIfStale(RackStore::stalenessAge);
         break;
-    case RackGestureEvent::reveal:
+    case HotkeyEvent::reveal:
         present();
         m_isFirstGestureCycle = true;
         break;
-    case RackGestureEvent::cycle:
+    case HotkeyEvent::cycle:
         step(true);
         break;
-    case RackGestureEvent::cycleBackward:
+    case HotkeyEvent::cycleBackward:
         step(false);
         break;
-    case RackGestureEvent::commit:
+    case HotkeyEvent::commit:
         m_isFirstGestureCycle = false;
         // Releasing the modifier while typing a search keeps the rack and the search.
         if (m_store.isSearchPresented())
@@ -152,7 +152,7 @@ void RackPanelController::handle(RackGestureEvent event)
         else
             hide();
         break;
-    case RackGestureEvent::cancel:
+    case HotkeyEvent::cancel:
         m_isFirstGestureCycle = false;
         hide();
         break;

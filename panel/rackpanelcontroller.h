@@ -6,6 +6,7 @@
 // that the rack it belonged to has gone.
 
 #include "core/rackthread.h"
+#include "input/hotkeyevent.h"
 #include "panel/rackkeyrouter.h"
 #include "panel/rackpanelwindow.h"
 
@@ -22,9 +23,6 @@ class Clock;
 class RackStore;
 class RackViewModel;
 struct RackProjectGroup;
-
-// The gesture's events, in the order a gesture produces them.
-enum class RackGestureEvent { prefetch, reveal, cycle, cycleBackward, commit, cancel };
 
 struct RackPanelActions
 {
@@ -52,7 +50,7 @@ public:
     // The global shortcut's action.
     void toggle();
     void prewarm();
-    void handle(RackGestureEvent event);
+    void handle(HotkeyEvent event);
     // Routes one key; true when it was used.
     bool handleKey(RackKeyPress key, RackKeyFocus focus);
     // Return, or a double click: opens the selection, or creates a task on the new-task key.

@@ -16,105 +16,6 @@ namespace taskrack {
 
 Q_DECLARE_LOGGING_CATEGORY(lcPanel)
 
-namespace {
-
-// Portable codes of the characters that can be bound or routed, by their Latin symbol.
-int characterCode(quint32 symbol)
-{
-    static const char characters[] = "asdfhgzxcv\0bqweryt123465=97-80]ou[ip\0lj'k;\\,/nm.";
-    if (symbol >= 'A' && symbol <= 'Z')
-        symbol += 'a' - 'A';
-    if (symbol == '`')
-        return 50;
-    for (int code = 0; code < int(sizeof characters) - 1; ++code) {
-        if (characters[code] != '\0' && quint32(characters[code]) == symbol)
-            return code;
-    }
-    return -1;
-}
-
-int namedCode(int key, bool keypad)
-{
-    if (keypad) {
-        // The keypad's digits, also when Num Lock turns them into movement keys.
-        switch (key) {
-        case Qt::Key_0:
-        case Qt::Key_Insert:
-            return 82;
-        case Qt::Key_1:
-        case Qt::Key_End:
-            return 83;
-        case Qt::Key_2:
-        case Qt::Key_Down:
-            return 84;
-        case Qt::Key_3:
-        case Qt::Key_PageDown:
-            return 85;
-        case Qt::Key_4:
-        case Qt::Key_Left:
-            return 86;
-        case Qt::Key_5:
-        case Qt::Key_Clear:
-            return 87;
-        case Qt::Key_6:
-        case Qt::Key_Right:
-            return 88;
-        case Qt::Key_7:
-        case Qt::Key_Home:
-            return 89;
-        case Qt::Key_8:
-        case Qt::Key_Up:
-            return 91;
-        case Qt::Key_9:
-        case Qt::Key_PageUp:
-            return 92;
-        case Qt::Key_Enter:
-            return 76;
-        default:
-            break;
-        }
-    }
-    switch (key) {
-    case Qt::Key_Escape:
-        return 53;
-    case Qt::Key_Tab:
-    case Qt::Key_Backtab:
-        return 48;
-    case Qt::Key_Return:
-        return 36;
-    case Qt::Key_Enter:
-        return 76;
-    case Qt::Key_Backspace:
-        return 51;
-    case Qt::Key_Space:
-        return 49;
-    case Qt::Key_Left:
-        return 123;
-    case Qt::Key_Right:
-        return 124;
-    case Qt::Key_Down:
-        return 125;
-    case Qt::Key_Up:
-        return 126;
-    case Qt::Key_PageUp:
-        return 116;
-    case Qt::Key_PageDown:
-        return 121;
-    case Qt::Key_Home:
-        return 115;
-    case Qt::Key_End:
-        return 119;
-    default:
-        break;
-    }
-    static const int functionCodes[] = {122, 120, 99, 118, 96, 97, 98, 100, 101, 109, 103, 111};
-    if (key >= Qt::Key_F1 && key <= Qt::Key_F12)
-        return functionCodes[key - Qt::Key_F1];
-    return -1;
-}
-
-} // namespace
-
 RackQuickWindow::RackQuickWindow(RackViewModel &viewModel, DesktopWindows &desktop)
     : m_desktop(desktop)
 {
@@ -188,25 +89,17 @@ void RackQuickWindow::renderOffscreen()
     grabWindow();
 }
 
-RackKeyPress RackQuickWindow::portableKey(int qtKey, Qt::KeyboardModifiers modifiers,
-                                          quint32 latinKeysym)
+RackKeyPress RackQuickWindow::portableKey(quint16 keyCode, Qt::KeyboardModifiers modifiers)
 {
-    RackKeyPress press;
+    RackKeyPress press{keyCode, 0};
     if (modifiers & Qt::ShiftModifier)
-        press.modifierBits |= rackmodifier::shift;
+        press.modifierBits |= RackModifier::shift;
     if (modifiers & Qt::ControlModifier)
-        press.modifierBits |= rackmodifier::command;
+        press.modifierBits |= RackModifier::command;
     if (modifiers & Qt::AltModifier)
-        press.modifierBits |= rackmodifier::option;
+        press.modifierBits |= RackModifier::option;
     if (modifiers & Qt::MetaModifier)
-        press.modifierBits |= rackmodifier::control;
-    int code = namedCode(qtKey, modifiers & Qt::KeypadModifier);
-    if (code < 0)
-        code = characterCode(latinKeysym);
-    if (code < 0 && qtKey < 0x80)
-        code = characterCode(quint32(qtKey));
-    // Codes outside the table stay out of every match.
-    press.keyCode = code < 0 ? 0xffff : quint16(code);
+        press.modifierBits |= RackModifier::control;
     return press;
 }
 
@@ -220,8 +113,8 @@ RackKeyFocus RackQuickWindow::focus() const
 void RackQuickWindow::keyPressEvent(QKeyEvent *event)
 {
     if (keyHandler) {
-        const RackKeyPress press = portableKey(event->key(), event->modifiers(),
-                                               m_desktop.latinKeysym(event->nativeScanCode()));
+        const RackKeyPress press =
+            portableKey(m_desktop.portableKeyCode(event->nativeScanCode()), event->modifiers());
         if (keyHandler(press, focus())) {
             event->accept();
             return;

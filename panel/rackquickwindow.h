@@ -29,9 +29,9 @@ public:
     void hide(bool restoreFocus) override;
     void renderOffscreen() override;
 
-    // The portable form of a key event: key codes and modifier bits as stored in shortcuts.
-    static RackKeyPress portableKey(int qtKey, Qt::KeyboardModifiers modifiers,
-                                    quint32 latinKeysym);
+    // A key with the event's modifiers as portable bits (Ctrl is command, Alt option, Super
+    // control), as shortcuts are stored.
+    static RackKeyPress portableKey(quint16 keyCode, Qt::KeyboardModifiers modifiers);
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;

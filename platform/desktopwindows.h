@@ -24,9 +24,9 @@ public:
     virtual void activate(quint64 window) = 0;
     virtual bool isViewable(quint64 window) const = 0;
     virtual bool hasFocus(quint64 window) const = 0;
-    // The symbol of a hardware key in the first (usually Latin) layout, so that shortcuts
-    // match by the key's Latin letter under any layout; 0 when unknown.
-    virtual quint32 latinKeysym(quint32 nativeScanCode) const = 0;
+    // The portable code of a hardware key, read in the first (usually Latin) layout group so
+    // that letters match by their Latin name under any layout; 0xFFFF when it has none.
+    virtual quint16 portableKeyCode(quint32 nativeScanCode) const = 0;
 
     // The desktop's implementation; one that does nothing where none exists.
     static std::unique_ptr<DesktopWindows> create();

@@ -8,9 +8,9 @@ namespace {
 
 using C = RackKeyCommand;
 using F = RackKeyFocus;
-constexpr uint cmd = rackmodifier::command;
-constexpr uint ctl = rackmodifier::control;
-constexpr uint shift = rackmodifier::shift;
+constexpr uint cmd = RackModifier::command;
+constexpr uint ctl = RackModifier::control;
+constexpr uint shift = RackModifier::shift;
 
 const QList<RackKeyBinding> defaults = {
     {C::toggleOrganization, 5, cmd},
@@ -29,7 +29,7 @@ const QList<RackKeyBinding> rebound = {
     {C::togglePageLock, 37, cmd},
     {C::refresh, 40, cmd},
     {C::showSettings, 43, cmd},
-    {C::close, 13, cmd | rackmodifier::option},
+    {C::close, 13, cmd | RackModifier::option},
 };
 
 struct Row
@@ -98,7 +98,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"ctrlW", 13, cmd, F::grid, to(C::close)},
         Row{"reboundRefresh", 40, cmd, F::grid, to(C::refresh), &rebound},
         Row{"oldRefreshIsFree", 15, cmd | shift, F::grid, none, &rebound},
-        Row{"reboundClose", 13, cmd | rackmodifier::option, F::grid, to(C::close), &rebound},
+        Row{"reboundClose", 13, cmd | RackModifier::option, F::grid, to(C::close), &rebound},
         Row{"ctrlFInSearch", 3, cmd, F::searchField, to(C::activateSearch)},
         Row{"digitTypesInSearch", 19, 0, F::searchField, none},
         Row{"letterTypesInSearch", 15, 0, F::searchField, none},

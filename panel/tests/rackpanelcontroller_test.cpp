@@ -62,7 +62,7 @@ protected:
     void SetUp() override
     {
         awaitVoid(store.refresh());
-        controller.setBindings({{RackKeyCommand::activateSearch, 3, rackmodifier::command}});
+        controller.setBindings({{RackKeyCommand::activateSearch, 3, RackModifier::command}});
     }
     bool key(quint16 code, uint modifiers = 0, RackKeyFocus focus = RackKeyFocus::grid)
     {
@@ -135,17 +135,17 @@ TEST_F(RackPanelControllerTest, AFailedOpenKeepsTheRackAndShowsTheErrorUntilItHi
 
 TEST_F(RackPanelControllerTest, GestureRevealStepsWithAnimationAndCommitKeepsAnOpenSearch)
 {
-    controller.handle(RackGestureEvent::reveal);
+    controller.handle(HotkeyEvent::reveal);
     const QString first = *store.selectedThreadID();
-    controller.handle(RackGestureEvent::cycle);
+    controller.handle(HotkeyEvent::cycle);
     EXPECT_EQ(viewModel.selectionAnimation(), RackPanelController::firstStepAnimationMs);
     EXPECT_NE(*store.selectedThreadID(), first);
-    controller.handle(RackGestureEvent::cycle);
+    controller.handle(HotkeyEvent::cycle);
     EXPECT_EQ(viewModel.selectionAnimation(), 0) << "only the first step animates";
 
-    EXPECT_TRUE(key(3, rackmodifier::command));
+    EXPECT_TRUE(key(3, RackModifier::command));
     EXPECT_TRUE(store.isSearchPresented());
-    controller.handle(RackGestureEvent::commit);
+    controller.handle(HotkeyEvent::commit);
     EXPECT_TRUE(controller.isPresented()) << "releasing during a search keeps the rack";
     EXPECT_TRUE(opener.opened.isEmpty());
     EXPECT_TRUE(key(53, 0, RackKeyFocus::searchField));
@@ -186,10 +186,10 @@ TEST_F(RackPanelControllerTest, GestureCommitWithNothingSelectedHidesAndReturnDo
     store.activateSearch();
     store.setSearchQuery("zzz");
     store.requestSearchBlur();
-    controller.handle(RackGestureEvent::commit);
+    controller.handle(HotkeyEvent::commit);
     EXPECT_TRUE(controller.isPresented()) << "the search field is still up";
     store.dismissSearch();
-    controller.handle(RackGestureEvent::commit);
+    controller.handle(HotkeyEvent::commit);
     EXPECT_EQ(opener.opened.size(), 1) << "with a selection the gesture opens";
 }
 

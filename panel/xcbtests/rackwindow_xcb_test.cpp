@@ -109,7 +109,7 @@ protected:
     void SetUp() override
     {
         awaitVoid(store.refresh());
-        controller.setBindings({{RackKeyCommand::activateSearch, 3, rackmodifier::command}});
+        controller.setBindings({{RackKeyCommand::activateSearch, 3, RackModifier::command}});
         other.focusOwnWindow();
     }
     void TearDown() override { controller.hide(); }
@@ -161,12 +161,12 @@ TEST_F(RackWindowTest, ShortcutTakesTheFocusAndKeysDriveTheRackUntilItGivesItBac
 
 TEST_F(RackWindowTest, GestureWithCtrlFKeepsTheSearchOnRelease)
 {
-    controller.handle(RackGestureEvent::reveal);
-    controller.handle(RackGestureEvent::cycle);
+    controller.handle(HotkeyEvent::reveal);
+    controller.handle(HotkeyEvent::cycle);
     ASSERT_TRUE(waitUntil([&] { return other.focus() == rack(); }));
     other.tap(XK_f, XK_Control_L);
     ASSERT_TRUE(waitUntil([&] { return store.isSearchPresented(); }));
-    controller.handle(RackGestureEvent::commit);
+    controller.handle(HotkeyEvent::commit);
     EXPECT_TRUE(controller.isPresented());
     EXPECT_TRUE(other.isViewable(rack()));
 }

@@ -1,5 +1,7 @@
 #include "platform/linux/x11desktopwindows.h"
 
+#include "platform/linux/x11keymap.h"
+
 #include <QGuiApplication>
 #include <QList>
 #include <QtGui/qguiapplication_platform.h>
@@ -7,6 +9,7 @@
 #include <X11/XKBlib.h>
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
+#include <X11/keysym.h>
 
 namespace taskrack {
 
@@ -20,7 +23,7 @@ public:
     void activate(quint64) override {}
     bool isViewable(quint64) const override { return false; }
     bool hasFocus(quint64) const override { return false; }
-    quint32 latinKeysym(quint32) const override { return 0; }
+    quint16 portableKeyCode(quint32) const override { return 0xFFFF; }
 };
 
 // A window may vanish between asking and using it; the default X error handler would exit.
@@ -178,11 +181,25 @@ bool X11DesktopWindows::hasFocus(quint64 window) const
 
 namespace taskrack {
 
-quint32 X11DesktopWindows::latinKeysym(quint32 nativeScanCode) const
+quint16 X11DesktopWindows::portableKeyCode(quint32 nativeScanCode) const
 {
     if (nativeScanCode < 8 || nativeScanCode > 255)
-        return 0;
-    return quint32(XkbKeycodeToKeysym(m_display, KeyCode(nativeScanCode), 0, 0));
+        return 0xFFFF;
+    const KeySym symbol = XkbKeycodeToKeysym(m_display, KeyCode(nativeScanCode), 0, 0);
+    // Keys the rack reads beyond the shortcut table: page keys, and the keypad by its key,
+    // with Num Lock on or off.
+    static const std::pair<KeySym, quint16> rackKeys[] = {
+        {XK_Page_Up, 116},     {XK_Page_Down, 121}, {XK_Home, 115}, {XK_End, 119},
+        {XK_ISO_Left_Tab, 48}, {XK_KP_Enter, 76},   {XK_KP_1, 83},  {XK_KP_End, 83},
+        {XK_KP_2, 84},         {XK_KP_Down, 84},    {XK_KP_3, 85},  {XK_KP_Next, 85},
+        {XK_KP_4, 86},         {XK_KP_Left, 86},    {XK_KP_5, 87},  {XK_KP_Begin, 87},
+        {XK_KP_6, 88},         {XK_KP_Right, 88},
+    };
+    for (const auto &[rackSymbol, code] : rackKeys) {
+        if (rackSymbol == symbol)
+            return code;
+    }
+    return x11keymap::keyForKeysym(symbol);
 }
 
 } // namespace taskrack

@@ -20,7 +20,7 @@ public:
     void activate(quint64 window) override;
     bool isViewable(quint64 window) const override;
     bool hasFocus(quint64 window) const override;
-    quint32 latinKeysym(quint32 nativeScanCode) const override;
+    quint16 portableKeyCode(quint32 nativeScanCode) const override;
 
 private:
     bool hasWindowManager() const;

@@ -72,7 +72,7 @@ quint16 keyForKeysym(unsigned long keysym)
 
 int keycodeForKeysym(Display *display, unsigned long keysym)
 {
-    XkbDescPtr keyboard = XkbGetMap(display, XkbKeySymsMask, XkbUseCoreKbd);
+    XkbDescPtr keyboard = XkbGetMap(display, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
     if (!keyboard)
         return XKeysymToKeycode(display, keysym);
     int found = 0;
