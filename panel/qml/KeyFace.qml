@@ -62,6 +62,8 @@ Rectangle {
             color: rack.palette.statusColor(face.status)
         }
         Text {
+            // On a narrow key the colour stays and the word goes.
+            visible: face.width > 124
             text: face.statusLabel
             font.pixelSize: 11
             color: rack.palette.secondaryText
@@ -78,10 +80,10 @@ Rectangle {
         anchors.leftMargin: 10
         anchors.rightMargin: 10
         text: face.title
-        wrapMode: Text.Wrap
+        wrapMode: Text.WrapAtWordBoundaryOrAnywhere
         maximumLineCount: 3
         elide: Text.ElideRight
-        font.pixelSize: 13
+        font.pixelSize: face.width > 124 ? 13 : 12
         font.weight: Font.DemiBold
         color: rack.palette.text
     }

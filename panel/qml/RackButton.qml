@@ -22,6 +22,8 @@ Rectangle {
     Text {
         id: label
         anchors.centerIn: parent
+        width: Math.min(implicitWidth, button.width - 16)
+        elide: Text.ElideRight
         text: button.text
         font.pixelSize: 12
         font.weight: Font.DemiBold

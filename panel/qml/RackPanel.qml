@@ -89,7 +89,7 @@ Rectangle {
                         color: rack.palette.statusColor(modelData.status)
                     }
                     Text {
-                        text: modelData.count + " " + modelData.label
+                        text: root.width < 900 ? modelData.count : modelData.count + " " + modelData.label
                         font.pixelSize: 11
                         color: rack.palette.secondaryText
                     }
@@ -114,7 +114,7 @@ Rectangle {
             anchors.right: pageLabel.left
             anchors.rightMargin: pageLabel.text === "" ? 0 : 10
             anchors.verticalCenter: parent.verticalCenter
-            width: 230
+            width: Math.min(230, header.width * 0.26)
             height: 26
             radius: 7
             color: rack.palette.card
@@ -195,7 +195,7 @@ Rectangle {
         ListView {
             id: rail
             visible: rack.content === "keys" && rack.projectMode
-            width: visible ? 196 : 0
+            width: visible ? Math.min(196, middle.width * 0.26) : 0
             height: parent.height
             clip: true
             spacing: 3
@@ -527,12 +527,12 @@ Rectangle {
         }
 
         Text {
-            visible: !notice.visible
             anchors.left: parent.left
             anchors.right: footerActions.left
             anchors.rightMargin: 12
             anchors.verticalCenter: parent.verticalCenter
             text: rack.helpText
+            visible: !notice.visible && width > 120
             wrapMode: Text.Wrap
             maximumLineCount: 2
             elide: Text.ElideRight
@@ -548,11 +548,13 @@ Rectangle {
             spacing: 8
             Accessible.name: rack.labels.completionActions
             RackButton {
+                width: Math.min(implicitWidth, footer.width * 0.3)
                 text: rack.markPageText
                 enabled: rack.canMarkPage
                 onClicked: rack.markPageRead()
             }
             RackButton {
+                width: Math.min(implicitWidth, footer.width * 0.3)
                 text: rack.pageLockText
                 primary: rack.pageLocked
                 onClicked: rack.togglePageLock()
