@@ -27,6 +27,19 @@ QString CommandLine::usage()
         "  --version                 show the version\n");
 }
 
+namespace {
+// The demo's options that take a value, given as "--name value" or "--name=value".
+QString demoOptionOf(const QString &arg)
+{
+    for (const char *name : {"--scenario", "--tasks", "--screenshots"}) {
+        const QString option = QLatin1String(name);
+        if (arg == option || arg.startsWith(option + QLatin1Char('=')))
+            return option;
+    }
+    return {};
+}
+} // namespace
+
 std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &error)
 {
     CommandLine line;
@@ -74,15 +87,14 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             line.modeGiven = true;
         } else if (line.command == Command::demo && arg == QLatin1String("--dark")) {
             line.dark = true;
-        } else if (line.command == Command::demo &&
-                   (arg == QLatin1String("--scenario") || arg == QLatin1String("--tasks") ||
-                    arg == QLatin1String("--screenshots"))) {
-            auto value = valueOf(arg);
+        } else if (const QString demoOption = demoOptionOf(arg); line.command == Command::demo &&
+                                                                 !demoOption.isEmpty()) {
+            auto value = valueOf(demoOption);
             if (!value)
                 return std::nullopt;
-            if (arg == QLatin1String("--scenario")) {
+            if (demoOption == QLatin1String("--scenario")) {
                 line.demoScenario = *value;
-            } else if (arg == QLatin1String("--screenshots")) {
+            } else if (demoOption == QLatin1String("--screenshots")) {
                 line.screenshotDir = *value;
             } else {
                 bool ok = false;

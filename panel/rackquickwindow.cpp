@@ -30,7 +30,8 @@ RackQuickWindow::RackQuickWindow(RackViewModel &viewModel, DesktopWindows &deskt
     for (const QQmlError &error : errors())
         qCWarning(lcPanel, "Rack layout failed to load: %s", qPrintable(error.toString()));
     connect(this, &QQuickWindow::frameSwapped, this, [this] {
-        if (onFrameSwapped)
+        // A frame of the window while it was hidden says nothing about what is on screen.
+        if (onFrameSwapped && isExposed())
             onFrameSwapped();
     });
     connect(viewModel.palette(), &RackPalette::changed, this,

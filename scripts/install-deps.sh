@@ -11,6 +11,7 @@ packages=(
     libsqlite3-dev libssl-dev libx11-dev libxi-dev libxtst-dev libgl1-mesa-dri
     libgtest-dev libgmock-dev libbenchmark-dev
     xvfb xauth xdotool dbus dbus-x11 procps libdbus-1-dev
+    fonts-dejavu-core fonts-wqy-microhei
     clang libclang-rt-14-dev
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
