@@ -15,6 +15,7 @@
 #include <QDir>
 #include <QGuiApplication>
 #include <QPalette>
+#include <QQuickItem>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <cstdio>
@@ -47,6 +48,7 @@ const Scenario scenarios[] = {
     {"open-error", RackDemoOptions::Data::full},
     {"onboarding-input", RackDemoOptions::Data::full},
     {"onboarding-claude", RackDemoOptions::Data::full},
+    {"completions", RackDemoOptions::Data::full},
     {"quiet", RackDemoOptions::Data::full},
 };
 
@@ -75,9 +77,10 @@ void arrange(const QString &scenario, RackStore &store, RackPanelController &con
 {
     if (scenario == QLatin1String("projects") || scenario == QLatin1String("new-task"))
         store.setOrganizationMode(RackOrganizationMode::project);
-    if (scenario == QLatin1String("history") || scenario == QLatin1String("page2"))
+    if (scenario == QLatin1String("history") || scenario == QLatin1String("page2") ||
+        scenario == QLatin1String("completions"))
         store.setOrganizationMode(RackOrganizationMode::history);
-    if (scenario == QLatin1String("page2"))
+    if (scenario == QLatin1String("page2") || scenario == QLatin1String("completions"))
         store.movePage(true);
     if (scenario == QLatin1String("new-task"))
         controller.handleKey(RackKeyPress{22, 0}, RackKeyFocus::grid);
@@ -221,6 +224,11 @@ int runDemoCommand(int argc, char **argv)
         QObject::connect(&controller, &RackPanelController::shown, &app, [&] {
             QTimer::singleShot(0, &app, [&] {
                 arrange(scenarioName, store, controller, source);
+                if (scenarioName == QLatin1String("completions")) {
+                    if (QObject *menu = rack->window().rootObject()->findChild<QObject *>(
+                            QStringLiteral("completionMenu")))
+                        menu->setProperty("visible", true);
+                }
                 QTimer::singleShot(0, &app, [&] {
                     rack->viewModel().refreshNow();
                     QDir().mkpath(screenshots);

@@ -9,6 +9,7 @@
 #include "platform/inputdisplayprobe.h"
 #include "platform/linux/x11globalhotkeys.h"
 #include "platform/linux/x11modifiermonitor.h"
+#include "sources/claude/claudeenhancedstatuscontroller.h"
 
 namespace taskrack {
 
@@ -73,6 +74,19 @@ RackOnboardingFacts RackInputWiring::onboardingFacts(bool hasMadeClaudeChoice) c
     facts.isEnhancedShortcutEnabled = m_readiness->isEnhancedShortcutEnabled();
     facts.isEnhancedShortcutReady = m_readiness->mayDeliver();
     facts.hasMadeClaudeChoice = hasMadeClaudeChoice;
+    return facts;
+}
+
+} // namespace taskrack
+
+namespace taskrack {
+
+RackOnboardingFacts
+RackInputWiring::onboardingFacts(const ClaudeEnhancedStatusController &claude) const
+{
+    RackOnboardingFacts facts = onboardingFacts(claude.hasMadeOnboardingChoice());
+    facts.isClaudeBusy = claude.isBusy();
+    facts.claudeError = claude.lastError();
     return facts;
 }
 

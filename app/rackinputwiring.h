@@ -14,6 +14,7 @@
 namespace taskrack {
 
 class Clock;
+class ClaudeEnhancedStatusController;
 class HotkeyController;
 class HotkeyReadiness;
 class Preferences;
@@ -40,6 +41,8 @@ public:
     // What the rack's texts need from the shortcut table and the readiness.
     RackShortcutNames shortcutNames() const;
     RackOnboardingFacts onboardingFacts(bool hasMadeClaudeChoice) const;
+    // The same with the Claude setup's progress and error from its controller.
+    RackOnboardingFacts onboardingFacts(const ClaudeEnhancedStatusController &claude) const;
     // Ends a gesture in progress, for the rack's close command.
     void cancelGesture();
 

@@ -548,16 +548,48 @@ Rectangle {
             spacing: 8
             Accessible.name: rack.labels.completionActions
             RackButton {
+                id: completionButton
                 width: Math.min(implicitWidth, footer.width * 0.3)
-                text: rack.markPageText
-                enabled: rack.canMarkPage
-                onClicked: rack.markPageRead()
+                text: rack.labels.completionActions
+                onClicked: completionMenu.visible = !completionMenu.visible
             }
             RackButton {
                 width: Math.min(implicitWidth, footer.width * 0.3)
                 text: rack.pageLockText
                 primary: rack.pageLocked
                 onClicked: rack.togglePageLock()
+            }
+        }
+    }
+
+    // The completion actions, opened from the footer.
+    Rectangle {
+        id: completionMenu
+        objectName: "completionMenu"
+        visible: false
+        z: 10
+        width: menuColumn.width + 16
+        height: menuColumn.height + 16
+        x: Math.min(root.width - width - 12, footer.x + footerActions.x + completionButton.x)
+        y: footer.y - height - 4
+        radius: 8
+        color: rack.palette.card
+        border.width: 1
+        border.color: rack.palette.border
+        Column {
+            id: menuColumn
+            x: 8
+            y: 8
+            spacing: 6
+            RackButton {
+                text: rack.markPageText
+                enabled: rack.canMarkPage
+                onClicked: { rack.markPageRead(); completionMenu.visible = false }
+            }
+            RackButton {
+                text: rack.markAllText
+                enabled: rack.canMarkAll
+                onClicked: { rack.markAllRead(); completionMenu.visible = false }
             }
         }
     }

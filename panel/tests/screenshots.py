@@ -9,7 +9,7 @@ import tempfile
 taskrack, out_dir = sys.argv[1], sys.argv[2]
 scenarios = ["activity", "projects", "history", "page2", "new-task", "search", "search-empty",
              "loading", "failed", "empty", "activity-empty", "banner", "cached", "open-error",
-             "onboarding-input", "onboarding-claude", "quiet"]
+             "onboarding-input", "onboarding-claude", "quiet", "completions"]
 
 
 def start_xvfb(size):
