@@ -17,6 +17,9 @@ QString CommandLine::usage()
         "                            live Claude status through Claude Code hooks\n"
         "  demo [--scenario NAME] [--dark] [--tasks N] [--screenshots DIR]\n"
         "                            the rack over made-up tasks, no provider needed\n"
+        "  input-trace               show global key events as they happen (X11)\n"
+        "  shortcuts [set ACTION KEYS | reset [ACTION]]\n"
+        "                            list or change the keyboard shortcuts\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -110,6 +113,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
                 {QStringLiteral("hooks"), Command::hooks}, {QStringLiteral("open"), Command::open},
                 {QStringLiteral("read"), Command::read},   {QStringLiteral("help"), Command::help},
                 {QStringLiteral("demo"), Command::demo},
+                {QStringLiteral("input-trace"), Command::inputTrace},
+                {QStringLiteral("shortcuts"), Command::shortcuts},
             };
             auto it = commands.constFind(arg);
             if (it == commands.constEnd()) {
@@ -120,7 +125,7 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             commandSeen = true;
         } else if (commandSeen &&
                    (line.command == Command::hooks || line.command == Command::open ||
-                    line.command == Command::read)) {
+                    line.command == Command::read || line.command == Command::shortcuts)) {
             line.arguments.append(arg);
         } else {
             error = QStringLiteral("Unexpected argument \"%1\". Run taskrack --help.").arg(arg);

@@ -1,6 +1,8 @@
 #include "app/commandline.h"
 #include "app/democommand.h"
 #include "app/hookscommand.h"
+#include "app/inputtracecommand.h"
+#include "app/shortcutscommand.h"
 #include "app/providerpaths.h"
 #include "app/openfilelimit.h"
 #include "app/rackcommands.h"
@@ -47,6 +49,14 @@ QCoro::Task<int> dispatch(CommandLine line)
         co_return co_await runOpenCommand(line);
     case CommandLine::Command::read:
         co_return co_await runReadCommand(line);
+    case CommandLine::Command::inputTrace:
+        co_return co_await runInputTraceCommand(line);
+    case CommandLine::Command::shortcuts: {
+        SettingsPreferences preferences;
+        QTextStream out(stdout);
+        QTextStream err(stderr);
+        co_return runShortcutsCommand(line.arguments, line.json, preferences, out, err);
+    }
     default:
         co_return fail(QStringLiteral("This command is not available yet."));
     }

@@ -20,9 +20,8 @@ X11GlobalHotkeys::X11GlobalHotkeys(const QString &displayName)
         return;
     Display *display = m_display->handle();
     m_display->setEventHandler([this](XEvent &event) { handleEvent(event); });
-    QObject::connect(m_display.get(), &X11Display::connectionLost, m_display.get(), [] {
-        qCWarning(lcX11Hotkeys, "Global shortcuts disabled: connection lost");
-    });
+    QObject::connect(m_display.get(), &X11Display::connectionLost, m_display.get(),
+                     [] { qCWarning(lcX11Hotkeys, "Global shortcuts disabled: connection lost"); });
     int opcode = 0, error = 0, major = XkbMajorVersion, minor = XkbMinorVersion;
     if (XkbQueryExtension(display, &opcode, &m_xkbEventBase, &error, &major, &minor)) {
         XkbSelectEvents(display, XkbUseCoreKbd, XkbNewKeyboardNotifyMask | XkbMapNotifyMask,
@@ -47,8 +46,8 @@ bool X11GlobalHotkeys::isConnected() const
     return m_display && !m_display->isLost();
 }
 
-GlobalHotkeyResult X11GlobalHotkeys::grab(quint32 identifier, quint16 keyCode,
-                                          quint32 modifierBits, std::function<void()> onPress)
+GlobalHotkeyResult X11GlobalHotkeys::grab(quint32 identifier, quint16 keyCode, quint32 modifierBits,
+                                          std::function<void()> onPress)
 {
     ungrab(identifier);
     if (!isConnected())
@@ -145,10 +144,22 @@ void X11GlobalHotkeys::handleEvent(XEvent &event)
 
 void X11GlobalHotkeys::keymapChanged()
 {
-    // The same portable key may now sit on another key code, and the modifiers on other masks.
+    // Also sent whenever another keyboard (XTest's among them) starts to type, mostly with the
+    // same map: grab again only when a key or modifier really moved, since a press between the
+    // release and the new grab would be lost.
+    Display *display = m_display->handle();
+    const x11keymap::ModifierMasks masks = x11keymap::readModifierMasks(display);
+    bool moved = masks.alt != m_masks.alt || masks.super != m_masks.super ||
+                 masks.numLock != m_masks.numLock;
+    for (const auto &[identifier, registration] : m_registrations) {
+        const unsigned long keysym = x11keymap::keysymForKey(registration.keyCode);
+        moved = moved || x11keymap::keycodeForKeysym(display, keysym) != registration.xKeycode;
+    }
+    if (!moved)
+        return;
     for (auto &[identifier, registration] : m_registrations)
         ungrabRegistration(registration);
-    m_masks = x11keymap::readModifierMasks(m_display->handle());
+    m_masks = masks;
     for (auto &[identifier, registration] : m_registrations) {
         const GlobalHotkeyResult result = grabRegistration(registration);
         if (!result.ok())

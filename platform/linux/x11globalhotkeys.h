@@ -32,7 +32,8 @@ public:
     void ungrab(quint32 identifier) override;
 
 private:
-    struct Registration {
+    struct Registration
+    {
         quint16 keyCode = 0;
         quint32 modifierBits = 0;
         std::function<void()> onPress;

@@ -12,33 +12,86 @@ namespace taskrack::x11keymap {
 
 namespace {
 
-struct KeyEntry {
+struct KeyEntry
+{
     quint16 keyCode;
     KeySym keysym;
 };
 
 // Portable codes of the keys a shortcut may use (and Escape, which rack navigation reserves).
 constexpr KeyEntry keyTable[] = {
-    {0, XK_a},           {11, XK_b},         {8, XK_c},          {2, XK_d},
-    {14, XK_e},          {3, XK_f},          {5, XK_g},          {4, XK_h},
-    {34, XK_i},          {38, XK_j},         {40, XK_k},         {37, XK_l},
-    {46, XK_m},          {45, XK_n},         {31, XK_o},         {35, XK_p},
-    {12, XK_q},          {15, XK_r},         {1, XK_s},          {17, XK_t},
-    {32, XK_u},          {9, XK_v},          {13, XK_w},         {7, XK_x},
-    {16, XK_y},          {6, XK_z},          {29, XK_0},         {18, XK_1},
-    {19, XK_2},          {20, XK_3},         {21, XK_4},         {23, XK_5},
-    {22, XK_6},          {26, XK_7},         {28, XK_8},         {25, XK_9},
-    {43, XK_comma},      {47, XK_period},    {44, XK_slash},     {41, XK_semicolon},
-    {39, XK_apostrophe}, {33, XK_bracketleft}, {30, XK_bracketright}, {42, XK_backslash},
-    {27, XK_minus},      {24, XK_equal},     {50, XK_grave},     {49, XK_space},
-    {48, XK_Tab},        {36, XK_Return},    {51, XK_BackSpace}, {123, XK_Left},
-    {124, XK_Right},     {126, XK_Up},       {125, XK_Down},     {122, XK_F1},
-    {120, XK_F2},        {99, XK_F3},        {118, XK_F4},       {96, XK_F5},
-    {97, XK_F6},         {98, XK_F7},        {100, XK_F8},       {101, XK_F9},
-    {109, XK_F10},       {103, XK_F11},      {111, XK_F12},      {53, XK_Escape},
+    {0, XK_a},
+    {11, XK_b},
+    {8, XK_c},
+    {2, XK_d},
+    {14, XK_e},
+    {3, XK_f},
+    {5, XK_g},
+    {4, XK_h},
+    {34, XK_i},
+    {38, XK_j},
+    {40, XK_k},
+    {37, XK_l},
+    {46, XK_m},
+    {45, XK_n},
+    {31, XK_o},
+    {35, XK_p},
+    {12, XK_q},
+    {15, XK_r},
+    {1, XK_s},
+    {17, XK_t},
+    {32, XK_u},
+    {9, XK_v},
+    {13, XK_w},
+    {7, XK_x},
+    {16, XK_y},
+    {6, XK_z},
+    {29, XK_0},
+    {18, XK_1},
+    {19, XK_2},
+    {20, XK_3},
+    {21, XK_4},
+    {23, XK_5},
+    {22, XK_6},
+    {26, XK_7},
+    {28, XK_8},
+    {25, XK_9},
+    {43, XK_comma},
+    {47, XK_period},
+    {44, XK_slash},
+    {41, XK_semicolon},
+    {39, XK_apostrophe},
+    {33, XK_bracketleft},
+    {30, XK_bracketright},
+    {42, XK_backslash},
+    {27, XK_minus},
+    {24, XK_equal},
+    {50, XK_grave},
+    {49, XK_space},
+    {48, XK_Tab},
+    {36, XK_Return},
+    {51, XK_BackSpace},
+    {123, XK_Left},
+    {124, XK_Right},
+    {126, XK_Up},
+    {125, XK_Down},
+    {122, XK_F1},
+    {120, XK_F2},
+    {99, XK_F3},
+    {118, XK_F4},
+    {96, XK_F5},
+    {97, XK_F6},
+    {98, XK_F7},
+    {100, XK_F8},
+    {101, XK_F9},
+    {109, XK_F10},
+    {103, XK_F11},
+    {111, XK_F12},
+    {53, XK_Escape},
 };
 
-struct ModifierName {
+struct ModifierName
+{
     const char *xkbName;
     quint16 keyCode;
 };

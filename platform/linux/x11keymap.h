@@ -20,7 +20,8 @@ quint16 keyForKeysym(unsigned long keysym);
 int keycodeForKeysym(_XDisplay *display, unsigned long keysym);
 
 // The X modifier masks that carry Alt, Super and NumLock, read from the modifier map.
-struct ModifierMasks {
+struct ModifierMasks
+{
     unsigned int alt = 0;
     unsigned int super = 0;
     unsigned int numLock = 0;

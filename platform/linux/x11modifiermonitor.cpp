@@ -65,26 +65,24 @@ bool X11ModifierMonitor::start()
     XISetMask(mask, XI_RawKeyPress);
     XISetMask(mask, XI_RawKeyRelease);
     XIEventMask eventMask{XIAllMasterDevices, int(sizeof mask), mask};
-    const int selectError = m_display->withErrorsCaught([&] {
-        XISelectEvents(display, m_display->rootWindow(), &eventMask, 1);
-    });
+    const int selectError = m_display->withErrorsCaught(
+        [&] { XISelectEvents(display, m_display->rootWindow(), &eventMask, 1); });
     if (selectError)
         return fail(QStringLiteral("raw key events refused"));
 
     unsigned int delay = 0, interval = 0;
     if (XkbGetAutoRepeatRate(display, XkbUseCoreKbd, &delay, &interval))
         m_repeatTiming = {int(delay), int(interval)};
-    readKeymap();
+    m_modifierKeycodes = x11keymap::readModifierKeycodes(display);
+    readHeldKeys();
     return true;
 }
 
-void X11ModifierMonitor::readKeymap()
+void X11ModifierMonitor::readHeldKeys()
 {
-    Display *display = m_display->handle();
-    m_modifierKeycodes = x11keymap::readModifierKeycodes(display);
     // What is held now, so that a key pressed before listening began still counts.
     char keys[32] = {};
-    XQueryKeymap(display, keys);
+    XQueryKeymap(m_display->handle(), keys);
     for (size_t code = 0; code < m_down.size(); ++code)
         m_down[code] = m_modifierKeycodes[code] && (keys[code / 8] & (1 << (code % 8)));
 }
@@ -108,8 +106,11 @@ void X11ModifierMonitor::handleEvent(XEvent &event)
 {
     if (event.type == m_xkbEventBase) {
         const auto &xkb = reinterpret_cast<const XkbEvent &>(event);
+        // Also sent whenever another keyboard (XTest's among them) starts to type. The held
+        // state stays as the raw events left it: asking the server now would count presses
+        // that are still on their way to us.
         if (xkb.any.xkb_type == XkbNewKeyboardNotify || xkb.any.xkb_type == XkbMapNotify)
-            readKeymap();
+            m_modifierKeycodes = x11keymap::readModifierKeycodes(m_display->handle());
         return;
     }
     XGenericEventCookie &cookie = event.xcookie;

@@ -33,7 +33,7 @@ public:
 private:
     bool fail(const QString &reason);
     void handleEvent(_XEvent &event);
-    void readKeymap();
+    void readHeldKeys();
 
     QString m_displayName;
     std::unique_ptr<X11Display> m_display;
