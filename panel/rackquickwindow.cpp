@@ -1,5 +1,6 @@
 #include "panel/rackquickwindow.h"
 
+#include "panel/panellog.h"
 #include "panel/racksymbolitem.h"
 #include "panel/rackviewmodel.h"
 #include "platform/desktopwindows.h"
@@ -7,14 +8,11 @@
 #include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
-#include <QLoggingCategory>
 #include <QQmlContext>
 #include <QQuickItem>
 #include <QScreen>
 
 namespace taskrack {
-
-Q_DECLARE_LOGGING_CATEGORY(lcPanel)
 
 RackQuickWindow::RackQuickWindow(RackViewModel &viewModel, DesktopWindows &desktop)
     : m_desktop(desktop), m_viewModel(viewModel)
