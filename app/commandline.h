@@ -8,7 +8,9 @@ namespace taskrack {
 
 // What the person asked for on the command line.
 struct CommandLine {
-    enum class Command { run, list, watch, hooks, open, read, help, version, inputTrace, shortcuts };
+    enum class Command {
+        run, list, watch, hooks, open, read, demo, help, version, inputTrace, shortcuts
+    };
     // Provider ids are UUIDs with a short prefix; anything far longer is a mistake. Other
     // arguments are at most a path.
     static constexpr qsizetype maximumIdLength = 256;
@@ -20,6 +22,12 @@ struct CommandLine {
     bool modeGiven = false;
     QString home;          // --home DIR: provider files are looked up under DIR
     QStringList arguments; // what follows the subcommand (hooks action, thread id, --all)
+    // demo: which prepared state to show, dark colours, how many tasks, where to save a
+    // screenshot of it (and quit)
+    QString demoScenario;
+    bool dark = false;
+    int taskCount = 0;
+    QString screenshotDir;
 
     // Parses argv without the program name. On a mistake returns nothing and sets `error` to a
     // sentence for the person.

@@ -1,4 +1,5 @@
 #include "app/commandline.h"
+#include "app/democommand.h"
 #include "app/hookscommand.h"
 #include "app/inputtracecommand.h"
 #include "app/shortcutscommand.h"
@@ -114,6 +115,9 @@ int main(int argc, char **argv)
 {
     // Before anything opens a file: watchers hold many descriptors.
     OpenFileLimit::system().raise();
+    // The demo needs a GUI application; every other command runs without a display.
+    if (argc > 1 && qstrcmp(argv[1], "demo") == 0)
+        return runDemoCommand(argc, argv);
 
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("taskrack"));
