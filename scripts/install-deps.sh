@@ -12,7 +12,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     xvfb xauth xdotool x11-xkb-utils dbus dbus-x11 procps libdbus-1-dev
     fonts-dejavu-core fonts-wqy-microhei
-    clang libclang-rt-14-dev
+    clang libclang-rt-14-dev clang-format
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
 command -v npm >/dev/null 2>&1 || packages+=(npm)
