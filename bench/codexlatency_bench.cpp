@@ -277,6 +277,10 @@ void BM_WarmCompositeRefresh(benchmark::State &state)
     }
     auto claude = std::make_shared<ClaudeDesktopThreadSource>(
         ClaudeDesktopThreadSource::Configuration{paths, &SystemClock::shared(), {}, {}, {}, true, &fileSystem});
+    // Watched, as in the application: an unchanged Claude home is not read again.
+    bool watching = false;
+    signalWhenDone(claude->startMonitoring(), watching);
+    runUntil([&] { return watching; });
     CompositeThreadSource composite({CodexThreadRepository::create(std::move(parts)), claude});
     const auto fetch = [&] {
         std::optional<ThreadCollection> collection;

@@ -105,6 +105,15 @@ bool ClaudeDesktopThreadSource::isCurrent(quint64 generation) const
     return generation == m_lifecycleGeneration && !m_isSuspended && !m_isShutdown;
 }
 
+// While the watchers run, every change to what a reconciliation reads is heard and read by its
+// own pass; a fetch then has nothing to read again and only builds the snapshot. The safety net
+// still reconciles in full.
+bool ClaudeDesktopThreadSource::isUpToDate() const
+{
+    return m_isMonitoring && m_hasCompletedInitialReconciliation && !m_isReconciling && !m_manifestsMayHaveChanged
+        && !m_transcriptsMayHaveChanged && m_watcher->isRunning() && m_transcriptWatcher->isRunning();
+}
+
 // ---- public operations: each hops onto the actor and back ----
 
 QCoro::Task<ThreadCollection> ClaudeDesktopThreadSource::fetchThreads(int limit, std::stop_token stop)
@@ -114,7 +123,7 @@ QCoro::Task<ThreadCollection> ClaudeDesktopThreadSource::fetchThreads(int limit,
         co_return ThreadCollection{{}, describedLoaded, true, {}};
     QObject *caller = threadAnchor();
     co_await ClaudeThreadHop{m_executor.context()};
-    if (!m_isSuspended && !m_isShutdown)
+    if (!m_isSuspended && !m_isShutdown && !isUpToDate())
         co_await reconcile(false, m_lifecycleGeneration);
     ThreadCollection snapshot = buildSnapshot(limit);
     co_await ClaudeThreadHop{caller};
@@ -252,8 +261,20 @@ void ClaudeDesktopThreadSource::startOnActor()
     m_monitoringStop = std::stop_source();
     const quint64 generation = m_lifecycleGeneration;
     const std::stop_token stop = m_monitoringStop.get_token();
-    runWatchLoop(m_watcher->invalidations(), [this, generation] { reconcile(true, generation); }, generation, stop);
-    runWatchLoop(m_transcriptWatcher->invalidations(), [this] { m_transcriptRefresh->request(); }, generation, stop);
+    runWatchLoop(
+        m_watcher->invalidations(),
+        [this, generation] {
+            m_manifestsMayHaveChanged = true;
+            reconcile(true, generation);
+        },
+        generation, stop);
+    runWatchLoop(
+        m_transcriptWatcher->invalidations(),
+        [this] {
+            m_transcriptsMayHaveChanged = true;
+            m_transcriptRefresh->request();
+        },
+        generation, stop);
     runWatchLoop(
         m_liveSessionsWatcher->invalidations(),
         [this] {
@@ -268,6 +289,8 @@ void ClaudeDesktopThreadSource::startOnActor()
 void ClaudeDesktopThreadSource::stopOnActor()
 {
     m_isMonitoring = false;
+    m_manifestsMayHaveChanged = true;
+    m_transcriptsMayHaveChanged = true;
     m_needsFollowUpReconcile = false;
     if (m_transcriptRefresh)
         m_transcriptRefresh->cancel();
@@ -319,6 +342,8 @@ QCoro::Task<void> ClaudeDesktopThreadSource::reconcile(bool retrying, quint64 ge
         co_return;
     }
     m_isReconciling = true;
+    m_manifestsMayHaveChanged = false;
+    m_transcriptsMayHaveChanged = false;
     const std::weak_ptr<int> alive = m_lifetime;
 
     const QStringList listed = listManifests();
@@ -350,6 +375,8 @@ QCoro::Task<void> ClaudeDesktopThreadSource::reconcile(bool retrying, quint64 ge
             co_return;
         if (!isCurrent(generation)) {
             isStale = true;
+            m_manifestsMayHaveChanged = true;
+            m_transcriptsMayHaveChanged = true;
             break;
         }
         if (!manifest || manifest->sessionId != QFileInfo(path).completeBaseName())
@@ -440,6 +467,7 @@ void ClaudeDesktopThreadSource::runTranscriptRefresh()
 {
     if (m_isSuspended || m_isShutdown)
         return;
+    m_transcriptsMayHaveChanged = false;
     // The known sessions' statuses go out first: they are what a person waits for. New or
     // vanished sessions and the evidence file follow.
     const QDateTime now = m_clock.now();

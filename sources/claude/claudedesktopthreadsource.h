@@ -130,6 +130,7 @@ private:
     QStringList listManifests() const;
     std::optional<ClaudeSessionFileFingerprint> manifestFingerprint(const QString &path) const;
     bool isCurrent(quint64 generation) const;
+    bool isUpToDate() const;
     void rebuildIndexes();
     bool refreshDiscovery(const QDateTime &now);
     // `afterDiscovery`: the folders were just listed by discovery, whose index is reused.
@@ -189,6 +190,10 @@ private:
     bool m_isReconciling = false;
     bool m_needsFollowUpReconcile = false;
     bool m_hasCompletedInitialReconciliation = false;
+    // Set by every watcher notice and whenever watching stops; cleared by the pass that reads
+    // what the notice was about.
+    bool m_manifestsMayHaveChanged = true;
+    bool m_transcriptsMayHaveChanged = true;
     quint64 m_lifecycleGeneration = 0;
     bool m_isSuspended = false;
     bool m_isShutdown = false;
