@@ -5,6 +5,7 @@
 #include "app/racktext.h"
 #include "app/terminationsignals.h"
 #include "core/clock.h"
+#include "platform/linux/logindsystemevents.h"
 #include "platform/linux/settingspreferences.h"
 
 #include <QCoreApplication>
@@ -77,6 +78,8 @@ QCoro::Task<int> runWatchCommand(CommandLine line)
 {
     SettingsPreferences preferences;
     TerminationSignals termination;
+    LogindSystemEvents systemEvents;
+    systemEvents.start();
     RackRuntime runtime(ProviderPaths::resolve(line.home), preferences, SystemClock::shared());
     RackStore &store = runtime.store();
     store.setOrganizationMode(line.mode);
@@ -116,8 +119,8 @@ QCoro::Task<int> runWatchCommand(CommandLine line)
     QObject::connect(&store, &RackStore::dataStateChanged, &printTimer, schedulePrint);
     QObject::connect(&store, &RackStore::sourceFailuresChanged, &printTimer, schedulePrint);
 
-    runtime.startLoops();
-    co_await store.refresh();
+    auto starting = runtime.start(nullptr, &systemEvents);
+    co_await starting;
     firstRefreshDone = true;
     schedulePrint();
 
