@@ -8,11 +8,12 @@ QString CommandLine::usage()
         "Usage: taskrack [COMMAND] [OPTIONS]\n"
         "\n"
         "Commands:\n"
-        "  (none)                    start Taskrack\n"
+        "  (none)                    start Taskrack in the tray (without a display: watch)\n"
         "  list                      print every task once\n"
         "  watch                     print the rack again whenever it changes\n"
         "  open THREAD-ID            open a task in its provider\n"
         "  read THREAD-ID | --all    mark finished tasks as read\n"
+        "  quit                      ask the running Taskrack to quit\n"
         "  hooks status|enable|disable|remove\n"
         "                            live Claude status through Claude Code hooks\n"
         "\n"
@@ -75,6 +76,7 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
                 {QStringLiteral("list"), Command::list},   {QStringLiteral("watch"), Command::watch},
                 {QStringLiteral("hooks"), Command::hooks}, {QStringLiteral("open"), Command::open},
                 {QStringLiteral("read"), Command::read},   {QStringLiteral("help"), Command::help},
+                {QStringLiteral("quit"), Command::quit},
             };
             auto it = commands.constFind(arg);
             if (it == commands.constEnd()) {

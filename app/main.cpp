@@ -1,11 +1,16 @@
 #include "app/commandline.h"
+#include "app/displayprobe.h"
+#include "app/rackappdelegate.h"
+#include "app/taskrackbusservice.h"
 #include "app/hookscommand.h"
 #include "app/providerpaths.h"
 #include "app/openfilelimit.h"
 #include "app/rackcommands.h"
 #include "platform/linux/settingspreferences.h"
 
+#include <QApplication>
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QTextStream>
 #include <QTimer>
@@ -14,6 +19,21 @@
 using namespace taskrack;
 
 namespace {
+
+int runQuitCommand()
+{
+    switch (TaskrackBusService::callRunningCopy(QStringLiteral("Quit"), {}, std::chrono::seconds(15))) {
+    case TaskrackBusService::CallResult::answered:
+        return 0;
+    case TaskrackBusService::CallResult::notRunning:
+        std::fputs("Taskrack is not running.\n", stderr);
+        return 1;
+    case TaskrackBusService::CallResult::noAnswer:
+        break;
+    }
+    std::fputs("Taskrack is already running but did not answer.\n", stderr);
+    return 1;
+}
 
 int fail(const QString &message)
 {
@@ -27,7 +47,7 @@ QCoro::Task<int> dispatch(CommandLine line)
     case CommandLine::Command::list:
         co_return co_await runListCommand(line);
     case CommandLine::Command::run:
-        // Until the desktop shell exists, the application is the watcher in the terminal.
+        // Reached only without a display: the application is the watcher in the terminal.
     case CommandLine::Command::watch:
         co_return co_await runWatchCommand(line);
     case CommandLine::Command::hooks: {
@@ -40,8 +60,13 @@ QCoro::Task<int> dispatch(CommandLine line)
         context.preferences = &preferences;
         QTextStream out(stdout);
         QTextStream err(stderr);
-        co_return co_await runHooksCommand(line.arguments, context, out, err);
+        const int exitCode = co_await runHooksCommand(line.arguments, context, out, err);
+        // The one way a changed preference reaches a running copy.
+        TaskrackBusService::callRunningCopy(QStringLiteral("PreferencesChanged"));
+        co_return exitCode;
     }
+    case CommandLine::Command::quit:
+        co_return runQuitCommand();
     case CommandLine::Command::open:
         co_return co_await runOpenCommand(line);
     case CommandLine::Command::read:
@@ -51,24 +76,59 @@ QCoro::Task<int> dispatch(CommandLine line)
     }
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+void describeApplication()
 {
-    // Before anything opens a file: watchers hold many descriptors.
-    OpenFileLimit::system().raise();
-
-    QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("taskrack"));
     QCoreApplication::setOrganizationName(QStringLiteral("taskrack"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TASKRACK_VERSION));
     if (qEnvironmentVariableIsEmpty("TASKRACK_VERBOSE"))
         QLoggingCategory::setFilterRules(QStringLiteral("com.quillon.Taskrack.*.info=false"));
+}
+
+QStringList argumentsOf(int argc, char **argv)
+{
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    return arguments;
+}
+
+int runTrayApplication(int argc, char **argv, const CommandLine &line, const QString &executable)
+{
+    // Windows, the tray and the hot keys speak X11; a Wayland session's XWayland serves them.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    QApplication app(argc, argv);
+    describeApplication();
+    RackAppDelegate delegate(line, executable, argumentsOf(argc, argv));
+    if (const std::optional<int> exitCode = delegate.prepare())
+        return *exitCode;
+    delegate.start();
+    return app.exec();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // Read before anything else: after a reinstall the running file's link ends in " (deleted)".
+    const QString executable = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
+    // Before anything opens a file: watchers hold many descriptors.
+    OpenFileLimit::system().raise();
 
     QString error;
-    const std::optional<CommandLine> line = CommandLine::parse(app.arguments().mid(1), error);
+    const std::optional<CommandLine> line = CommandLine::parse(argumentsOf(argc, argv), error);
     if (!line)
         return fail(error);
+    if (line->command == CommandLine::Command::run) {
+        if (isDisplayReachable())
+            return runTrayApplication(argc, argv, *line, executable);
+        std::fputs("No display found; running “taskrack watch” in this terminal.\n", stderr);
+    }
+
+    // Every other command is headless: no GUI plugin, no lock, no install check.
+    QCoreApplication app(argc, argv);
+    describeApplication();
     if (line->command == CommandLine::Command::help) {
         std::fputs(qPrintable(CommandLine::usage()), stdout);
         return 0;
