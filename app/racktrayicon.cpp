@@ -130,14 +130,17 @@ QImage RackTrayIcon::paint(int pixels, const RackAttentionCounts &counts)
         return image;
     }
     const QString text = badgeText(count);
-    const qreal height = unit * 9.5;
-    const qreal badgeWidth = text.size() > 1 ? unit * 13 : height;
-    const QRectF badge(pixels - badgeWidth - unit * 0.2, pixels - height - unit * 0.2, badgeWidth,
-                       height);
-    painter.drawRoundedRect(badge, height / 2, height / 2);
+    // Small panels get a proportionally larger badge: a figure under 8 pixels is a smudge.
+    const qreal share = pixels <= 24 ? 0.72 : 0.6;
+    const qreal height = pixels * share;
+    const qreal badgeWidth = text.size() > 1 ? qMin(qreal(pixels), height * 1.45) : height;
+    const QRectF badge(pixels - badgeWidth, pixels - height, badgeWidth, height);
+    painter.drawRoundedRect(
+        badge.adjusted(rimWidth / 2, rimWidth / 2, -rimWidth / 2, -rimWidth / 2), height / 2,
+        height / 2);
     QFont font;
     font.setBold(true);
-    font.setPixelSize(qMax(6, int(height * 0.78)));
+    font.setPixelSize(qMax(7, int(height * (text.size() > 1 ? 0.72 : 0.82))));
     painter.setFont(font);
     // Dark figures on amber, white on the darker colours.
     painter.setPen(counts.requiresInput > 0 ? rim : QColor(Qt::white));
@@ -148,7 +151,7 @@ QImage RackTrayIcon::paint(int pixels, const RackAttentionCounts &counts)
 QIcon RackTrayIcon::icon(const RackAttentionCounts &counts)
 {
     QIcon icon;
-    for (int size : {16, 22, 24, 32, 48, 64, 128})
+    for (int size : {12, 14, 16, 18, 20, 22, 24, 32, 48, 64, 128})
         icon.addPixmap(QPixmap::fromImage(paint(size, counts)));
     return icon;
 }

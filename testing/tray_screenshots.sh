@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Screenshots of the tray item in Debian's trayer under a private Xvfb and session bus: every
+# badge state on a light and a dark panel at 16 and 22 pixels, then the real application's
+# menu opened by an XTest right click.
+#   tray_screenshots.sh BUILD_DIR OUT_DIR
+set -euo pipefail
+if [ -z "${DBUS_SESSION_BUS_ADDRESS:-}" ]; then
+    exec dbus-run-session -- "$0" "$@"
+fi
+build=$(cd "$1" && pwd)
+out=$(mkdir -p "$2" && cd "$2" && pwd)
+work=$(mktemp -d)
+pids=()
+cleanup() {
+    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+    wait 2>/dev/null || true
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+exec 5>"$work/display"
+Xvfb -displayfd 5 -screen 0 480x320x24 -nolisten tcp 2>/dev/null &
+pids+=($!)
+until [ -s "$work/display" ]; do sleep 0.05; done
+export DISPLAY=":$(head -n1 "$work/display")"
+export QT_QPA_PLATFORM=xcb
+render="$build/app/taskrack-icon-render"
+
+# Runs $@ in the background and waits for its first line to say "ready".
+start_ready() {
+    local fifo="$work/ready.$RANDOM"
+    mkfifo "$fifo"
+    "$@" >"$fifo" 2>/dev/null &
+    pids+=($!)
+    read -r -t 20 line <"$fifo"
+    [ "$line" = ready ]
+}
+
+for size in 16 22; do
+    for tint in light:0xf2f2f2 dark:0x202226; do
+        name=${tint%%:*}
+        trayer --edge top --align left --widthtype request --height "$size" --iconspacing 4 \
+            --tint "${tint#*:}" --transparent true --alpha 0 --SetDockType true 2>/dev/null &
+        trayer_pid=$!
+        pids+=($trayer_pid)
+        start_ready "$render" --tray plain input errors done working
+        tray_pid=${pids[-1]}
+        "$render" --grab "$out/tray-$name-$size.png" 150 $((size + 4)) 5
+        kill "$tray_pid" "$trayer_pid"
+        wait "$tray_pid" "$trayer_pid" 2>/dev/null || true
+    done
+done
+
+# The application's own item and its menu, on a light 22-pixel panel.
+trayer --edge top --align left --widthtype request --height 22 --tint 0xf2f2f2 \
+    --transparent true --alpha 0 --SetDockType true 2>/dev/null &
+pids+=($!)
+home="$work/home"
+mkdir -p "$home" "$work/run"
+chmod 700 "$work/run"
+HOME="$home" XDG_RUNTIME_DIR="$work/run" "$build/app/taskrack" 2>/dev/null &
+app=$!
+pids+=($app)
+# The item sits at the panel's left end once embedded.
+for _ in $(seq 100); do
+    xdotool search --classname taskrack >/dev/null 2>&1 && break
+    sleep 0.1
+done
+xdotool mousemove 11 11 click 3
+for _ in $(seq 100); do
+    xdotool search --onlyvisible --classname taskrack 2>/dev/null | grep -q . && break
+    sleep 0.1
+done
+"$render" --grab "$out/tray-menu.png"
+HOME="$home" XDG_RUNTIME_DIR="$work/run" "$build/app/taskrack" quit
+wait "$app"
+echo "screenshots in $out"
