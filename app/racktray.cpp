@@ -6,10 +6,12 @@
 namespace taskrack {
 
 namespace {
-QString withShortcut(const QString &text, const QString &shortcut)
+void showShortcut(QAction *action, const QString &shortcut)
 {
-    // The text after a tab is drawn in the menu's shortcut column.
-    return shortcut.isEmpty() ? text : text + QLatin1Char('\t') + shortcut;
+    // Shown in the menu's shortcut column (and sent as such over dbusmenu); the global hot
+    // keys do the work, so the action never listens for it itself.
+    action->setShortcutContext(Qt::WidgetShortcut);
+    action->setShortcut(QKeySequence::fromString(shortcut, QKeySequence::PortableText));
 }
 } // namespace
 
@@ -62,8 +64,10 @@ void RackTray::setShortcutTexts(const QString &showRack, const QString &quickTas
 {
     m_showRackShortcut = showRack;
     m_quickTaskShortcut = quickTask;
-    m_showRack->setText(withShortcut(QStringLiteral("Show Rack"), showRack));
-    m_quickTask->setText(withShortcut(QStringLiteral("New Quick Task"), quickTask));
+    m_showRack->setText(QStringLiteral("Show Rack"));
+    showShortcut(m_showRack, showRack);
+    m_quickTask->setText(QStringLiteral("New Quick Task"));
+    showShortcut(m_quickTask, quickTask);
 }
 
 void RackTray::updateMenu()

@@ -12,6 +12,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     xvfb xauth xdotool dbus dbus-x11 procps libdbus-1-dev
     clang libclang-rt-14-dev
+    trayer dunst desktop-file-utils libx11-dev python3-dbus python3-gi
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
 command -v npm >/dev/null 2>&1 || packages+=(npm)
