@@ -2,6 +2,7 @@
 
 #include "core/clock.h"
 #include "core/rackstore.h"
+#include "core/taskracklog.h"
 #include "platform/preferences.h"
 
 namespace taskrack {
@@ -98,8 +99,10 @@ void RackAttentionNotifier::evaluate()
                         m_pending.end());
         m_pending.append({thread.id, attention});
     }
-    if (!m_pending.isEmpty() && !m_gathering)
+    if (!m_pending.isEmpty() && !m_gathering) {
+        qCInfo(lcApp, "Attention notifications gathering: %d", int(m_pending.size()));
         deliverAfterGathering();
+    }
 }
 
 QCoro::Task<void> RackAttentionNotifier::deliverAfterGathering()
@@ -112,6 +115,7 @@ QCoro::Task<void> RackAttentionNotifier::deliverAfterGathering()
         co_return;
     m_gathering = false;
     const QList<Pending> pending = std::exchange(m_pending, {});
+    qCInfo(lcApp, "Attention notifications due: %d", int(pending.size()));
     if (!m_preferences.boolValue(enabledKey, true))
         co_return;
     if (pending.size() >= aggregateThreshold) {

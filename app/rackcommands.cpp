@@ -49,7 +49,9 @@ std::optional<RackThread> findThread(const RackStore &store, const QString &name
     return std::nullopt;
 }
 
-// One refresh over every provider, then `body` on the store, then an orderly shutdown.
+// One refresh over every provider, then `body` on the store, then an orderly shutdown. Callers
+// keep the returned task in a named variable: g++ 12 destroys a co_await temporary holding
+// lambda captures twice.
 QCoro::Task<int> withRefreshedStore(const CommandLine &line,
                                     std::function<QCoro::Task<int>(RackStore &)> body)
 {
@@ -68,10 +70,11 @@ QCoro::Task<int> withRefreshedStore(const CommandLine &line,
 
 QCoro::Task<int> runListCommand(CommandLine line)
 {
-    co_return co_await withRefreshedStore(line, [json = line.json](RackStore &store) -> QCoro::Task<int> {
+    auto running = withRefreshedStore(line, [json = line.json](RackStore &store) -> QCoro::Task<int> {
         writeOut(render(store, json, false) + (json ? QStringLiteral("\n") : QString()));
         co_return store.dataState() == RackDataState::failed ? 1 : 0;
     });
+    co_return co_await running;
 }
 
 QCoro::Task<int> runWatchCommand(CommandLine line)
@@ -136,7 +139,7 @@ QCoro::Task<int> runOpenCommand(CommandLine line)
         co_return 2;
     }
     const QString name = line.arguments.first();
-    co_return co_await withRefreshedStore(line, [name](RackStore &store) -> QCoro::Task<int> {
+    auto running = withRefreshedStore(line, [name](RackStore &store) -> QCoro::Task<int> {
         const std::optional<RackThread> thread = findThread(store, name);
         if (!thread) {
             writeError(QStringLiteral("No task with that id."));
@@ -149,6 +152,7 @@ QCoro::Task<int> runOpenCommand(CommandLine line)
         }
         co_return 0;
     });
+    co_return co_await running;
 }
 
 QCoro::Task<int> runReadCommand(CommandLine line)
@@ -158,7 +162,7 @@ QCoro::Task<int> runReadCommand(CommandLine line)
         co_return 2;
     }
     const QString name = line.arguments.first();
-    co_return co_await withRefreshedStore(line, [name](RackStore &store) -> QCoro::Task<int> {
+    auto running = withRefreshedStore(line, [name](RackStore &store) -> QCoro::Task<int> {
         int marked = 0;
         if (name == QLatin1String("--all")) {
             marked = store.markAllRead();
@@ -171,6 +175,7 @@ QCoro::Task<int> runReadCommand(CommandLine line)
         writeOut(QStringLiteral("%1 marked as read\n").arg(marked));
         co_return 0;
     });
+    co_return co_await running;
 }
 
 } // namespace taskrack

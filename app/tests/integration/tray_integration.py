@@ -6,6 +6,8 @@ XDG_RUNTIME_DIR.
               it with 0; a symlinked lock and a copy in ~/Downloads get their alert and exit 1
   menu        over a StatusNotifierWatcher the item is published: its menu read and clicked
               through com.canonical.dbusmenu (Restart brings a new copy, Quit ends it)
+  notifications  a Codex task finishing after the first refresh is announced; a forged click
+              is ignored, the server's click opens it
   wake        PrepareForSleep from a fake logind on a second bus: the Codex child goes at sleep
               and comes back after the wake
 """
@@ -268,22 +270,81 @@ def scenario_wake(session, fake_app_server):
     session.env["CODEX_HOME"] = codex_home
     app = session.start()
     first = wait_for(lambda: children_of(app.pid), 30, "the app-server child")
-    logind.stdin.write("sleep\n")
-    logind.stdin.flush()
+    tell(logind, "sleep")
     wait_for(lambda: not any(os.path.exists(f"/proc/{pid}") for pid in first), 20, "the child to go at sleep")
-    logind.stdin.write("wake\n")
-    logind.stdin.flush()
+    tell(logind, "wake")
     wait_for(lambda: children_of(app.pid), 30, "a new child after the wake")
     app.send_signal(signal.SIGTERM)
     check(app.wait(timeout=20) == 0, "SIGTERM after a wake ends with 0")
     log("sleep and wake")
 
 
+def next_record(service, key, seconds=30):
+    deadline = time.monotonic() + seconds
+    while True:
+        try:
+            record = json.loads(service.lines.get(timeout=max(0.1, deadline - time.monotonic())))
+        except queue.Empty:
+            raise Failure(f"no {key} from the fake service") from None
+        if key in record:
+            return record
+        check(key == "done" or "notify" not in record or key == "notify", record)
+
+
+def tell(service, command):
+    """One command to a fake service, answered before the next (it reads a line per wake-up)."""
+    service.stdin.write(command + "\n")
+    service.stdin.flush()
+    next_record(service, "done")
+
+
+def scenario_notifications(session):
+    from codex_watch_integration import append_event, touch_database, write_state_database
+    import datetime
+    import html
+    import sqlite3
+    server = session.service("notifications")
+    codex_home = os.path.join(session.home, ".codex")
+    project = os.path.join(session.home, "<b>&")
+    os.makedirs(project)
+    now = datetime.datetime.now(datetime.timezone.utc)
+    rollout = os.path.join(codex_home, "sessions", "rollout-0000-local.jsonl")
+    write_state_database(codex_home, rollout, [("0000-local", rollout, 30)], now)
+    database = sqlite3.connect(os.path.join(codex_home, "state_5.sqlite"))
+    database.execute("UPDATE threads SET cwd = ?", (project,))
+    database.commit()
+    database.close()
+    session.env["CODEX_HOME"] = codex_home
+    app = session.start()
+    wait_for(lambda: "Taskrack runtime started" in stderr_of(app), 30, "the first refresh")
+    append_event(rollout, "task_started")
+    touch_database(codex_home, "0000-local")
+    append_event(rollout, "task_complete")
+    touch_database(codex_home, "0000-local")
+    shown = next_record(server, "notify")
+    check(shown["summary"] == "Codex finished", shown)
+    check(shown["body"] == html.escape("<b>&", quote=True) or shown["body"] == "&lt;b&gt;&amp;", shown)
+    check(shown["actions"][0] == "default" and shown["desktop-entry"] == "com.quillon.Taskrack", shown)
+    check(shown["image"] == [64, 64], shown)
+    # A click forged by another client is ignored; the server's own opens the task, which has
+    # no application to open it here: the failure comes back as a notification.
+    tell(server, f"forge {shown['notify']}")
+    tell(server, f"invoke {shown['notify']}")
+    failure = next_record(server, "notify")
+    check(failure["summary"] == "Taskrack could not open the task", failure)
+    check(session.run("quit").returncode == 0, "quit")
+    check(app.wait(timeout=20) == 0, "exit 0")
+    check(stderr_of(app).count("Rack requested") == 1, "only the first launch showed the rack")
+    while not server.lines.empty():
+        check("notify" not in json.loads(server.lines.get()), "the forged click opened nothing")
+    log("notifications")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--taskrack", required=True)
     parser.add_argument("--fake-app-server", required=True)
-    parser.add_argument("scenarios", nargs="*", default=["instances", "menu", "wake"])
+    parser.add_argument("scenarios", nargs="*", default=["instances", "menu", "wake", "notifications"])
     args = parser.parse_args()
     for name in args.scenarios:
         root = tempfile.mkdtemp(prefix=f"taskrack-tray-{name}-")
@@ -294,6 +355,8 @@ def main():
             else:
                 globals()[f"scenario_{name}"](session)
         except Failure as failure:
+            if session.xvfb.poll() is not None:
+                log(f"the test's Xvfb ended early ({session.xvfb.returncode}): another process took its display")
             log(f"FAIL ({name}): {failure}; files in {root}")
             return 1
         finally:
