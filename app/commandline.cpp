@@ -16,6 +16,11 @@ QString CommandLine::usage()
         "  quit                      ask the running Taskrack to quit\n"
         "  hooks status|enable|disable|remove\n"
         "                            live Claude status through Claude Code hooks\n"
+        "  demo [--scenario NAME] [--dark] [--tasks N] [--screenshots DIR]\n"
+        "                            the rack over made-up tasks, no provider needed\n"
+        "  input-trace               show global key events as they happen (X11)\n"
+        "  shortcuts [set ACTION KEYS | reset [ACTION]]\n"
+        "                            list or change the keyboard shortcuts\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -25,6 +30,19 @@ QString CommandLine::usage()
         "  -h, --help                show this help\n"
         "  --version                 show the version\n");
 }
+
+namespace {
+// The demo's options that take a value, given as "--name value" or "--name=value".
+QString demoOptionOf(const QString &arg)
+{
+    for (const char *name : {"--scenario", "--tasks", "--screenshots"}) {
+        const QString option = QLatin1String(name);
+        if (arg == option || arg.startsWith(option + QLatin1Char('=')))
+            return option;
+    }
+    return {};
+}
+} // namespace
 
 std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &error)
 {
@@ -71,12 +89,34 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             }
             line.mode = *mode;
             line.modeGiven = true;
+        } else if (line.command == Command::demo && arg == QLatin1String("--dark")) {
+            line.dark = true;
+        } else if (const QString demoOption = demoOptionOf(arg); line.command == Command::demo &&
+                                                                 !demoOption.isEmpty()) {
+            auto value = valueOf(demoOption);
+            if (!value)
+                return std::nullopt;
+            if (demoOption == QLatin1String("--scenario")) {
+                line.demoScenario = *value;
+            } else if (demoOption == QLatin1String("--screenshots")) {
+                line.screenshotDir = *value;
+            } else {
+                bool ok = false;
+                line.taskCount = value->toInt(&ok);
+                if (!ok || line.taskCount < 0 || line.taskCount > 5000) {
+                    error = QStringLiteral("--tasks needs a number from 0 to 5000.");
+                    return std::nullopt;
+                }
+            }
         } else if (!commandSeen && !arg.startsWith(QLatin1Char('-'))) {
             static const QHash<QString, Command> commands{
                 {QStringLiteral("list"), Command::list},   {QStringLiteral("watch"), Command::watch},
                 {QStringLiteral("hooks"), Command::hooks}, {QStringLiteral("open"), Command::open},
                 {QStringLiteral("read"), Command::read},   {QStringLiteral("help"), Command::help},
                 {QStringLiteral("quit"), Command::quit},
+                {QStringLiteral("demo"), Command::demo},
+                {QStringLiteral("input-trace"), Command::inputTrace},
+                {QStringLiteral("shortcuts"), Command::shortcuts},
             };
             auto it = commands.constFind(arg);
             if (it == commands.constEnd()) {
@@ -87,7 +127,7 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             commandSeen = true;
         } else if (commandSeen &&
                    (line.command == Command::hooks || line.command == Command::open ||
-                    line.command == Command::read)) {
+                    line.command == Command::read || line.command == Command::shortcuts)) {
             line.arguments.append(arg);
         } else {
             error = QStringLiteral("Unexpected argument \"%1\". Run taskrack --help.").arg(arg);

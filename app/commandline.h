@@ -8,7 +8,7 @@ namespace taskrack {
 
 // What the person asked for on the command line.
 struct CommandLine {
-    enum class Command { run, list, watch, hooks, open, read, quit, help, version };
+    enum class Command { run, list, watch, hooks, open, read, quit, demo, help, version, inputTrace, shortcuts };
 
     Command command = Command::run;
     bool json = false;
@@ -16,6 +16,12 @@ struct CommandLine {
     bool modeGiven = false;
     QString home;          // --home DIR: provider files are looked up under DIR
     QStringList arguments; // what follows the subcommand (hooks action, thread id, --all)
+    // demo: which prepared state to show, dark colours, how many tasks, where to save a
+    // screenshot of it (and quit)
+    QString demoScenario;
+    bool dark = false;
+    int taskCount = 0;
+    QString screenshotDir;
 
     // Parses argv without the program name. On a mistake returns nothing and sets `error` to a
     // sentence for the person.

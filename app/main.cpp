@@ -2,7 +2,10 @@
 #include "app/displayprobe.h"
 #include "app/rackappdelegate.h"
 #include "app/taskrackbusservice.h"
+#include "app/democommand.h"
 #include "app/hookscommand.h"
+#include "app/inputtracecommand.h"
+#include "app/shortcutscommand.h"
 #include "app/providerpaths.h"
 #include "app/openfilelimit.h"
 #include "app/rackcommands.h"
@@ -67,6 +70,17 @@ QCoro::Task<int> dispatch(CommandLine line)
     }
     case CommandLine::Command::quit:
         co_return runQuitCommand();
+    case CommandLine::Command::inputTrace:
+        co_return co_await runInputTraceCommand(line);
+    case CommandLine::Command::shortcuts: {
+        SettingsPreferences preferences;
+        QTextStream out(stdout);
+        QTextStream err(stderr);
+        const int exitCode = runShortcutsCommand(line.arguments, line.json, preferences, out, err);
+        if (!line.arguments.isEmpty())
+            TaskrackBusService::callRunningCopy(QStringLiteral("PreferencesChanged"));
+        co_return exitCode;
+    }
     case CommandLine::Command::open:
         co_return co_await runOpenCommand(line);
     case CommandLine::Command::read:
@@ -115,6 +129,9 @@ int main(int argc, char **argv)
     const QString executable = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
     // Before anything opens a file: watchers hold many descriptors.
     OpenFileLimit::system().raise();
+    // The demo needs a GUI application and parses its own options.
+    if (argc > 1 && qstrcmp(argv[1], "demo") == 0)
+        return runDemoCommand(argc, argv);
 
     QString error;
     const std::optional<CommandLine> line = CommandLine::parse(argumentsOf(argc, argv), error);

@@ -1,15 +1,22 @@
 #include "app/rackappdelegate.h"
 
+#include "app/claudehookwiring.h"
 #include "app/rackattentionnotifier.h"
+#include "app/rackinputwiring.h"
+#include "app/rackpanelassembly.h"
 #include "app/racktermination.h"
 #include "app/racktray.h"
 #include "app/taskrackbusservice.h"
 #include "app/terminationsignals.h"
 #include "core/clock.h"
 #include "core/taskracklog.h"
+#include "input/hotkeyreadiness.h"
+#include "input/rackshortcuts.h"
+#include "panel/rackkeyrouter.h"
 #include "platform/linux/freedesktopnotifications.h"
 #include "platform/linux/logindsystemevents.h"
 #include "platform/linux/settingspreferences.h"
+#include "sources/claude/claudeenhancedstatuscontroller.h"
 
 #include <QApplication>
 #include <QMessageBox>
@@ -27,7 +34,9 @@ RackAppDelegate::RackAppDelegate(CommandLine line, QString executable, QStringLi
 RackAppDelegate::~RackAppDelegate()
 {
     qApp->removeEventFilter(this);
-    // The tray and the notifier read the store: they go before the runtime.
+    // These read the store: they go before the runtime.
+    m_input.reset();
+    m_rack.reset();
     m_tray.reset();
     m_notifier.reset();
 }
@@ -119,22 +128,116 @@ QCoro::Task<void> RackAppDelegate::startRuntime()
     }
 }
 
-void RackAppDelegate::startInput()
+RackPanelAssembly &RackAppDelegate::rack()
 {
-    // The right-modifier monitor and the global hot keys plug in here.
+    if (m_rack)
+        return *m_rack;
+    Clock &clock = SystemClock::shared();
+    RackStore &store = m_runtime->store();
+    ClaudeHookWiring *claude = m_runtime->assembly().claudeHooks.get();
+    if (!m_input)
+        m_input = std::make_unique<RackInputWiring>(*m_preferences, clock);
+    RackPanelWiring wiring;
+    wiring.onboardingFacts = [this, claude] {
+        if (!m_input)
+            return RackOnboardingFacts{};
+        if (claude)
+            return m_input->onboardingFacts(claude->controller());
+        return m_input->onboardingFacts(true);
+    };
+    wiring.shortcutNames = m_input->shortcutNames();
+    wiring.bindings = rackKeyBindings(m_input->overrides());
+    wiring.appearance =
+        m_preferences->string(QStringLiteral("rackAppearance")).value_or(QStringLiteral("2aGlass"));
+    wiring.actions.cancelGesture = [this] {
+        if (m_input)
+            m_input->cancelGesture();
+    };
+    wiring.actions.createTaskInProject = [this](const RackProjectGroup &group) {
+        showQuickTask(group.workspacePath);
+    };
+    wiring.actions.showSettings = [this] { showSettings(); };
+    wiring.actions.reconcileLocal = [this] { m_runtime->reconcileLocal(); };
+    wiring.viewActions.retry = [&store] { store.scheduleRefresh(std::chrono::milliseconds(0)); };
+    wiring.viewActions.openProvider = [](RackProvider provider) {
+        qCInfo(lcApp, "Provider application requested: %s", qPrintable(rawValue(provider)));
+    };
+    wiring.viewActions.enableSwitcher = [this] {
+        if (!m_input)
+            return;
+        m_input->readiness().setHasMadeSetupChoice(true);
+        m_input->readiness().setEnhancedShortcutEnabled(true);
+    };
+    wiring.viewActions.deferSwitcher = [this] {
+        if (m_input)
+            m_input->readiness().setHasMadeSetupChoice(true);
+    };
+    wiring.viewActions.enableClaude = [this, claude] {
+        if (claude)
+            claude->controller().enable();
+        if (m_rack)
+            m_rack->onboardingChanged();
+    };
+    wiring.viewActions.deferClaude = [this, claude] {
+        if (claude)
+            claude->controller().chooseNotNow();
+        if (m_rack)
+            m_rack->onboardingChanged();
+    };
+    m_rack = std::make_unique<RackPanelAssembly>(store, clock, std::move(wiring));
+    return *m_rack;
 }
 
-void RackAppDelegate::stopInput() {}
+void RackAppDelegate::startInput()
+{
+    // The rack first: the hot keys and the gesture drive its controller.
+    RackPanelAssembly &panel = rack();
+    if (!m_input)
+        m_input = std::make_unique<RackInputWiring>(*m_preferences, SystemClock::shared());
+    connect(m_input.get(), &RackInputWiring::readinessChanged, this, [this] {
+        if (m_rack)
+            m_rack->onboardingChanged();
+    });
+    const std::optional<QString> problem = m_input->connectRack(panel.controller());
+    if (problem) {
+        qCWarning(lcApp, "Global fallback shortcut registration failed");
+        m_runtime->store().setGlobalShortcutError(*problem);
+    } else {
+        qCInfo(lcApp, "Global fallback shortcut registered");
+        m_runtime->store().setGlobalShortcutError(std::nullopt);
+    }
+    applyShortcutTexts();
+    panel.controller().prewarm();
+}
+
+void RackAppDelegate::stopInput()
+{
+    // Ungrabs the hot keys and stops the modifier monitor.
+    m_input.reset();
+}
+
+void RackAppDelegate::applyShortcutTexts()
+{
+    if (!m_tray || !m_input)
+        return;
+    m_tray->setShortcutTexts(
+        displayName(effectiveCombo(RackShortcutAction::showRack, m_input->overrides())),
+        displayName(effectiveCombo(RackShortcutAction::newQuickTask, m_input->overrides())));
+}
 
 void RackAppDelegate::showRack()
 {
-    // The rack panel plugs in here.
+    if (m_termination && m_termination->isRequested())
+        return;
     qCInfo(lcApp, "Rack requested");
+    rack().controller().present();
 }
 
 void RackAppDelegate::toggleRack()
 {
-    qCInfo(lcApp, "Rack toggle requested");
+    if (m_termination && m_termination->isRequested())
+        return;
+    rack().controller().toggle();
 }
 
 void RackAppDelegate::showQuickTask(const QString &folder)
@@ -151,6 +254,11 @@ void RackAppDelegate::showSettings()
 void RackAppDelegate::preferencesChanged()
 {
     m_runtime->preferencesChanged();
+    // Shortcuts: release the old grabs, then take the stored ones.
+    if (m_input && !m_termination->isRequested()) {
+        stopInput();
+        startInput();
+    }
 }
 
 void RackAppDelegate::restart()

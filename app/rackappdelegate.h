@@ -15,6 +15,8 @@
 namespace taskrack {
 
 class DesktopNotifications;
+class RackInputWiring;
+class RackPanelAssembly;
 class RackAttentionNotifier;
 class RackTermination;
 class RackTray;
@@ -58,6 +60,9 @@ protected:
 
 private:
     QCoro::Task<void> startRuntime();
+    // The rack, built once, the first time the input steps or a request need it.
+    RackPanelAssembly &rack();
+    void applyShortcutTexts();
     void preferencesChanged();
     void finish(int exitCode);
 
@@ -72,6 +77,8 @@ private:
     std::unique_ptr<DesktopNotifications> m_notifications;
     std::unique_ptr<RackAttentionNotifier> m_notifier;
     std::unique_ptr<RackTray> m_tray;
+    std::unique_ptr<RackInputWiring> m_input;
+    std::unique_ptr<RackPanelAssembly> m_rack;
     std::unique_ptr<RackTermination> m_termination;
     bool m_started = false;
 };

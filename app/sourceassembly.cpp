@@ -95,6 +95,7 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
         preferences, clock, paths.claudeHome + QStringLiteral("/settings.json"),
         QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge"), claude);
     assembly.keepAlive.push_back(hooks);
+    assembly.claudeHooks = hooks;
     const std::weak_ptr<ClaudeHookWiring> weakHooks = hooks;
     claudeFeeds.start = [weakClaude] {
         if (auto source = weakClaude.lock())

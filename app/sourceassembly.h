@@ -15,6 +15,7 @@
 namespace taskrack {
 
 class Clock;
+class ClaudeHookWiring;
 class Preferences;
 
 using Invalidation = std::monostate;
@@ -55,6 +56,8 @@ struct SourceAssembly {
     std::vector<LiveFeeds> feeds;
     // Objects the feeds depend on that nobody else owns.
     std::vector<std::shared_ptr<void>> keepAlive;
+    // Live Claude status (its controller answers the rack's setup questions); absent in tests.
+    std::shared_ptr<ClaudeHookWiring> claudeHooks;
 
     static SourceAssembly build(const ProviderPaths &paths, Preferences &preferences, Clock &clock);
 };

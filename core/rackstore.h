@@ -15,6 +15,7 @@
 #include <QObject>
 #include <QPointer>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <stop_token>
 
@@ -107,13 +108,27 @@ public:
     void selectSlot(int slot);
     void moveToFirst();
     void moveToLast();
+    // Left and right: always the list, within the page under the page lock, whatever the mode.
+    void moveHorizontal(bool forward);
     void cycleOrganizationMode();
     bool hasNewTaskStop() const;
     QList<RackStop> stops() const;
+    // A thread of rankedThreads is selected and the new-task key is not.
+    bool hasSelection() const;
+    std::optional<RackThread> selectedThread() const;
+    // Whether a step would select anything; the gesture asks before it repeats.
+    bool stepWouldSelect() const;
+    // Whether the panel may be shown now; true unless a gate was installed.
+    bool mayPresent() const { return !m_presentationGate || m_presentationGate(); }
+    void setPresentationGate(std::function<bool()> gate) { m_presentationGate = std::move(gate); }
 
     // --- Reading and opening ----------------------------------------------------------------
-    // Opens a thread through the opener; only the newest request may report back.
-    QCoro::Task<void> open(RackThread thread);
+    // Opens a thread through the opener; only the newest request may report back. True when
+    // this request was the newest and the provider took it.
+    QCoro::Task<bool> open(RackThread thread);
+    // Forgets the request in flight, so its answer is ignored.
+    void clearPendingOpen();
+    void clearOpenError();
     // Marks finished threads as read; saves the ledger once. Returns how many changed.
     int markRead(const QList<RackThread> &threads);
     int markAllRead();
@@ -274,6 +289,7 @@ private:
     RackOrganizationMode m_organizationMode = RackOrganizationMode::activity;
     RackOrganizationMode m_defaultOrganizationMode = RackOrganizationMode::activity;
     bool m_isNewTaskSelected = false;
+    std::function<bool()> m_presentationGate;
 };
 
 } // namespace taskrack

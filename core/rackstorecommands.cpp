@@ -332,6 +332,33 @@ void RackStore::moveToLast()
     pageToSelection();
 }
 
+void RackStore::moveHorizontal(bool forward)
+{
+    beginNavigation();
+    walkList(forward);
+}
+
+bool RackStore::hasSelection() const
+{
+    return !m_isNewTaskSelected && indexIn(m_rankedThreads, m_selectedThreadID) >= 0;
+}
+
+std::optional<RackThread> RackStore::selectedThread() const
+{
+    const qsizetype index = m_isNewTaskSelected ? -1 : indexIn(m_rankedThreads, m_selectedThreadID);
+    if (index < 0)
+        return std::nullopt;
+    return m_rankedThreads.at(index);
+}
+
+bool RackStore::stepWouldSelect() const
+{
+    if (!isSearchActive() && !m_cycleCurrentPageOnly &&
+        m_organizationMode == RackOrganizationMode::project)
+        return !m_projectGroups.isEmpty();
+    return !m_rankedThreads.isEmpty() || hasNewTaskStop();
+}
+
 void RackStore::cycleOrganizationMode()
 {
     switch (m_organizationMode) {
@@ -349,10 +376,10 @@ void RackStore::cycleOrganizationMode()
 
 // --- Opening and reading --------------------------------------------------------------------
 
-QCoro::Task<void> RackStore::open(RackThread thread)
+QCoro::Task<bool> RackStore::open(RackThread thread)
 {
     if (!m_opener)
-        co_return;
+        co_return false;
     const ThreadOpenRequest request{QUuid::createUuid(), thread,
                                     m_completionLedger.unreadCompletionAt(thread)};
     assign(m_pendingOpenID, std::optional<QUuid>(request.id), &RackStore::pendingOpenIDChanged);
@@ -366,16 +393,16 @@ QCoro::Task<void> RackStore::open(RackThread thread)
     }
     // Only the newest request may report: a late answer never overwrites a newer one.
     if (!self || m_pendingOpenID != request.id)
-        co_return;
+        co_return false;
     assign(m_pendingOpenID, std::optional<QUuid>(), &RackStore::pendingOpenIDChanged);
     if (error) {
         if (isCancellation(error))
-            co_return;
+            co_return false;
         qCWarning(lcStore, "Task open failed; details omitted");
         assign(m_errorMessage, std::optional<QString>(describeException(error)),
                &RackStore::errorMessageChanged);
         assign(m_hasOpenError, true, &RackStore::hasOpenErrorChanged);
-        co_return;
+        co_return false;
     }
     if (m_hasOpenError) {
         assign(m_hasOpenError, false, &RackStore::hasOpenErrorChanged);
@@ -383,6 +410,18 @@ QCoro::Task<void> RackStore::open(RackThread thread)
     }
     acknowledgeOpened(request);
     rememberOpened(thread.id);
+    co_return true;
+}
+
+void RackStore::clearPendingOpen()
+{
+    assign(m_pendingOpenID, std::optional<QUuid>(), &RackStore::pendingOpenIDChanged);
+}
+
+void RackStore::clearOpenError()
+{
+    assign(m_hasOpenError, false, &RackStore::hasOpenErrorChanged);
+    assign(m_errorMessage, std::optional<QString>(), &RackStore::errorMessageChanged);
 }
 
 void RackStore::acknowledgeOpened(const ThreadOpenRequest &request)

@@ -8,11 +8,12 @@ packages=(
     build-essential cmake ninja-build ccache git python3
     qt6-base-dev qt6-declarative-dev qt6-websockets-dev qcoro-qt6-dev
     qml6-module-qtquick qml6-module-qtquick-window qml6-module-qtqml-workerscript
-    libsqlite3-dev libssl-dev libxi-dev libxtst-dev libgl1-mesa-dri
+    libsqlite3-dev libssl-dev libx11-dev libxi-dev libxtst-dev libgl1-mesa-dri
     libgtest-dev libgmock-dev libbenchmark-dev
     xvfb xauth xdotool dbus dbus-x11 procps libdbus-1-dev
+    fonts-dejavu-core fonts-wqy-microhei
     clang libclang-rt-14-dev
-    trayer dunst desktop-file-utils libx11-dev python3-dbus python3-gi
+    trayer dunst desktop-file-utils python3-dbus python3-gi
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
 command -v npm >/dev/null 2>&1 || packages+=(npm)

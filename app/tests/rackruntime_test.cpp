@@ -76,7 +76,7 @@ protected:
     void build()
     {
         runtime = std::make_unique<RackRuntime>(
-            SourceAssembly{{codex, claude}, {codexFeeds, claudeFeeds}, {}}, preferences, clock);
+            SourceAssembly{{codex, claude}, {codexFeeds, claudeFeeds}, {}, {}}, preferences, clock);
     }
 
     // Starts, checks what ran before the first fetch, and answers it.
