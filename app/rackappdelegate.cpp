@@ -4,6 +4,7 @@
 #include "app/rackattentionnotifier.h"
 #include "app/rackinputwiring.h"
 #include "app/rackpanelassembly.h"
+#include "app/racksettingswindow.h"
 #include "app/racktermination.h"
 #include "app/racktray.h"
 #include "app/taskrackbusservice.h"
@@ -35,6 +36,7 @@ RackAppDelegate::~RackAppDelegate()
 {
     qApp->removeEventFilter(this);
     // These read the store: they go before the runtime.
+    m_settings.reset();
     m_input.reset();
     m_rack.reset();
     m_tray.reset();
@@ -248,7 +250,28 @@ void RackAppDelegate::showQuickTask(const QString &folder)
 
 void RackAppDelegate::showSettings()
 {
-    qCInfo(lcApp, "Settings requested");
+    if (m_termination && m_termination->isRequested())
+        return;
+    if (!m_settings) {
+        ClaudeHookWiring *claude = m_runtime->assembly().claudeHooks.get();
+        QStringList lines;
+        for (RackShortcutAction action : allRackShortcutActions) {
+            const RackShortcutOverrides overrides =
+                m_input ? m_input->overrides() : RackShortcutOverrides{};
+            lines << QStringLiteral("%1\t%2").arg(label(action),
+                                                  displayName(effectiveCombo(action, overrides)));
+        }
+        m_settings = std::make_unique<RackSettingsWindow>(
+            *m_preferences, claude ? &claude->controller() : nullptr,
+            m_input ? &m_input->readiness() : nullptr, lines);
+        connect(m_settings.get(), &RackSettingsWindow::changed, this,
+                [this] { m_runtime->preferencesChanged(); });
+    } else {
+        m_settings->reload();
+    }
+    m_settings->show();
+    m_settings->raise();
+    m_settings->activateWindow();
 }
 
 void RackAppDelegate::preferencesChanged()

@@ -17,6 +17,7 @@ namespace taskrack {
 class DesktopNotifications;
 class RackInputWiring;
 class RackPanelAssembly;
+class RackSettingsWindow;
 class RackAttentionNotifier;
 class RackTermination;
 class RackTray;
@@ -79,6 +80,7 @@ private:
     std::unique_ptr<RackTray> m_tray;
     std::unique_ptr<RackInputWiring> m_input;
     std::unique_ptr<RackPanelAssembly> m_rack;
+    std::unique_ptr<RackSettingsWindow> m_settings;
     std::unique_ptr<RackTermination> m_termination;
     bool m_started = false;
 };

@@ -19,7 +19,7 @@ cleanup() {
 trap cleanup EXIT
 
 exec 5>"$work/display"
-Xvfb -displayfd 5 -screen 0 480x320x24 -nolisten tcp 2>/dev/null &
+Xvfb -displayfd 5 -screen 0 640x480x24 -nolisten tcp 2>/dev/null &
 pids+=($!)
 until [ -s "$work/display" ]; do sleep 0.05; done
 export DISPLAY=":$(head -n1 "$work/display")"
@@ -56,8 +56,10 @@ trayer --edge top --align left --widthtype request --height 22 --tint 0xf2f2f2 \
     --transparent true --alpha 0 --SetDockType true 2>/dev/null &
 pids+=($!)
 home="$work/home"
-mkdir -p "$home" "$work/run"
+mkdir -p "$home/.config/taskrack" "$work/run"
 chmod 700 "$work/run"
+# Not the first launch: the rack stays hidden, the screen shows the tray and its menu.
+printf '[General]\nhasCompletedFirstLaunch=true\n' >"$home/.config/taskrack/taskrack.conf"
 HOME="$home" XDG_RUNTIME_DIR="$work/run" "$build/app/taskrack" 2>/dev/null &
 app=$!
 pids+=($app)
@@ -66,12 +68,46 @@ for _ in $(seq 100); do
     xdotool search --classname taskrack >/dev/null 2>&1 && break
     sleep 0.1
 done
+# The item's own window, then the menu's once it is open.
+for _ in $(seq 100); do
+    [ "$(xdotool search --onlyvisible --classname taskrack 2>/dev/null | wc -l)" -ge 1 ] && break
+    sleep 0.1
+done
 xdotool mousemove 11 11 click 3
 for _ in $(seq 100); do
-    xdotool search --onlyvisible --classname taskrack 2>/dev/null | grep -q . && break
+    [ "$(xdotool search --onlyvisible --classname taskrack 2>/dev/null | wc -l)" -ge 2 ] && break
     sleep 0.1
 done
 "$render" --grab "$out/tray-menu.png"
+# Settings… from the open menu, where the menu drew it.
+xdotool mousemove 70 135 click 1
+for _ in $(seq 100); do
+    xdotool search --onlyvisible --name 'Taskrack Settings' >/dev/null 2>&1 && break
+    sleep 0.1
+done
+"$render" --grab "$out/settings.png"
 HOME="$home" XDG_RUNTIME_DIR="$work/run" "$build/app/taskrack" quit
 wait "$app"
+
+# Both alerts: a copy in Downloads, and a lock file that is a symbolic link.
+alert() {
+    local name=$1
+    shift
+    HOME="$home" XDG_RUNTIME_DIR="$work/run" "$@" 2>/dev/null &
+    local pid=$!
+    local window=
+    for _ in $(seq 100); do
+        window=$(xdotool search --onlyvisible --name Taskrack 2>/dev/null | head -n1) && [ -n "$window" ] && break
+        sleep 0.1
+    done
+    "$render" --grab "$out/$name.png"
+    xdotool windowfocus --sync "$window" key Escape
+    wait "$pid" || true
+}
+mkdir -p "$home/Downloads"
+cp "$build/app/taskrack" "$home/Downloads/taskrack"
+alert alert-install "$home/Downloads/taskrack"
+rm -f "$work/run/com.quillon.Taskrack.instance.lock"
+ln -s "$work/elsewhere" "$work/run/com.quillon.Taskrack.instance.lock"
+alert alert-lock "$build/app/taskrack"
 echo "screenshots in $out"
