@@ -75,11 +75,19 @@ template <typename T> void HotkeyReadiness::assign(T &field, const T &value)
 void HotkeyReadiness::setEnhancedShortcutEnabled(bool enabled)
 {
     m_defaults.setValue(enhancedShortcutEnabledKey, enabled);
-    if (enabled)
-        setHasMadeSetupChoice(true);
-    if (m_isEnhancedShortcutEnabled == enabled)
+    // Turning the gesture on is a setup choice too; one change either way.
+    const bool choiceChanged = enabled && !m_hasMadeSetupChoice;
+    if (choiceChanged) {
+        m_hasMadeSetupChoice = true;
+        m_defaults.setValue(hasMadeSetupChoiceKey, true);
+    }
+    if (m_isEnhancedShortcutEnabled == enabled) {
+        if (choiceChanged)
+            emit changed();
         return;
-    assign(m_isEnhancedShortcutEnabled, enabled);
+    }
+    m_isEnhancedShortcutEnabled = enabled;
+    emit changed();
     emit enhancedShortcutEnabledChanged(enabled);
 }
 
@@ -128,7 +136,9 @@ void HotkeyReadiness::listenerFailed(const QString &error)
 
 void HotkeyReadiness::modifierDeliveryVerified()
 {
-    assign(m_isModifierDeliveryVerified, true);
+    // Only a running listener's delivery counts.
+    if (m_isListenerRunning)
+        assign(m_isModifierDeliveryVerified, true);
 }
 
 } // namespace taskrack

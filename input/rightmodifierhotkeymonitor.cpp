@@ -7,6 +7,16 @@
 
 namespace taskrack {
 
+namespace {
+// Main thread only.
+int pendingWaits = 0;
+} // namespace
+
+int RightModifierHotkeyMonitor::pendingRepeatWaits()
+{
+    return pendingWaits;
+}
+
 RightModifierHotkeyMonitor::RightModifierHotkeyMonitor(ModifierMonitor &listener, Clock &clock,
                                                        QObject *parent)
     : QObject(parent), m_listener(listener), m_clock(clock)
@@ -150,12 +160,14 @@ RightModifierHotkeyMonitor::runRepeat(QPointer<RightModifierHotkeyMonitor> monit
                                       quint64 generation, std::chrono::milliseconds delay,
                                       std::chrono::milliseconds interval)
 {
+    ++pendingWaits;
     auto first = clock.sleep(delay);
     co_await first;
     while (monitor && monitor->repeatTick(generation)) {
         auto next = clock.sleep(interval);
         co_await next;
     }
+    --pendingWaits;
 }
 
 } // namespace taskrack

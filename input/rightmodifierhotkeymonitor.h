@@ -43,6 +43,9 @@ public:
     const HotkeyStateMachine &stateMachine() const { return m_stateMachine; }
     RightModifierHoldState holdState() const { return m_hold; }
     bool isRepeating() const { return m_repeatGeneration % 2 == 1; }
+    // Repeat waits still asleep in any monitor, stale ones included: a stopped repeat ends at
+    // its next wake. For tests that must not leave a wait behind.
+    static int pendingRepeatWaits();
 
 signals:
     void hotkeyEvent(taskrack::HotkeyEvent event);

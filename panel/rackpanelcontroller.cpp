@@ -2,14 +2,12 @@
 
 #include "core/clock.h"
 #include "core/rackstore.h"
+#include "panel/panellog.h"
 #include "panel/rackviewmodel.h"
 
-#include <QLoggingCategory>
 #include <cmath>
 
 namespace taskrack {
-
-Q_LOGGING_CATEGORY(lcPanel, "com.quillon.Taskrack.panel", QtInfoMsg)
 
 namespace {
 long milliseconds(double seconds)

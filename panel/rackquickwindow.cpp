@@ -1,5 +1,6 @@
 #include "panel/rackquickwindow.h"
 
+#include "panel/panellog.h"
 #include "panel/racksymbolitem.h"
 #include "panel/rackviewmodel.h"
 #include "platform/desktopwindows.h"
@@ -7,17 +8,14 @@
 #include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
-#include <QLoggingCategory>
 #include <QQmlContext>
 #include <QQuickItem>
 #include <QScreen>
 
 namespace taskrack {
 
-Q_DECLARE_LOGGING_CATEGORY(lcPanel)
-
 RackQuickWindow::RackQuickWindow(RackViewModel &viewModel, DesktopWindows &desktop)
-    : m_desktop(desktop)
+    : m_desktop(desktop), m_viewModel(viewModel)
 {
     static const bool registered = (RackSymbolItem::registerType(), true);
     Q_UNUSED(registered);
@@ -109,6 +107,13 @@ RackKeyFocus RackQuickWindow::focus() const
     const QQuickItem *item = activeFocusItem();
     return item && item->objectName() == QLatin1String("searchField") ? RackKeyFocus::searchField
                                                                       : RackKeyFocus::grid;
+}
+
+bool RackQuickWindow::event(QEvent *event)
+{
+    if (event->type() == QEvent::ApplicationPaletteChange)
+        m_viewModel.palette()->followApplicationPalette();
+    return QQuickView::event(event);
 }
 
 void RackQuickWindow::keyPressEvent(QKeyEvent *event)

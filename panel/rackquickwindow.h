@@ -35,11 +35,14 @@ public:
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
+    // Light and dark follow the desktop's palette while the program runs.
+    bool event(QEvent *event) override;
 
 private:
     RackKeyFocus focus() const;
 
     DesktopWindows &m_desktop;
+    RackViewModel &m_viewModel;
     std::optional<quint64> m_previousWindow;
 };
 

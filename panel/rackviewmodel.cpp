@@ -120,7 +120,9 @@ RackViewModel::State RackViewModel::computeState() const
     state.modeShortcutHint =
         m_names.toggleOrganization + QStringLiteral(" to cycle Activity, Projects, and History");
     state.statusLine = taskrack::statusLine(m_store);
-    state.bannerText = taskrack::bannerText(m_store.sourceFailures());
+    // The failure view already says that nothing could be loaded.
+    if (state.content != RackContent::failed)
+        state.bannerText = taskrack::bannerText(m_store.sourceFailures());
     for (const RackThread &thread : m_store.allThreads()) {
         state.workingCount += thread.status == RackStatus::working;
         state.inputCount += thread.status == RackStatus::requiresInput;

@@ -10,7 +10,7 @@ packages=(
     qml6-module-qtquick qml6-module-qtquick-window qml6-module-qtqml-workerscript
     libsqlite3-dev libssl-dev libx11-dev libxi-dev libxtst-dev libgl1-mesa-dri
     libgtest-dev libgmock-dev libbenchmark-dev
-    xvfb xauth xdotool dbus dbus-x11 procps libdbus-1-dev
+    xvfb xauth xdotool x11-xkb-utils dbus dbus-x11 procps libdbus-1-dev
     fonts-dejavu-core fonts-wqy-microhei
     clang libclang-rt-14-dev
     trayer dunst desktop-file-utils python3-dbus python3-gi

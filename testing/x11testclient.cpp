@@ -92,6 +92,12 @@ void X11TestClient::release(int keycode)
     XSync(m_display, False);
 }
 
+void X11TestClient::send(int keycode, bool down)
+{
+    XTestFakeKeyEvent(m_display, unsigned(keycode), down ? True : False, CurrentTime);
+    XFlush(m_display);
+}
+
 void X11TestClient::tap(int keycode)
 {
     press(keycode);

@@ -33,6 +33,8 @@ public:
     void press(int keycode);
     void release(int keycode);
     void tap(int keycode);
+    // One key event, flushed but not waited for: for measuring what follows it.
+    void send(int keycode, bool down);
 
     // A passive grab on the root, as another program that owns a global shortcut holds it.
     // modifiers are X modifier masks. Returns false when the server refused.

@@ -50,6 +50,14 @@ protected:
     std::unique_ptr<RightModifierHotkeyMonitor> monitor;
     QStringList events;
 
+    void TearDown() override
+    {
+        monitor.reset();
+        // A repeat wait ends at its next wake; none may outlive the test.
+        EXPECT_TRUE(
+            waitUntil([] { return RightModifierHotkeyMonitor::pendingRepeatWaits() == 0; }));
+    }
+
     void startMonitor()
     {
         listener = std::make_unique<X11ModifierMonitor>(server.displayName());
@@ -189,6 +197,36 @@ TEST_F(X11HotkeyTest, EarlierGrabOfAnotherClientIsAConflictAndUnregisterFreesOur
     ours.unregisterHotkey();
     EXPECT_TRUE(other.grabKey(client->keycodeForKeysym(XK_n), ControlMask | Mod1Mask | Mod2Mask));
     EXPECT_TRUE(other.grabKey(client->keycodeForKeysym(XK_n), ControlMask | Mod1Mask));
+}
+
+TEST_F(X11HotkeyTest, LatinLetterOnACyrillicLayout)
+{
+    auto setLayout = [&](const char *layout) {
+        const auto result =
+            taskrack::testing::runChild("setxkbmap", {layout}, server.environment());
+        ASSERT_EQ(result.exitCode, 0) << result.err.constData();
+    };
+    // Only Cyrillic: K has no key, which fails that hot key alone.
+    setLayout("ru");
+    {
+        X11GlobalHotkeys hotkeys(server.displayName());
+        ShowRackHotkey rack(&hotkeys, ctrlAltK);
+        ShowQuickTaskHotkey quickTask(&hotkeys, {122, ctrlAltK.modifierBits});
+        const std::optional<HotkeyError> error = rack.registerHotkey();
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->text().toStdString(), "Taskrack could not prepare Ctrl+Alt+K (X error 0). "
+                                               "The tray menu remains available.");
+        EXPECT_FALSE(quickTask.registerHotkey()) << "Ctrl+Alt+F1 still works";
+    }
+    // Cyrillic first, Latin second: K is found in the second group and works from the first.
+    setLayout("ru,us");
+    X11GlobalHotkeys hotkeys(server.displayName());
+    ShowRackHotkey rack(&hotkeys, ctrlAltK);
+    QSignalSpy pressed(&rack, &GlobalShortcutHotkey::pressed);
+    ASSERT_FALSE(rack.registerHotkey());
+    letterK = client->keycodeForKeysym(XK_k);
+    typeHeldCombo();
+    EXPECT_TRUE(waitUntil([&] { return pressed.count() == 1; }, 5000));
 }
 
 } // namespace

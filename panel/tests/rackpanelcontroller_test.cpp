@@ -64,6 +64,13 @@ protected:
         awaitVoid(store.refresh());
         controller.setBindings({{RackKeyCommand::activateSearch, 3, RackModifier::command}});
     }
+    void TearDown() override
+    {
+        // Opens still waiting end, so that no coroutine outlives the test.
+        for (const ChannelPtr<bool> &gate : opener.gates)
+            gate->send(true);
+        drainEvents();
+    }
     bool key(quint16 code, uint modifiers = 0, RackKeyFocus focus = RackKeyFocus::grid)
     {
         return controller.handleKey({code, modifiers}, focus);

@@ -107,8 +107,7 @@ TEST_F(RackViewModelTest, ContentBannerAndStatusLineFollowTheSources)
     const Row rows[] = {
         {RackDemoOptions::Data::full, "keys", "", ""},
         {RackDemoOptions::Data::none, "empty", "", ""},
-        {RackDemoOptions::Data::failing, "failed",
-         "Some task status unavailable — available tasks shown", "A live task source is offline"},
+        {RackDemoOptions::Data::failing, "failed", "", "A live task source is offline"},
         {RackDemoOptions::Data::readOnly, "activityEmpty", "", ""},
         {RackDemoOptions::Data::partialClaude, "keys",
          "Claude partially unavailable — local tasks shown", "A live task source is offline"},

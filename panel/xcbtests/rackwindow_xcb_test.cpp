@@ -109,7 +109,7 @@ protected:
     void SetUp() override
     {
         awaitVoid(store.refresh());
-        controller.setBindings({{RackKeyCommand::activateSearch, 3, RackModifier::command}});
+        controller.setBindings(rackKeyBindings({}));
         other.focusOwnWindow();
     }
     void TearDown() override { controller.hide(); }
@@ -169,6 +169,22 @@ TEST_F(RackWindowTest, GestureWithCtrlFKeepsTheSearchOnRelease)
     controller.handle(HotkeyEvent::commit);
     EXPECT_TRUE(controller.isPresented());
     EXPECT_TRUE(other.isViewable(rack()));
+}
+
+TEST_F(RackWindowTest, KeypadPageAndEndKeysArriveAsTheirPortableKeys)
+{
+    controller.toggle();
+    ASSERT_TRUE(waitUntil([&] { return other.focus() == rack(); }));
+    other.tap(XK_KP_3); // Num Lock is off: the key sends KP_Next, and still means 3
+    ASSERT_TRUE(waitUntil([&] { return store.selectedThreadID() == visibleID(2); }));
+    other.tap(XK_Next);
+    ASSERT_TRUE(waitUntil([&] { return store.currentPage() == 1; }));
+    other.tap(XK_End);
+    ASSERT_TRUE(
+        waitUntil([&] { return store.selectedThreadID() == store.rankedThreads().last().id; }));
+    other.tap(XK_g, XK_Control_L);
+    ASSERT_TRUE(
+        waitUntil([&] { return store.organizationMode() == RackOrganizationMode::project; }));
 }
 
 TEST_F(RackWindowTest, PrewarmNeverMaps)

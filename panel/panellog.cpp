@@ -1,0 +1,5 @@
+#include "panel/panellog.h"
+
+namespace taskrack {
+Q_LOGGING_CATEGORY(lcPanel, "com.quillon.Taskrack.panel", QtInfoMsg)
+} // namespace taskrack
