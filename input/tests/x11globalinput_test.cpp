@@ -229,4 +229,23 @@ TEST_F(X11HotkeyTest, LatinLetterOnACyrillicLayout)
     EXPECT_TRUE(waitUntil([&] { return pressed.count() == 1; }, 5000));
 }
 
+TEST_F(X11HotkeyTest, KeymapChangeMovesTheGrab)
+{
+    X11GlobalHotkeys hotkeys(server.displayName());
+    ShowRackHotkey rack(&hotkeys, ctrlAltK);
+    QSignalSpy pressed(&rack, &GlobalShortcutHotkey::pressed);
+    ASSERT_FALSE(rack.registerHotkey());
+    const auto result = taskrack::testing::runChild("setxkbmap", {"us", "-variant", "dvorak"},
+                                                    server.environment());
+    ASSERT_EQ(result.exitCode, 0) << result.err.constData();
+    // The layout change is queued on the hot keys' connection by now; any request that waits
+    // for the server reads it.
+    ShowQuickTaskHotkey other(&hotkeys, {111, ctrlAltK.modifierBits});
+    ASSERT_FALSE(other.registerHotkey());
+    // Dvorak types K with the key that is V on a US layout.
+    letterK = client->keycodeForName("AB04");
+    typeHeldCombo();
+    EXPECT_TRUE(waitUntil([&] { return pressed.count() == 1; }, 5000));
+}
+
 } // namespace

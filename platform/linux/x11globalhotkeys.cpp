@@ -120,6 +120,12 @@ void X11GlobalHotkeys::handleEvent(XEvent &event)
             keymapChanged();
         return;
     }
+    if (event.type == MappingNotify) {
+        // Xlib's own keysym tables (used for the modifier masks) follow only when told.
+        XRefreshKeyboardMapping(&event.xmapping);
+        keymapChanged();
+        return;
+    }
     if (event.type != KeyPress && event.type != KeyRelease)
         return;
     const XKeyEvent &key = event.xkey;
