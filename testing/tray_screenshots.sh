@@ -110,4 +110,49 @@ alert alert-install "$home/Downloads/taskrack"
 rm -f "$work/run/com.quillon.Taskrack.instance.lock"
 ln -s "$work/elsewhere" "$work/run/com.quillon.Taskrack.instance.lock"
 alert alert-lock "$build/app/taskrack"
+# A notification drawn by Debian's dunst: a Codex task finishes while Taskrack runs.
+dunst >/dev/null 2>&1 &
+pids+=($!)
+nhome="$work/nhome"
+mkdir -p "$nhome/.config/taskrack" "$nhome/web-shop" "$work/nrun"
+chmod 700 "$work/nrun"
+printf '[General]\nhasCompletedFirstLaunch=true\n' >"$nhome/.config/taskrack/taskrack.conf"
+codex_tests="$(cd "$(dirname "$0")/.." && pwd)/sources/codex/tests/integration"
+fixture() {
+    /usr/bin/python3 - "$codex_tests" "$nhome" "$1" <<'PY'
+import datetime, os, sqlite3, sys
+sys.path.insert(0, sys.argv[1])
+from codex_watch_integration import append_event, touch_database, write_state_database
+home = sys.argv[2]
+codex = os.path.join(home, ".codex")
+rollout = os.path.join(codex, "sessions", "rollout-0000-local.jsonl")
+if sys.argv[3] == "create":
+    write_state_database(codex, rollout, [("0000-local", rollout, 30)],
+                         datetime.datetime.now(datetime.timezone.utc))
+    database = sqlite3.connect(os.path.join(codex, "state_5.sqlite"))
+    database.execute("UPDATE threads SET cwd = ?", (os.path.join(home, "web-shop"),))
+    database.commit()
+else:
+    append_event(rollout, "task_started")
+    append_event(rollout, "task_complete")
+    touch_database(codex, "0000-local")
+PY
+}
+fixture create
+HOME="$nhome" CODEX_HOME="$nhome/.codex" XDG_RUNTIME_DIR="$work/nrun" TASKRACK_VERBOSE=1 \
+    "$build/app/taskrack" 2>"$work/notify.log" &
+app=$!
+pids+=($app)
+for _ in $(seq 100); do
+    grep -q "Taskrack runtime started" "$work/notify.log" && break
+    sleep 0.1
+done
+fixture finish
+for _ in $(seq 100); do
+    xdotool search --onlyvisible --classname dunst >/dev/null 2>&1 && break
+    sleep 0.1
+done
+"$render" --grab "$out/notification.png"
+HOME="$nhome" XDG_RUNTIME_DIR="$work/nrun" "$build/app/taskrack" quit
+wait "$app"
 echo "screenshots in $out"
