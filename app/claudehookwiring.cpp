@@ -57,6 +57,12 @@ void ClaudeHookWiring::stop()
         m_listener->stop();
 }
 
+void ClaudeHookWiring::refresh()
+{
+    if (m_started && !m_stop.stop_requested())
+        refreshController();
+}
+
 QCoro::Task<void> ClaudeHookWiring::refreshController()
 {
     co_await m_controller->refresh();

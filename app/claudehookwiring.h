@@ -35,6 +35,10 @@ public:
     // starts forwarding events.
     void start();
     void stop();
+    // Reads the settings file and the preferences again (after a wake, or when another process
+    // changed them); starts or stops the listener to match.
+    void refresh();
+    ClaudeEnhancedStatusController &controller() { return *m_controller; }
 
 private:
     QCoro::Task<void> forwardEvents();

@@ -8,11 +8,12 @@ QString CommandLine::usage()
         "Usage: taskrack [COMMAND] [OPTIONS]\n"
         "\n"
         "Commands:\n"
-        "  (none)                    start Taskrack\n"
+        "  (none)                    start Taskrack in the tray (without a display: watch)\n"
         "  list                      print every task once\n"
         "  watch                     print the rack again whenever it changes\n"
         "  open THREAD-ID            open a task in its provider\n"
         "  read THREAD-ID | --all    mark finished tasks as read\n"
+        "  quit                      ask the running Taskrack to quit\n"
         "  hooks status|enable|disable|remove\n"
         "                            live Claude status through Claude Code hooks\n"
         "  demo [--scenario NAME] [--dark] [--tasks N] [--screenshots DIR]\n"
@@ -118,6 +119,7 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
                 {QStringLiteral("list"), Command::list},   {QStringLiteral("watch"), Command::watch},
                 {QStringLiteral("hooks"), Command::hooks}, {QStringLiteral("open"), Command::open},
                 {QStringLiteral("read"), Command::read},   {QStringLiteral("help"), Command::help},
+                {QStringLiteral("quit"), Command::quit},
                 {QStringLiteral("demo"), Command::demo},
                 {QStringLiteral("input-trace"), Command::inputTrace},
                 {QStringLiteral("shortcuts"), Command::shortcuts},

@@ -9,7 +9,7 @@ namespace taskrack {
 // What the person asked for on the command line.
 struct CommandLine {
     enum class Command {
-        run, list, watch, hooks, open, read, demo, help, version, inputTrace, shortcuts
+        run, list, watch, hooks, open, read, quit, demo, help, version, inputTrace, shortcuts
     };
     // Provider ids are UUIDs with a short prefix; anything far longer is a mistake. Other
     // arguments are at most a path.

@@ -1,4 +1,7 @@
 #include "app/commandline.h"
+#include "app/displayprobe.h"
+#include "app/rackappdelegate.h"
+#include "app/taskrackbusservice.h"
 #include "app/democommand.h"
 #include "app/hookscommand.h"
 #include "app/inputtracecommand.h"
@@ -11,7 +14,9 @@
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/settingspreferences.h"
 
+#include <QApplication>
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QTextStream>
 #include <QTimer>
@@ -21,6 +26,21 @@
 using namespace taskrack;
 
 namespace {
+
+int runQuitCommand()
+{
+    switch (TaskrackBusService::callRunningCopy(QStringLiteral("Quit"), {}, std::chrono::seconds(15))) {
+    case TaskrackBusService::CallResult::answered:
+        return 0;
+    case TaskrackBusService::CallResult::notRunning:
+        writeNotice(QStringLiteral("Taskrack is not running."));
+        return 1;
+    case TaskrackBusService::CallResult::noAnswer:
+        break;
+    }
+    writeNotice(QStringLiteral("Taskrack is already running but did not answer."));
+    return 1;
+}
 
 // A command's output and errors, collected and then printed through the one door to the
 // terminal, so that nothing it echoes (a key name, a path) can drive the terminal.
@@ -67,6 +87,8 @@ QCoro::Task<int> runHooks(const CommandLine &line)
     out.flush();
     err.flush();
     printCollected(outText, errText);
+    // The one way a changed preference reaches a running copy.
+    TaskrackBusService::callRunningCopy(QStringLiteral("PreferencesChanged"));
     co_return exitCode;
 }
 
@@ -76,7 +98,7 @@ QCoro::Task<int> dispatch(const CommandLine &line, TerminationSignals &terminati
     case CommandLine::Command::list:
         co_return co_await runListCommand(line, termination);
     case CommandLine::Command::run:
-        // Until the desktop shell exists, the application is the watcher in the terminal.
+        // Reached only without a display: the application is the watcher in the terminal.
     case CommandLine::Command::watch:
         co_return co_await runWatchCommand(line, termination);
     case CommandLine::Command::hooks:
@@ -85,13 +107,18 @@ QCoro::Task<int> dispatch(const CommandLine &line, TerminationSignals &terminati
         co_return co_await runOpenCommand(line, termination);
     case CommandLine::Command::read:
         co_return co_await runReadCommand(line, termination);
+    case CommandLine::Command::quit:
+        co_return runQuitCommand();
     case CommandLine::Command::inputTrace:
         co_return co_await runInputTraceCommand(line);
     case CommandLine::Command::shortcuts: {
         SettingsPreferences preferences;
-        co_return printedSafely([&](QTextStream &out, QTextStream &err) {
+        const int exitCode = printedSafely([&](QTextStream &out, QTextStream &err) {
             return runShortcutsCommand(line.arguments, line.json, preferences, out, err);
         });
+        if (!line.arguments.isEmpty())
+            TaskrackBusService::callRunningCopy(QStringLiteral("PreferencesChanged"));
+        co_return exitCode;
     }
     default:
         writeError(QStringLiteral("This command is not available yet."));
@@ -109,29 +136,64 @@ QCoro::Task<void> runCommand(const CommandLine &line, TerminationSignals &termin
     QCoreApplication::exit(exitCode);
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+void describeApplication()
 {
-    // Before anything opens a file: watchers hold many descriptors.
-    OpenFileLimit::system().raise();
-    // The demo needs a GUI application; every other command runs without a display.
-    if (argc > 1 && qstrcmp(argv[1], "demo") == 0)
-        return runDemoCommand(argc, argv);
-
-    QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("taskrack"));
     QCoreApplication::setOrganizationName(QStringLiteral("taskrack"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TASKRACK_VERSION));
     if (qEnvironmentVariableIsEmpty("TASKRACK_VERBOSE"))
         QLoggingCategory::setFilterRules(QStringLiteral("com.quillon.Taskrack.*.info=false"));
+}
+
+QStringList argumentsOf(int argc, char **argv)
+{
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    return arguments;
+}
+
+int runTrayApplication(int argc, char **argv, const CommandLine &line, const QString &executable)
+{
+    // Windows, the tray and the hot keys speak X11; a Wayland session's XWayland serves them.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    QApplication app(argc, argv);
+    describeApplication();
+    RackAppDelegate delegate(line, executable, argumentsOf(argc, argv));
+    if (const std::optional<int> exitCode = delegate.prepare())
+        return *exitCode;
+    delegate.start();
+    return app.exec();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // Read before anything else: after a reinstall the running file's link ends in " (deleted)".
+    const QString executable = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
+    // Before anything opens a file: watchers hold many descriptors.
+    OpenFileLimit::system().raise();
+    // The demo needs a GUI application and parses its own options.
+    if (argc > 1 && qstrcmp(argv[1], "demo") == 0)
+        return runDemoCommand(argc, argv);
 
     QString error;
-    const std::optional<CommandLine> line = CommandLine::parse(app.arguments().mid(1), error);
+    const std::optional<CommandLine> line = CommandLine::parse(argumentsOf(argc, argv), error);
     if (!line) {
         writeError(error);
         return 2;
     }
+    if (line->command == CommandLine::Command::run) {
+        if (isDisplayReachable())
+            return runTrayApplication(argc, argv, *line, executable);
+        writeNotice(QStringLiteral("No display found; running “taskrack watch” in this terminal."));
+    }
+
+    // Every other command is headless: no GUI plugin, no lock, no install check.
+    QCoreApplication app(argc, argv);
+    describeApplication();
     if (line->command == CommandLine::Command::help) {
         writeOut(CommandLine::usage());
         return 0;

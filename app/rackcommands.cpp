@@ -6,6 +6,7 @@
 #include "app/terminaloutput.h"
 #include "app/terminationsignals.h"
 #include "core/clock.h"
+#include "platform/linux/logindsystemevents.h"
 #include "platform/linux/settingspreferences.h"
 
 #include <QCoroSignal>
@@ -141,10 +142,12 @@ QCoro::Task<int> runWatchCommand(CommandLine line, TerminationSignals &terminati
     QObject::connect(&store, &RackStore::dataStateChanged, &printTimer, schedulePrint);
     QObject::connect(&store, &RackStore::sourceFailuresChanged, &printTimer, schedulePrint);
 
+    // The same start order as the application, without its desktop steps; sleep and wake too.
+    LogindSystemEvents systemEvents;
+    systemEvents.start();
     if (!session.terminated()) {
-        session.runtime().startLoops();
         // Not awaited: the termination signal is heard while the first refresh runs.
-        store.scheduleRefresh(std::chrono::milliseconds(0));
+        auto starting = session.runtime().start(nullptr, &systemEvents);
         auto ended = qCoro(&termination, &TerminationSignals::terminationRequested);
         co_await ended;
     }

@@ -2,6 +2,9 @@
 
 #include "core/taskracklog.h"
 
+#include "platform/systemevents.h"
+
+#include <QCoroSignal>
 #include <QPointer>
 
 namespace taskrack {
@@ -26,19 +29,39 @@ RackRuntime::~RackRuntime()
     m_loopsStop.request_stop();
 }
 
-void RackRuntime::startLoops()
+
+QCoro::Task<void> RackRuntime::start(RackDesktopSteps *desktop, SystemEvents *systemEvents)
 {
-    if (m_loopsStarted)
-        return;
-    m_loopsStarted = true;
-    // Snapshot loops first, then status updates and invalidations, so that nothing a watcher
-    // pushes at start is lost.
+    if (m_started || m_shutdownStarted)
+        co_return;
+    m_started = true;
+    m_desktop = desktop;
+    QPointer<RackRuntime> self(this);
+    // Snapshot loops first, so that nothing a watcher pushes as it starts is lost.
     for (const LiveFeeds &feeds : m_assembly.feeds) {
         if (feeds.snapshots)
             consumeSnapshots(feeds.snapshots, feeds.provider);
     }
     consumeLateAnswers();
+    // Watchers and safety nets, with the wake observer after the first source: a wake must
+    // reach every source that is already watching.
+    for (size_t index = 0; index < m_assembly.feeds.size(); ++index) {
+        if (m_assembly.feeds[index].start)
+            m_assembly.feeds[index].start();
+        if (index == 0 && systemEvents) {
+            m_systemEvents = systemEvents;
+            m_wakeConnections.append(connect(systemEvents, &SystemEvents::willSleep, this,
+                                             [this] { handleSleep(); }));
+            m_wakeConnections.append(connect(systemEvents, &SystemEvents::didWake, this,
+                                             [this] { handleWake(); }));
+        }
+    }
+    if (m_desktop)
+        m_desktop->startInput();
+    // Then the deltas: per source its pushed events, status updates and invalidations.
     for (const LiveFeeds &feeds : m_assembly.feeds) {
+        if (feeds.startEvents)
+            feeds.startEvents();
         if (feeds.codexStatusUpdates)
             consumeStatusUpdates(feeds.codexStatusUpdates, true);
         if (feeds.statusUpdates)
@@ -46,10 +69,10 @@ void RackRuntime::startLoops()
         if (feeds.invalidations)
             consumeInvalidations(feeds.invalidations);
     }
-    for (const LiveFeeds &feeds : m_assembly.feeds) {
-        if (feeds.start)
-            feeds.start();
-    }
+    co_await m_store->refresh();
+    if (!self)
+        co_return;
+    qCInfo(lcApp, "Taskrack runtime started");
 }
 
 QCoro::Task<void> RackRuntime::consumeSnapshots(ChannelPtr<ThreadCollection> channel,
@@ -114,19 +137,107 @@ QCoro::Task<void> RackRuntime::consumeInvalidations(ChannelPtr<Invalidation> cha
     }
 }
 
-QCoro::Task<void> RackRuntime::shutdown()
+void RackRuntime::cancelNow()
 {
-    if (m_shutDown)
-        co_return;
-    m_shutDown = true;
-    // Loops stop before the sources do, so nothing reaches a store that is going away.
+    if (m_cancelled)
+        return;
+    m_cancelled = true;
+    // Loops first, so that nothing reaches a store that is going away.
     m_loopsStop.request_stop();
     m_store->cancelRefreshes();
+    for (const QMetaObject::Connection &connection : std::as_const(m_wakeConnections))
+        disconnect(connection);
+    m_wakeConnections.clear();
+    if (m_desktop)
+        m_desktop->stopInput();
     for (const LiveFeeds &feeds : m_assembly.feeds) {
-        if (feeds.shutdown)
-            co_await feeds.shutdown();
+        if (feeds.stopEvents)
+            feeds.stopEvents();
     }
+}
+
+QCoro::Task<void> RackRuntime::shutdown()
+{
+    QPointer<RackRuntime> self(this);
+    if (m_shutdownStarted) {
+        if (!m_shutdownFinished) {
+            auto finished = qCoro(this, &RackRuntime::shutdownFinished);
+            co_await finished;
+        }
+        co_return;
+    }
+    m_shutdownStarted = true;
+    cancelNow();
+    // The sources last, one after the other: each waits for its own children to go.
+    const std::vector<LiveFeeds> feeds = m_assembly.feeds;
+    for (const LiveFeeds &feed : feeds) {
+        if (feed.shutdown)
+            co_await feed.shutdown();
+    }
+    if (!self)
+        co_return;
+    m_shutdownFinished = true;
     qCInfo(lcApp, "Taskrack runtime stopped");
+    emit shutdownFinished();
+}
+
+QCoro::Task<void> RackRuntime::handleSleep()
+{
+    if (m_cancelled || m_asleep)
+        co_return;
+    m_asleep = true;
+    qCInfo(lcApp, "System will sleep");
+    const std::vector<LiveFeeds> feeds = m_assembly.feeds;
+    for (const LiveFeeds &feed : feeds) {
+        if (feed.sleep)
+            co_await feed.sleep();
+    }
+}
+
+QCoro::Task<void> RackRuntime::handleWake()
+{
+    if (m_cancelled)
+        co_return;
+    // One wake at a time; a wake that arrives meanwhile runs once more afterwards.
+    if (m_waking) {
+        m_wakeAgain = true;
+        co_return;
+    }
+    QPointer<RackRuntime> self(this);
+    m_waking = true;
+    do {
+        m_wakeAgain = false;
+        m_asleep = false;
+        qCInfo(lcApp, "System did wake");
+        const std::vector<LiveFeeds> feeds = m_assembly.feeds;
+        for (const LiveFeeds &feed : feeds) {
+            if (feed.wake)
+                co_await feed.wake();
+            if (!self || m_cancelled)
+                co_return;
+        }
+        m_store->scheduleRefresh(RackStore::refreshDebounce);
+    } while (m_wakeAgain);
+    m_waking = false;
+}
+
+void RackRuntime::preferencesChanged()
+{
+    for (const LiveFeeds &feeds : m_assembly.feeds) {
+        if (feeds.preferencesChanged)
+            feeds.preferencesChanged();
+    }
+}
+
+void RackRuntime::reconcileLocal()
+{
+    if (m_cancelled)
+        return;
+    for (const LiveFeeds &feeds : m_assembly.feeds) {
+        if (feeds.reconcile)
+            feeds.reconcile();
+    }
+    m_store->scheduleRefresh(std::chrono::milliseconds(0));
 }
 
 } // namespace taskrack

@@ -17,6 +17,36 @@ QCoro::Task<void> shutdownCodex(std::weak_ptr<CodexThreadRepository> weak)
         co_await repository->shutdown();
 }
 
+QCoro::Task<void> suspendCodex(std::weak_ptr<CodexThreadRepository> weak)
+{
+    if (auto repository = weak.lock(); repository && !repository->isSuspended())
+        co_await repository->suspend();
+}
+
+QCoro::Task<void> wakeCodex(std::weak_ptr<CodexThreadRepository> weak)
+{
+    auto repository = weak.lock();
+    if (!repository || repository->isShutdown())
+        co_return;
+    // A sleep that was never announced left the child and the watchers as they were: retire
+    // them the same way before starting afresh.
+    if (!repository->isSuspended())
+        co_await repository->suspend();
+    if (repository = weak.lock(); !repository || repository->isShutdown())
+        co_return;
+    repository->resume();
+    repository->requestLocalRefresh();
+}
+
+QCoro::Task<void> wakeClaude(std::weak_ptr<ClaudeDesktopThreadSource> weak,
+                             std::weak_ptr<ClaudeHookWiring> weakHooks)
+{
+    if (auto wiring = weakHooks.lock())
+        wiring->refresh();
+    if (auto source = weak.lock())
+        co_await source->reconcileNow();
+}
+
 QCoro::Task<void> shutdownClaude(std::weak_ptr<ClaudeDesktopThreadSource> weak)
 {
     if (auto source = weak.lock())
@@ -45,6 +75,12 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
         if (auto repository = weakCodex.lock())
             repository->start();
     };
+    codexFeeds.reconcile = [weakCodex] {
+        if (auto repository = weakCodex.lock())
+            repository->requestLocalRefresh();
+    };
+    codexFeeds.sleep = [weakCodex] { return suspendCodex(weakCodex); };
+    codexFeeds.wake = [weakCodex] { return wakeCodex(weakCodex); };
     codexFeeds.shutdown = [weakCodex] { return shutdownCodex(weakCodex); };
     assembly.feeds.push_back(std::move(codexFeeds));
     // Claude: desktop manifests and Claude Code sessions found in the transcript folders.
@@ -65,18 +101,30 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
         preferences, clock, fileSystem, paths.claudeHome + QStringLiteral("/settings.json"),
         QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge"), claude);
     assembly.keepAlive.push_back(hooks);
+    assembly.claudeHooks = hooks;
     const std::weak_ptr<ClaudeHookWiring> weakHooks = hooks;
-    claudeFeeds.start = [weakClaude, weakHooks] {
+    claudeFeeds.start = [weakClaude] {
         if (auto source = weakClaude.lock())
             source->startMonitoring();
+    };
+    claudeFeeds.startEvents = [weakHooks] {
         if (auto wiring = weakHooks.lock())
             wiring->start();
     };
-    claudeFeeds.shutdown = [weakClaude, weakHooks] {
+    claudeFeeds.stopEvents = [weakHooks] {
         if (auto wiring = weakHooks.lock())
             wiring->stop();
-        return shutdownClaude(weakClaude);
     };
+    claudeFeeds.reconcile = [weakClaude] {
+        if (auto source = weakClaude.lock())
+            source->reconcileNow();
+    };
+    claudeFeeds.wake = [weakClaude, weakHooks] { return wakeClaude(weakClaude, weakHooks); };
+    claudeFeeds.preferencesChanged = [weakHooks] {
+        if (auto wiring = weakHooks.lock())
+            wiring->refresh();
+    };
+    claudeFeeds.shutdown = [weakClaude] { return shutdownClaude(weakClaude); };
     assembly.feeds.push_back(std::move(claudeFeeds));
     return assembly;
 }

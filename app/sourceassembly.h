@@ -15,6 +15,7 @@
 namespace taskrack {
 
 class Clock;
+class ClaudeHookWiring;
 class Preferences;
 
 using Invalidation = std::monostate;
@@ -31,8 +32,20 @@ struct LiveFeeds {
     ChannelPtr<RackStatusUpdate> codexStatusUpdates;
     // "Something changed, refresh soon."
     ChannelPtr<Invalidation> invalidations;
-    // Starts watchers and listeners; called once the loops consume the channels.
+    // Starts watchers and the source's own safety net; called once the snapshot loop consumes.
     std::function<void()> start;
+    // Starts the listener of pushed events (Claude Code's hooks) and its forwarding.
+    std::function<void()> startEvents;
+    // Stops that listener; runs before the sources shut down.
+    std::function<void()> stopEvents;
+    // The machine is about to sleep: retire child processes, keep the data.
+    std::function<QCoro::Task<void>()> sleep;
+    // The machine woke: resume (suspending first if the sleep was missed) and reconcile.
+    std::function<QCoro::Task<void>()> wake;
+    // A local pass now, as after a missed watcher event (the menu's Refresh).
+    std::function<void()> reconcile;
+    // Re-reads what the person may have changed from another process (the hook integration).
+    std::function<void()> preferencesChanged;
     // Stops watchers and child processes; awaited before the process exits.
     std::function<QCoro::Task<void>()> shutdown;
 };
@@ -43,6 +56,8 @@ struct SourceAssembly {
     std::vector<LiveFeeds> feeds;
     // Objects the feeds depend on that nobody else owns.
     std::vector<std::shared_ptr<void>> keepAlive;
+    // Live Claude status (its controller answers the rack's setup questions); absent in tests.
+    std::shared_ptr<ClaudeHookWiring> claudeHooks;
 
     static SourceAssembly build(const ProviderPaths &paths, Preferences &preferences, Clock &clock);
 };

@@ -52,4 +52,9 @@ void writeError(const QString &text)
     write(stderr, QStringLiteral("taskrack: ") + text + QLatin1Char('\n'));
 }
 
+void writeNotice(const QString &text)
+{
+    write(stderr, text + QLatin1Char('\n'));
+}
+
 } // namespace taskrack

@@ -17,5 +17,7 @@ QString visibleControls(const QString &text);
 void writeOut(const QString &text);
 // "taskrack: " + text + a line feed, to standard error, made visible.
 void writeError(const QString &text);
+// A sentence of the application's own, as it stands, + a line feed, to standard error.
+void writeNotice(const QString &text);
 
 } // namespace taskrack

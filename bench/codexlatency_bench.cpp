@@ -196,10 +196,9 @@ void BM_RolloutLineToStoreStatus(benchmark::State &state)
     feeds.shutdown = [repository] { return repository->shutdown(); };
     assembly.feeds.push_back(std::move(feeds));
     RackRuntime runtime(std::move(assembly), preferences, SystemClock::shared());
-    runtime.startLoops();
     RackStore &store = runtime.store();
     bool refreshed = false;
-    signalWhenDone(store.refresh(), refreshed);
+    signalWhenDone(runtime.start(), refreshed);
     const QString id = codexThreadPrefix + home.hotId;
     if (!runUntil([&] { return refreshed && statusOf(store, id) == RackStatus::working; })) {
         state.SkipWithError("the first refresh did not show the hot thread working");

@@ -1,13 +1,11 @@
 #include "core/clock.h"
 
 #include <QCoroTimer>
+#include <time.h>
 
 namespace taskrack {
 
-SystemClock::SystemClock()
-{
-    m_started.start();
-}
+SystemClock::SystemClock() = default;
 
 QDateTime SystemClock::now() const
 {
@@ -16,7 +14,11 @@ QDateTime SystemClock::now() const
 
 double SystemClock::uptime() const
 {
-    return double(m_started.nsecsElapsed()) / 1e9;
+    // CLOCK_BOOTTIME keeps counting while the machine sleeps: a clock that stopped in suspend
+    // would keep a stale "in progress" alive across a night.
+    timespec now {};
+    ::clock_gettime(CLOCK_BOOTTIME, &now);
+    return double(now.tv_sec) + double(now.tv_nsec) / 1e9;
 }
 
 QCoro::Task<void> SystemClock::sleep(std::chrono::milliseconds duration)

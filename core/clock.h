@@ -16,7 +16,7 @@ public:
     virtual ~Clock() = default;
     // Wall-clock time, for what providers report and what is persisted.
     virtual QDateTime now() const = 0;
-    // Monotonic seconds, for durations that must survive clock changes.
+    // Monotonic seconds (counting through sleep), for durations that must survive clock changes.
     virtual double uptime() const = 0;
     // Completes on the calling thread once `duration` of uptime has passed.
     virtual QCoro::Task<void> sleep(std::chrono::milliseconds duration) = 0;
@@ -31,9 +31,6 @@ public:
     QCoro::Task<void> sleep(std::chrono::milliseconds duration) override;
 
     static SystemClock &shared();
-
-private:
-    QElapsedTimer m_started;
 };
 
 } // namespace taskrack

@@ -13,6 +13,7 @@ packages=(
     xvfb xauth xdotool x11-xkb-utils dbus dbus-x11 procps libdbus-1-dev
     fonts-dejavu-core fonts-wqy-microhei
     clang libclang-rt-14-dev clang-format
+    trayer dunst desktop-file-utils python3-dbus python3-gi
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
 command -v npm >/dev/null 2>&1 || packages+=(npm)
