@@ -24,12 +24,13 @@ QString loggableEventName(const QString &name)
 
 } // namespace
 
-ClaudeHookWiring::ClaudeHookWiring(Preferences &preferences, Clock &clock, QString settingsPath,
-                                   QString helperPath, std::weak_ptr<ClaudeDesktopThreadSource> source)
+ClaudeHookWiring::ClaudeHookWiring(Preferences &preferences, Clock &clock, FileSystem &fileSystem,
+                                   QString settingsPath, QString helperPath,
+                                   std::weak_ptr<ClaudeDesktopThreadSource> source)
     : m_clock(clock), m_source(std::move(source)),
       m_transport(std::make_unique<DBusHookEventTransport>()),
       m_listener(std::make_unique<ClaudeHookBridgeListener>(*m_transport)),
-      m_installer(std::make_unique<ClaudeHookInstaller>(std::move(settingsPath))),
+      m_installer(std::make_unique<ClaudeHookInstaller>(std::move(settingsPath), fileSystem)),
       m_controller(std::make_unique<ClaudeEnhancedStatusController>(
           preferences, *m_installer, m_listener.get(), std::move(helperPath)))
 {

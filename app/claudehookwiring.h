@@ -15,6 +15,7 @@
 namespace taskrack {
 
 class Clock;
+class FileSystem;
 class Preferences;
 class ClaudeDesktopThreadSource;
 class DBusHookEventTransport;
@@ -25,8 +26,9 @@ class ClaudeEnhancedStatusController;
 class ClaudeHookWiring
 {
 public:
-    ClaudeHookWiring(Preferences &preferences, Clock &clock, QString settingsPath,
-                     QString helperPath, std::weak_ptr<ClaudeDesktopThreadSource> source);
+    ClaudeHookWiring(Preferences &preferences, Clock &clock, FileSystem &fileSystem,
+                     QString settingsPath, QString helperPath,
+                     std::weak_ptr<ClaudeDesktopThreadSource> source);
     ~ClaudeHookWiring();
 
     // Refreshes the controller (which starts the listener when live status is enabled) and

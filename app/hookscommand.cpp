@@ -1,7 +1,5 @@
 #include "app/hookscommand.h"
 
-#include "app/providerpaths.h"
-#include "platform/linux/settingspreferences.h"
 #include "sources/claude/claudeenhancedstatuscontroller.h"
 
 #include <QCoreApplication>
@@ -11,22 +9,27 @@ namespace taskrack {
 
 namespace {
 
-const QString usage = QStringLiteral("usage: taskrack hooks status|enable|disable|remove [--home DIR]");
+const QString usage = QStringLiteral(
+    "usage: taskrack hooks status|enable|disable|remove [--home DIR] [--allow-other-owner]");
+const QString allowOtherOwnerFlag = QStringLiteral("--allow-other-owner");
 
 } // namespace
 
 QCoro::Task<int> runHooksCommand(QStringList args, HooksCommandContext context, QTextStream &out,
                                  QTextStream &err)
 {
+    ClaudeHookInstaller::Options options;
+    options.allowOtherOwner = args.removeAll(allowOtherOwnerFlag) > 0;
     const QString action = args.value(0);
     static const QStringList actions{QStringLiteral("status"), QStringLiteral("enable"),
                                      QStringLiteral("disable"), QStringLiteral("remove")};
-    if (args.size() != 1 || !actions.contains(action) || !context.preferences) {
+    if (args.size() != 1 || !actions.contains(action) || !context.preferences ||
+        !context.fileSystem) {
         err << usage << Qt::endl;
         co_return 2;
     }
 
-    ClaudeHookInstaller installer(context.settingsPath);
+    ClaudeHookInstaller installer(context.settingsPath, *context.fileSystem, options);
     // A one-shot command has nothing to listen with.
     ClaudeEnhancedStatusController controller(*context.preferences, installer, nullptr,
                                               context.helperPath);
@@ -48,19 +51,6 @@ QCoro::Task<int> runHooksCommand(QStringList args, HooksCommandContext context, 
     }
     out << controller.statusSummary() << Qt::endl;
     co_return 0;
-}
-
-int runHooksCommand(const QStringList &args, const QString &homeOverride, QTextStream &out,
-                    QTextStream &err)
-{
-    SettingsPreferences preferences;
-    HooksCommandContext context;
-    context.settingsPath =
-        ProviderPaths::resolve(homeOverride).claudeHome + QStringLiteral("/settings.json");
-    context.helperPath =
-        QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge");
-    context.preferences = &preferences;
-    return QCoro::waitFor(runHooksCommand(args, context, out, err));
 }
 
 } // namespace taskrack

@@ -11,21 +11,21 @@
 
 namespace taskrack {
 
+class FileSystem;
 class Preferences;
 
 struct HooksCommandContext {
     QString settingsPath; // Claude Code's settings.json
     QString helperPath;   // the taskrack-hook-bridge that hooks will run
     Preferences *preferences = nullptr;
+    FileSystem *fileSystem = nullptr;
 };
 
-// Exit codes: 0 done, 1 the operation failed, 2 a usage mistake.
+// `ACTION [--allow-other-owner]`; the option lets enable/disable/remove edit a settings file
+// that belongs to another user (keeping its owner). Exit codes: 0 done, 1 the operation failed,
+// 2 a usage mistake.
 QCoro::Task<int> runHooksCommand(QStringList args, HooksCommandContext context, QTextStream &out,
                                  QTextStream &err);
 
-// With the settings of the person's home (or `homeOverride`), Taskrack's own preferences, and
-// the helper installed beside this executable. Runs the event loop until done.
-int runHooksCommand(const QStringList &args, const QString &homeOverride, QTextStream &out,
-                    QTextStream &err);
 
 } // namespace taskrack

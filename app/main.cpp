@@ -3,6 +3,7 @@
 #include "app/providerpaths.h"
 #include "app/openfilelimit.h"
 #include "app/rackcommands.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/settingspreferences.h"
 
 #include <QCoreApplication>
@@ -32,7 +33,9 @@ QCoro::Task<int> dispatch(CommandLine line)
         co_return co_await runWatchCommand(line);
     case CommandLine::Command::hooks: {
         SettingsPreferences preferences;
+        LinuxFileSystem fileSystem;
         HooksCommandContext context;
+        context.fileSystem = &fileSystem;
         context.settingsPath =
             ProviderPaths::resolve(line.home).claudeHome + QStringLiteral("/settings.json");
         context.helperPath =
@@ -77,6 +80,8 @@ int main(int argc, char **argv)
         std::printf("taskrack %s\n", TASKRACK_VERSION);
         return 0;
     }
+    if (const auto homeError = ProviderPaths::checkHomeOverride(line->home, LinuxFileSystem()))
+        return fail(*homeError);
 
     int exitCode = 0;
     QTimer::singleShot(0, &app, [&] {

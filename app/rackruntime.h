@@ -7,6 +7,7 @@
 
 #include "app/linuxthreadopener.h"
 #include "app/sourceassembly.h"
+#include "platform/linux/linuxterminallauncher.h"
 #include "platform/linux/xdgworkspacerouting.h"
 #include "core/compositethreadsource.h"
 #include "core/rackstore.h"
@@ -44,7 +45,8 @@ private:
     SourceAssembly m_assembly;
     XdgWorkspaceRouting m_workspace;
     RackProviderApplicationService m_applications{m_workspace};
-    TerminalResumeOpener m_terminal;
+    LinuxTerminalLauncher m_terminalLauncher;
+    TerminalResumeOpener m_terminal{m_terminalLauncher};
     LinuxThreadOpener m_opener{m_applications, m_terminal};
     std::unique_ptr<CompositeThreadSource> m_composite;
     std::unique_ptr<RackStore> m_store;

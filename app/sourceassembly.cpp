@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 
 #include "app/claudehookwiring.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/codex/codexthreadrepository.h"
 
@@ -27,6 +28,8 @@ QCoro::Task<void> shutdownClaude(std::weak_ptr<ClaudeDesktopThreadSource> weak)
 SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &preferences,
                                      Clock &clock)
 {
+    // Stateless, and shared by every source and by work that may outlive the assembly.
+    static LinuxFileSystem fileSystem;
     SourceAssembly assembly;
     // Codex: the app-server first, the state database's list as its fallback, rollout activity
     // on top, and watched files publishing local snapshots between fetches.
@@ -45,8 +48,11 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     codexFeeds.shutdown = [weakCodex] { return shutdownCodex(weakCodex); };
     assembly.feeds.push_back(std::move(codexFeeds));
     // Claude: desktop manifests and Claude Code sessions found in the transcript folders.
-    auto claude = std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
-        ClaudeSourcePaths::forHome(paths.home), &clock, {}, {}, true});
+    ClaudeDesktopThreadSource::Configuration claudeConfiguration;
+    claudeConfiguration.paths = ClaudeSourcePaths::forHome(paths.home);
+    claudeConfiguration.clock = &clock;
+    claudeConfiguration.fileSystem = &fileSystem;
+    auto claude = std::make_shared<ClaudeDesktopThreadSource>(std::move(claudeConfiguration));
     assembly.members.push_back(claude);
     LiveFeeds claudeFeeds;
     claudeFeeds.provider = RackProvider::claudeDesktop;
@@ -56,7 +62,7 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     const std::weak_ptr<ClaudeDesktopThreadSource> weakClaude = claude;
     // Hook events, when live Claude status is enabled, reach the source through the bus.
     auto hooks = std::make_shared<ClaudeHookWiring>(
-        preferences, clock, paths.claudeHome + QStringLiteral("/settings.json"),
+        preferences, clock, fileSystem, paths.claudeHome + QStringLiteral("/settings.json"),
         QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge"), claude);
     assembly.keepAlive.push_back(hooks);
     const std::weak_ptr<ClaudeHookWiring> weakHooks = hooks;

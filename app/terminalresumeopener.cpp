@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QProcess>
 #include <QStandardPaths>
 
 namespace taskrack {
@@ -20,15 +19,10 @@ bool isPlainUuid(const QString &text)
 
 } // namespace
 
-TerminalResumeOpener::TerminalResumeOpener(QProcessEnvironment environment, Launcher launcher)
-    : m_environment(std::move(environment)), m_launcher(std::move(launcher))
+TerminalResumeOpener::TerminalResumeOpener(TerminalLauncher &launcher,
+                                           QProcessEnvironment environment)
+    : m_launcher(launcher), m_environment(std::move(environment))
 {
-    if (!m_launcher) {
-        m_launcher = [](const QString &program, const QStringList &arguments,
-                        const QString &workingDirectory) {
-            return QProcess::startDetached(program, arguments, workingDirectory);
-        };
-    }
 }
 
 QString TerminalResumeOpener::findExecutable(const QString &name) const
@@ -55,17 +49,7 @@ TerminalResumeOpener::Plan TerminalResumeOpener::plan(const RackThread &thread) 
         throw RackProviderApplicationError(RackProviderApplicationError::Kind::applicationNotInstalled,
                                            thread.provider);
 
-    QString terminal;
-    const QString chosen = m_environment.value(QStringLiteral("TERMINAL")).trimmed();
-    if (!chosen.isEmpty())
-        terminal = findExecutable(chosen);
-    if (terminal.isEmpty())
-        terminal = findExecutable(QStringLiteral("x-terminal-emulator"));
-    if (terminal.isEmpty())
-        throw TaskrackError(QStringLiteral(
-            "No terminal to resume this task in: set $TERMINAL or install x-terminal-emulator."));
-
-    QStringList arguments{QStringLiteral("-e"), program};
+    QStringList arguments{program};
     if (thread.provider == RackProvider::codex)
         arguments << QStringLiteral("resume") << id;
     else
@@ -73,15 +57,22 @@ TerminalResumeOpener::Plan TerminalResumeOpener::plan(const RackThread &thread) 
     const QString folder = thread.workspacePath;
     const QString workingDirectory =
         !folder.isEmpty() && QFileInfo(folder).isDir() ? folder : QDir::homePath();
-    return Plan{terminal, arguments, workingDirectory};
+    return Plan{arguments, workingDirectory};
 }
 
 QCoro::Task<void> TerminalResumeOpener::open(RackThread thread)
 {
     const Plan resume = plan(thread);
-    if (!m_launcher(resume.terminal, resume.arguments, resume.workingDirectory))
+    switch (m_launcher.launch(resume.argv, resume.workingDirectory)) {
+    case TerminalLauncher::Result::started:
+        break;
+    case TerminalLauncher::Result::noTerminal:
+        throw TaskrackError(QStringLiteral(
+            "No terminal to resume this task in: set $TERMINAL or install x-terminal-emulator."));
+    case TerminalLauncher::Result::launchFailed:
         throw RackProviderApplicationError(RackProviderApplicationError::Kind::launchFailed,
                                            thread.provider);
+    }
     co_return;
 }
 

@@ -4,28 +4,25 @@
 // resumes it in a terminal, in the task's folder ("codex resume <id>", "claude --resume <id>").
 
 #include "core/threadsource.h"
+#include "platform/terminallauncher.h"
 
 #include <QProcessEnvironment>
-#include <functional>
 
 namespace taskrack {
 
 class TerminalResumeOpener : public ThreadOpening
 {
 public:
-    // Starts a program detached; false when it could not be started.
-    using Launcher = std::function<bool(const QString &program, const QStringList &arguments,
-                                        const QString &workingDirectory)>;
-
-    explicit TerminalResumeOpener(QProcessEnvironment environment = QProcessEnvironment::systemEnvironment(),
-                                  Launcher launcher = {});
+    // `environment` gives the PATH the provider's command is looked up on.
+    explicit TerminalResumeOpener(
+        TerminalLauncher &launcher,
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment());
 
     QCoro::Task<void> open(RackThread thread) override;
 
-    // The terminal and arguments that would run; throws the errors open() would.
+    // The command that would run in the terminal; throws the errors open() would.
     struct Plan {
-        QString terminal;
-        QStringList arguments;
+        QStringList argv;
         QString workingDirectory;
     };
     Plan plan(const RackThread &thread) const;
@@ -33,8 +30,8 @@ public:
 private:
     QString findExecutable(const QString &name) const;
 
+    TerminalLauncher &m_launcher;
     QProcessEnvironment m_environment;
-    Launcher m_launcher;
 };
 
 } // namespace taskrack

@@ -2,6 +2,7 @@
 // settings file as the installer does, and a whole install + remove on disk.
 
 #include "sources/claude/claudehookevent.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/claude/claudehookinstaller.h"
 
 #include <QFile>
@@ -84,7 +85,8 @@ void BM_InstallAndRemove(benchmark::State &state)
     settingsFile.open(QIODevice::WriteOnly);
     settingsFile.write(settings(int(state.range(0))));
     settingsFile.close();
-    ClaudeHookInstaller installer(path);
+    LinuxFileSystem fileSystem;
+    ClaudeHookInstaller installer(path, fileSystem);
     const QString token(72, 'a');
     for (auto _ : state) {
         installer.installNow(helper, token);

@@ -1,6 +1,7 @@
 // How much a Claude transcript costs to read, however large it grows, and what a refresh over
 // many unchanged sessions costs. Run in Release; figures go to the report, not to assertions.
 #include "sources/claude/claudedesktopthreadsource.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/claude/claudetranscripttailreader.h"
 
 #include <QCoreApplication>
@@ -17,6 +18,8 @@
 using namespace taskrack;
 
 namespace {
+
+const LinuxFileSystem fileSystem;
 
 QByteArray stamp(const QDateTime &at)
 {
@@ -86,7 +89,7 @@ void observeHugeTranscript(benchmark::State &state)
     qint64 bytes = 0;
     qint64 observations = 0;
     for (auto _ : state) {
-        ClaudeTranscriptTailReader reader(transcript.root);
+        ClaudeTranscriptTailReader reader(fileSystem, transcript.root);
         const auto result = reader.observations({manifest}, QDateTime::currentDateTimeUtc());
         benchmark::DoNotOptimize(result);
         bytes += reader.counters().bytesRead.load();
@@ -132,6 +135,7 @@ void refreshUnchangedSessions(benchmark::State &state)
     }
     ClaudeDesktopThreadSource::Configuration configuration;
     configuration.paths = paths;
+    configuration.fileSystem = &fileSystem;
     ClaudeDesktopThreadSource source(std::move(configuration));
     if (runToCompletion(source.fetchThreads(400, {})).threads.size() != 400)
         state.SkipWithError("the warm-up did not list 400 sessions");

@@ -2,6 +2,7 @@
 // as they were; a success must keep every entry that isn't Taskrack's, in order, and every
 // other key of the file; an install must read back as installed and be stable when repeated.
 
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/claude/claudehookinstaller.h"
 
 #include <QByteArray>
@@ -111,7 +112,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         check(reread && *reread == *value && reread->toPrettyJSON() == written);
     }
 
-    ClaudeHookInstaller installer(sandbox.settings);
+    static LinuxFileSystem fileSystem;
+    ClaudeHookInstaller installer(sandbox.settings, fileSystem);
     QFile::remove(installer.backupPath());
     writeAll(sandbox.settings, input);
     try {

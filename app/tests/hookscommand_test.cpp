@@ -1,10 +1,9 @@
 #include "app/hookscommand.h"
+#include "app/providerpaths.h"
 #include "platform/preferences.h"
 #include "testing/testsupport.h"
+#include "testing/virtualfilesystem.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 namespace taskrack {
@@ -15,32 +14,29 @@ class HooksCommandTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(home.isValid());
-        context.settingsPath = home.filePath(".claude/settings.json");
-        context.helperPath = home.filePath("bin/taskrack-hook-bridge");
+        context.settingsPath = "/home/ada/.claude/settings.json";
+        context.helperPath = "/home/ada/bin/taskrack-hook-bridge";
         context.preferences = &preferences;
-        QDir().mkpath(home.filePath("bin"));
-        QFile helper(context.helperPath);
-        ASSERT_TRUE(helper.open(QIODevice::WriteOnly));
-        helper.write("#!/bin/sh\n");
-        helper.close();
-        helper.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        context.fileSystem = &files;
+        files.addFolder("/home/ada/.claude");
+        files.addFile(context.helperPath, "#!/bin/sh\n", 0700);
     }
 
     // Runs one command; returns its exit code and keeps what it printed.
-    int hooks(const QString &action)
+    int hooks(const QString &action, const QStringList &more = {})
     {
         out.clear();
         err.clear();
         QTextStream outStream(&out);
         QTextStream errStream(&err);
-        const int code = testing::await(runHooksCommand({action}, context, outStream, errStream));
+        const int code =
+            testing::await(runHooksCommand(QStringList{action} + more, context, outStream, errStream));
         outStream.flush();
         errStream.flush();
         return code;
     }
 
-    QTemporaryDir home;
+    testing::VirtualFileSystem files;
     InMemoryPreferences preferences;
     HooksCommandContext context;
     QString out;
@@ -55,22 +51,18 @@ TEST_F(HooksCommandTest, EnableStatusAndRemovePrintTheStatusLine)
     EXPECT_EQ(hooks("enable"), 0);
     EXPECT_EQ(out, "Live status is connected\n");
     EXPECT_TRUE(err.isEmpty());
-    QFile settings(context.settingsPath);
-    ASSERT_TRUE(settings.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(settings.readAll().contains(context.helperPath.toUtf8()));
+    EXPECT_TRUE(files.bytes(context.settingsPath)->contains(context.helperPath.toUtf8()));
 
     EXPECT_EQ(hooks("status"), 0);
     EXPECT_EQ(out, "Live status is connected\n");
 
     // Asking about a moved helper reports the drift and leaves the file alone.
-    settings.seek(0);
-    const QByteArray installed = settings.readAll();
+    const QByteArray installed = *files.bytes(context.settingsPath);
     context.helperPath += "-moved";
-    QFile::copy(home.filePath("bin/taskrack-hook-bridge"), context.helperPath);
+    files.addFile(context.helperPath, "#!/bin/sh\n", 0700);
     EXPECT_EQ(hooks("status"), 0);
     EXPECT_EQ(out, "Live status needs repair\n");
-    settings.seek(0);
-    EXPECT_EQ(settings.readAll(), installed);
+    EXPECT_EQ(files.bytes(context.settingsPath), installed);
 
     EXPECT_EQ(hooks("disable"), 0);
     EXPECT_EQ(out, "Live status is off\n");
@@ -81,11 +73,7 @@ TEST_F(HooksCommandTest, EnableStatusAndRemovePrintTheStatusLine)
 
 TEST_F(HooksCommandTest, FailuresGoToErrorOutputWithTheInstallersWords)
 {
-    QDir().mkpath(home.filePath(".claude"));
-    QFile settings(context.settingsPath);
-    ASSERT_TRUE(settings.open(QIODevice::WriteOnly));
-    settings.write(R"({"hooks": 3})");
-    settings.close();
+    files.addFile(context.settingsPath, R"({"hooks": 3})");
 
     EXPECT_EQ(hooks("enable"), 1);
     EXPECT_TRUE(out.isEmpty());
@@ -95,6 +83,27 @@ TEST_F(HooksCommandTest, FailuresGoToErrorOutputWithTheInstallersWords)
 
     EXPECT_EQ(hooks("restart"), 2);
     EXPECT_TRUE(err.startsWith("usage: taskrack hooks"));
+
+    // Someone else's file only with the explicit flag, and then it stays theirs.
+    files.addFile(context.settingsPath, "{}");
+    files.setOwner(context.settingsPath, 1001, 1001);
+    EXPECT_EQ(hooks("enable"), 1);
+    EXPECT_TRUE(err.contains("--allow-other-owner"));
+    EXPECT_EQ(hooks("enable", {"--allow-other-owner"}), 0);
+    EXPECT_EQ(files.attributesOf(context.settingsPath)->owner, 1001u);
+}
+
+TEST(ProviderPathsTest, AHomeThatIsNoFolderIsAMistake)
+{
+    testing::VirtualFileSystem files;
+    files.addFolder("/home/ada");
+    files.addFile("/home/ada/notes", "");
+    EXPECT_EQ(ProviderPaths::checkHomeOverride({}, files), std::nullopt);
+    EXPECT_EQ(ProviderPaths::checkHomeOverride("/home/ada", files), std::nullopt);
+    EXPECT_EQ(ProviderPaths::checkHomeOverride("/home/adaa", files),
+              "--home /home/adaa does not exist.");
+    EXPECT_EQ(ProviderPaths::checkHomeOverride("/home/ada/notes", files),
+              "--home /home/ada/notes is not a folder.");
 }
 
 } // namespace

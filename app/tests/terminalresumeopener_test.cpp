@@ -1,4 +1,5 @@
 #include "app/terminalresumeopener.h"
+#include "platform/linux/linuxterminallauncher.h"
 
 #include "testing/fakethreadsource.h"
 #include "testing/testsupport.h"
@@ -38,14 +39,26 @@ protected:
         return t;
     }
 
+    // Opens `t` and returns the refusal, or nothing when it started.
     QString refusal(const RackThread &t)
     {
         try {
-            TerminalResumeOpener(environment).plan(t);
+            LinuxTerminalLauncher launcher(environment, [](auto &, auto &, auto &) { return true; });
+            awaitVoid(TerminalResumeOpener(launcher, environment).open(t));
         } catch (const TaskrackError &error) {
             return error.description();
         }
         return {};
+    }
+
+    // What the terminal was started with.
+    QStringList started;
+    LinuxTerminalLauncher::Starter recorder()
+    {
+        return [this](const QString &program, const QStringList &args, const QString &folder) {
+            started = QStringList{program} + args + QStringList{folder};
+            return true;
+        };
     }
 };
 
@@ -55,28 +68,22 @@ TEST_F(TerminalResumeOpenerTest, ResumesWithTheProvidersOwnCommandInTheTasksFold
     install("claude");
     install("x-terminal-emulator");
     const QString id = "0199a213-81c0-7800-8aa1-bbab2a035a53";
-    TerminalResumeOpener::Plan codex = TerminalResumeOpener(environment).plan(thread(RackProvider::codex, id));
-    EXPECT_EQ(codex.terminal, bin.filePath("x-terminal-emulator"));
-    EXPECT_EQ(codex.arguments, QStringList({"-e", bin.filePath("codex"), "resume", id}));
-    EXPECT_EQ(codex.workingDirectory, project.path());
-
-    TerminalResumeOpener::Plan claude =
-        TerminalResumeOpener(environment).plan(thread(RackProvider::claudeDesktop, "local_" + id));
-    EXPECT_EQ(claude.arguments, QStringList({"-e", bin.filePath("claude"), "--resume", id}));
-
-    install("myterm");
-    environment.insert("TERMINAL", "myterm");
-    EXPECT_EQ(TerminalResumeOpener(environment).plan(thread(RackProvider::codex, id)).terminal,
-              bin.filePath("myterm"));
-
-    QStringList launched;
-    TerminalResumeOpener opener(environment, [&](const QString &program, const QStringList &args,
-                                                 const QString &) {
-        launched = QStringList{program} + args;
-        return true;
-    });
+    LinuxTerminalLauncher launcher(environment, recorder());
+    TerminalResumeOpener opener(launcher, environment);
     awaitVoid(opener.open(thread(RackProvider::codex, id)));
-    EXPECT_EQ(launched.first(), bin.filePath("myterm"));
+    EXPECT_EQ(started, QStringList({bin.filePath("x-terminal-emulator"), "-e", bin.filePath("codex"),
+                                    "resume", id, project.path()}));
+    awaitVoid(opener.open(thread(RackProvider::claudeDesktop, "local_" + id)));
+    EXPECT_EQ(started.mid(1), QStringList({"-e", bin.filePath("claude"), "--resume", id,
+                                           project.path()}));
+
+    // $TERMINAL wins when it names a program; otherwise it is ignored.
+    install("myterm");
+    for (const auto &[chosen, expected] : {std::pair{"myterm", "myterm"},
+                                           std::pair{"no-such-term", "x-terminal-emulator"}}) {
+        environment.insert("TERMINAL", chosen);
+        EXPECT_EQ(LinuxTerminalLauncher(environment).terminal(), bin.filePath(expected));
+    }
 }
 
 TEST_F(TerminalResumeOpenerTest, RefusesClearly)

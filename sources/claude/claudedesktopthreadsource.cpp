@@ -55,9 +55,11 @@ ClaudeDesktopThreadSource::ClaudeDesktopThreadSource(Configuration configuration
       m_clock(configuration.clock ? *configuration.clock : SystemClock::shared()),
       m_discoversTranscriptSessions(configuration.discoversTranscriptSessions),
       m_fileWatchFactory(std::move(configuration.fileWatchFactory)),
-      m_reader(configuration.paths.transcriptRoot),
+      m_fileSystem(*configuration.fileSystem),
+      m_reader(m_fileSystem, configuration.paths.transcriptRoot),
       m_discovery(m_reader),
-      m_registry(configuration.paths.liveSessionsPath, std::move(configuration.processProbe))
+      m_registry(m_fileSystem, configuration.paths.liveSessionsPath,
+                 std::move(configuration.processProbe))
 {
     loadPersistedEvidence();
 }
@@ -79,7 +81,8 @@ ClaudeDesktopThreadSource::~ClaudeDesktopThreadSource()
 
 void ClaudeDesktopThreadSource::loadPersistedEvidence()
 {
-    const auto data = readSmallClaudeFile(m_paths.observedStatusesPath, {}, evidenceFileBytes + 1);
+    const auto data =
+        readSmallClaudeFile(m_fileSystem, m_paths.observedStatusesPath, {}, evidenceFileBytes + 1);
     if (!data)
         return;
     if (auto evidence = decodeClaudeSessionEvidence(*data)) {
@@ -366,7 +369,7 @@ QStringList ClaudeDesktopThreadSource::listManifests() const
 
 std::optional<ClaudeSessionFileFingerprint> ClaudeDesktopThreadSource::manifestFingerprint(const QString &path) const
 {
-    const auto stat = statClaudePath(path);
+    const auto stat = statClaudePath(m_fileSystem, path);
     if (!stat || !stat->isRegularFile || !stat->modificationDate.isValid() || stat->size < 0
         || stat->size > claudelimits::manifestBytes)
         return std::nullopt;
@@ -381,7 +384,7 @@ QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> ClaudeDesktopThreadSour
     const std::weak_ptr<int> alive = m_lifetime;
     QObject *home = m_executor.context();
     const int attempts = retrying ? 4 : 1;
-    const QString root = resolvedClaudeRoot(m_paths.sessionRoot);
+    const QString root = m_fileSystem.resolvedPath(m_paths.sessionRoot);
     for (int attempt = 0; attempt < attempts; ++attempt) {
         if (retryDelays[attempt] > 0ms) {
             co_await m_clock.sleep(retryDelays[attempt]);
@@ -389,7 +392,8 @@ QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> ClaudeDesktopThreadSour
         }
         if (alive.expired() || !isCurrent(generation))
             co_return std::nullopt;
-        const auto data = readSmallClaudeFile(path, root, claudelimits::manifestBytes + 1, &m_manifestCounters);
+        const auto data = readSmallClaudeFile(m_fileSystem, path, root,
+                                              claudelimits::manifestBytes + 1, &m_manifestCounters);
         if (!data)
             continue;
         auto manifest = decodeClaudeSessionManifest(*data);
@@ -687,6 +691,14 @@ ThreadCollection ClaudeDesktopThreadSource::buildSnapshot(int limit) const
         if (parentTitle || children > 0)
             thread.lineage = RackThreadLineage{parentTitle, children};
         collection.threads.append(std::move(thread));
+    }
+    // A folder that cannot be read would otherwise look like a folder without sessions.
+    if (m_reader.unreadableFolders() > 0) {
+        ThreadSourceFailure failure;
+        failure.sourceName = QStringLiteral("Claude Code transcripts (unreadable folder)");
+        failure.state = ThreadSourceFailureState::degraded;
+        failure.provider = RackProvider::claudeDesktop;
+        collection.sourceFailures.append(failure);
     }
     return collection;
 }

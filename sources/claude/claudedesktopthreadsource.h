@@ -66,6 +66,8 @@ public:
         ClaudeSessionDirectoryWatcher::FileWatchFactory fileWatchFactory;
         ClaudeLiveSessionRegistry::ProcessProbe processProbe;
         bool discoversTranscriptSessions = true;
+        // Every read of Claude's files goes through it; must be given.
+        const FileSystem *fileSystem = nullptr;
     };
 
     static constexpr std::chrono::seconds safetyNetInterval{90};
@@ -143,6 +145,7 @@ private:
     Clock &m_clock;
     const bool m_discoversTranscriptSessions;
     ClaudeSessionDirectoryWatcher::FileWatchFactory m_fileWatchFactory;
+    const FileSystem &m_fileSystem;
     mutable ClaudeTranscriptTailReader m_reader;
     ClaudeTranscriptDiscovery m_discovery;
     ClaudeLiveSessionRegistry m_registry;

@@ -2,13 +2,8 @@
 
 #include "core/serialexecutor.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace taskrack {
 
@@ -35,140 +30,16 @@ const QString disableAllHooksKey = QStringLiteral("disableAllHooks");
 // The scan stops a hostile file before the decoder sees it.
 constexpr int maximumNesting = 64;
 constexpr int maximumContainers = 10'000;
-constexpr qsizetype readLimit = claudeSettingsMaximumBytes + 1;
 
-[[noreturn]] void fail(Kind kind)
+[[noreturn]] void fail(Kind kind, const QString &path = {})
 {
-    throw ClaudeHookInstallerError::make(kind);
+    throw ClaudeHookInstallerError::make(kind, path);
 }
 
 bool tokenHasValidLength(const QString &token)
 {
     const qsizetype length = token.toUtf8().size();
     return length >= 16 && length <= 256;
-}
-
-// Claude Code runs the command from the session's directory: only an absolute path is stable.
-bool isExecutableFile(const QString &path)
-{
-    if (path.isEmpty() || !QFileInfo(path).isAbsolute())
-        return false;
-    const QByteArray native = QFile::encodeName(path);
-    struct stat info;
-    if (::stat(native.constData(), &info) != 0 || !S_ISREG(info.st_mode))
-        return false;
-    return ::access(native.constData(), X_OK) == 0;
-}
-
-// Reads a file Taskrack does not own: a regular file, not a link, below the size limit, the
-// bytes read agreeing with its attributes, and simple enough to decode safely. Every refusal is
-// the resource-limit error, which promises that nothing was changed.
-QByteArray guardedRead(const QString &path, std::optional<mode_t> *permissions = nullptr)
-{
-    const QByteArray native = QFile::encodeName(path);
-    struct stat before;
-    if (::lstat(native.constData(), &before) != 0 || !S_ISREG(before.st_mode) ||
-        before.st_size < 0 || before.st_size >= readLimit)
-        fail(Kind::settingsResourceLimit);
-    const int fd = ::open(native.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        fail(Kind::settingsResourceLimit);
-    struct Closer {
-        int fd;
-        ~Closer() { ::close(fd); }
-    } closer{fd};
-    struct stat opened;
-    if (::fstat(fd, &opened) != 0 || !S_ISREG(opened.st_mode) || opened.st_dev != before.st_dev ||
-        opened.st_ino != before.st_ino)
-        fail(Kind::settingsResourceLimit);
-
-    QByteArray bytes(readLimit, Qt::Uninitialized);
-    qsizetype total = 0;
-    while (total < readLimit) {
-        const ssize_t count = ::read(fd, bytes.data() + total, size_t(readLimit - total));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            fail(Kind::settingsResourceLimit);
-        if (count == 0)
-            break;
-        total += count;
-    }
-    if (total >= readLimit)
-        fail(Kind::settingsResourceLimit);
-    bytes.truncate(total);
-
-    struct stat after;
-    if (::fstat(fd, &after) != 0 || after.st_size != total ||
-        after.st_mtim.tv_sec != opened.st_mtim.tv_sec ||
-        after.st_mtim.tv_nsec != opened.st_mtim.tv_nsec)
-        fail(Kind::settingsChangedDuringUpdate);
-    if (!claudeSettingsWithinComplexityLimits(bytes))
-        fail(Kind::settingsResourceLimit);
-    if (permissions)
-        *permissions = after.st_mode & 07777;
-    return bytes;
-}
-
-bool fileExists(const QString &path)
-{
-    struct stat info;
-    return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
-}
-
-bool writeAll(int fd, const QByteArray &bytes)
-{
-    qsizetype written = 0;
-    while (written < bytes.size()) {
-        const ssize_t count = ::write(fd, bytes.constData() + written, size_t(bytes.size() - written));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return false;
-        written += count;
-    }
-    return true;
-}
-
-// The backup is made once, with the same permissions as the file: settings can hold secrets.
-// O_EXCL makes sure an existing backup, or a link planted in its place, is never written.
-bool writeBackup(const QString &path, const QByteArray &bytes, mode_t permissions)
-{
-    const QByteArray native = QFile::encodeName(path);
-    const int fd = ::open(native.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                          permissions & 0777);
-    if (fd < 0)
-        return false;
-    const bool ok = ::fchmod(fd, permissions) == 0 && writeAll(fd, bytes) && ::fsync(fd) == 0;
-    ::close(fd);
-    if (!ok)
-        ::unlink(native.constData());
-    return ok;
-}
-
-// Replaces the file through a rename, so a reader sees either the old or the new bytes.
-void writeAtomically(const QString &path, const QByteArray &bytes, mode_t permissions)
-{
-    const QFileInfo target(path);
-    QByteArray pattern = QFile::encodeName(target.absolutePath() + QStringLiteral("/.") +
-                                           target.fileName() + QStringLiteral(".taskrack-XXXXXX"));
-    const int fd = ::mkostemp(pattern.data(), O_CLOEXEC);
-    if (fd < 0)
-        fail(Kind::writeFailed);
-    bool ok = ::fchmod(fd, permissions) == 0 && writeAll(fd, bytes) && ::fsync(fd) == 0;
-    ok = ::close(fd) == 0 && ok;
-    if (ok)
-        ok = ::rename(pattern.constData(), QFile::encodeName(path).constData()) == 0;
-    if (!ok) {
-        ::unlink(pattern.constData());
-        fail(Kind::writeFailed);
-    }
-    const int directory = ::open(QFile::encodeName(target.absolutePath()).constData(),
-                                 O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory >= 0) {
-        ::fsync(directory);
-        ::close(directory);
-    }
 }
 
 const JSONValue *member(const JSONValue::Object &object, const QString &key)
@@ -308,8 +179,9 @@ ClaudeHookInstallerError ClaudeHookInstallerError::helperMissing(const QString &
                                         QStringLiteral(". Reinstall Taskrack and try again."));
 }
 
-ClaudeHookInstallerError ClaudeHookInstallerError::make(Kind kind)
+ClaudeHookInstallerError ClaudeHookInstallerError::make(Kind kind, const QString &path)
 {
+    const QString unchanged = QStringLiteral(" Nothing was changed.");
     switch (kind) {
     case Kind::invalidEventValue:
         return invalidEventValue(QString());
@@ -325,20 +197,52 @@ ClaudeHookInstallerError ClaudeHookInstallerError::make(Kind kind)
         return {kind, QStringLiteral("Taskrack’s Claude authentication token is invalid. Try "
                                      "enabling Live Status again.")};
     case Kind::settingsResourceLimit:
-        return {kind, QStringLiteral("Claude settings are too large or complex for Taskrack to "
-                                     "update safely. Nothing was changed.")};
+        return {kind, QStringLiteral("Claude settings are nested too deeply or hold too many lists "
+                                     "and objects for Taskrack to update safely.") +
+                          unchanged};
+    case Kind::settingsTooLarge:
+        return {kind, path + QStringLiteral(" is larger than 1 MiB, too large for Taskrack to "
+                                            "update safely.") +
+                          unchanged};
     case Kind::settingsChangedDuringUpdate:
         return {kind, QStringLiteral("Claude settings changed while Taskrack was preparing an "
                                      "update. Nothing was overwritten; try again.")};
     case Kind::invalidSettingsJSON:
-        return {kind, QStringLiteral("Claude settings are not valid JSON, so Taskrack did not "
-                                     "change them.")};
+        return {kind, path + QStringLiteral(" is not valid JSON (it may be cut short), so Taskrack "
+                                            "did not change it. Fix it or restore it from a "
+                                            "backup, then try again.")};
     case Kind::backupFailed:
         return {kind, QStringLiteral("Taskrack could not back up Claude settings, so it did not "
                                      "change them.")};
     case Kind::writeFailed:
         return {kind, QStringLiteral("Taskrack could not save Claude settings. Nothing was "
                                      "changed.")};
+    case Kind::settingsDanglingLink:
+        return {kind, path + QStringLiteral(" is a symbolic link to a file that does not exist. "
+                                            "Fix or remove the link, then try again.") +
+                          unchanged};
+    case Kind::settingsIsDirectory:
+        return {kind, path + QStringLiteral(" is a folder, not a file. Move it out of the way, "
+                                            "then try again.") +
+                          unchanged};
+    case Kind::settingsNotRegular:
+        return {kind, path + QStringLiteral(" is not a regular file (a pipe or a device). Replace "
+                                            "it with a file, then try again.") +
+                          unchanged};
+    case Kind::settingsUnreadable:
+        return {kind, QStringLiteral("Taskrack may not read ") + path +
+                          QStringLiteral(". Check its permissions, then try again.") + unchanged};
+    case Kind::settingsReadOnly:
+        return {kind, path + QStringLiteral(" is read-only, so Taskrack did not change it. Make it "
+                                            "writable (chmod u+w) if Taskrack may add its hooks.")};
+    case Kind::settingsOwnedByOtherUser:
+        return {kind, path + QStringLiteral(" belongs to another user, so Taskrack did not change "
+                                            "it. Run Taskrack as that user, or pass "
+                                            "--allow-other-owner to edit it and keep its owner.")};
+    case Kind::claudeFolderMissing:
+        return {kind, path + QStringLiteral(" does not exist, so there is no Claude Code to add "
+                                            "hooks to. Run Claude Code once, or check --home.") +
+                          unchanged};
     }
     return {kind, QString()};
 }
@@ -359,7 +263,12 @@ const std::vector<ClaudeHookDefinition> &claudeInstalledHookDefinitions()
     return definitions;
 }
 
-bool claudeSettingsWithinComplexityLimits(QByteArrayView bytes)
+namespace {
+
+enum class Shape { fine, tooComplex, unbalanced };
+
+// A truncated file is unbalanced: that is a JSON fault, not a resource limit.
+Shape shapeOf(QByteArrayView bytes)
 {
     int depth = 0;
     int containers = 0;
@@ -382,18 +291,25 @@ bool claudeSettingsWithinComplexityLimits(QByteArrayView bytes)
         case '{':
         case '[':
             if (++depth > maximumNesting || ++containers > maximumContainers)
-                return false;
+                return Shape::tooComplex;
             break;
         case '}':
         case ']':
             if (--depth < 0)
-                return false;
+                return Shape::unbalanced;
             break;
         default:
             break;
         }
     }
-    return depth == 0 && !inString && !escaped;
+    return depth == 0 && !inString && !escaped ? Shape::fine : Shape::unbalanced;
+}
+
+} // namespace
+
+bool claudeSettingsWithinComplexityLimits(QByteArrayView bytes)
+{
+    return shapeOf(bytes) == Shape::fine;
 }
 
 bool isOwnedClaudeHookEntry(const JSONValue &entry)
@@ -456,8 +372,9 @@ JSONValue::Object removingOwnedClaudeHookEntries(const JSONValue::Object &hooks)
     return result;
 }
 
-ClaudeHookInstaller::ClaudeHookInstaller(QString settingsPath)
-    : m_settingsPath(std::move(settingsPath))
+ClaudeHookInstaller::ClaudeHookInstaller(QString settingsPath, FileSystem &fileSystem,
+                                         Options options)
+    : m_settingsPath(std::move(settingsPath)), m_fileSystem(fileSystem), m_options(options)
 {
 }
 
@@ -492,57 +409,116 @@ QCoro::Task<ClaudeHookInstallationStatus> ClaudeHookInstaller::remove()
     co_return co_await executor().run([&] { return removeNow(); });
 }
 
+// Claude Code runs the command from the session's directory: only an absolute path is stable.
+bool ClaudeHookInstaller::isExecutableFile(const QString &path) const
+{
+    if (path.isEmpty() || !QFileInfo(path).isAbsolute())
+        return false;
+    const auto attributes = m_fileSystem.stat(path);
+    return attributes && attributes->isRegular() && (attributes->mode & 0111);
+}
+
 ClaudeSettingsSnapshot ClaudeHookInstaller::loadSnapshot() const
 {
     ClaudeSettingsSnapshot snapshot;
-    if (!fileExists(m_settingsPath))
+    snapshot.filePath = m_settingsPath;
+    const auto entry = m_fileSystem.stat(m_settingsPath, FileSystem::Links::doNotFollow);
+    if (!entry && entry.error() == FileError::notFound)
         return snapshot;
-    snapshot.existed = true;
-    std::optional<mode_t> permissions;
-    const QByteArray bytes = guardedRead(m_settingsPath, &permissions);
-    std::optional<JSONValue> document = JSONValue::parse(bytes);
+    if (!entry)
+        fail(Kind::settingsUnreadable, m_settingsPath);
+    if (entry->kind == FileKind::symbolicLink) {
+        snapshot.filePath = m_fileSystem.resolvedPath(m_settingsPath);
+        if (snapshot.filePath.isEmpty())
+            fail(Kind::settingsDanglingLink, m_settingsPath);
+    }
+    auto read = m_fileSystem.readFile(snapshot.filePath, {}, claudeSettingsMaximumBytes);
+    if (!read) {
+        switch (read.error()) {
+        case FileError::directory:
+            fail(Kind::settingsIsDirectory, m_settingsPath);
+        case FileError::notRegular:
+            fail(Kind::settingsNotRegular, m_settingsPath);
+        case FileError::tooLarge:
+            fail(Kind::settingsTooLarge, m_settingsPath);
+        case FileError::changedDuringRead:
+        case FileError::notFound:
+        case FileError::symbolicLink:
+            fail(Kind::settingsChangedDuringUpdate);
+        default:
+            fail(Kind::settingsUnreadable, m_settingsPath);
+        }
+    }
+    const Shape shape = shapeOf(read->bytes);
+    if (shape == Shape::tooComplex)
+        fail(Kind::settingsResourceLimit);
+    if (shape == Shape::unbalanced)
+        fail(Kind::invalidSettingsJSON, m_settingsPath);
+    std::optional<JSONValue> document = JSONValue::parse(read->bytes);
     if (!document)
-        fail(Kind::invalidSettingsJSON);
+        fail(Kind::invalidSettingsJSON, m_settingsPath);
     if (!document->object())
         fail(Kind::invalidSettingsRoot);
-    snapshot.data = bytes;
+    snapshot.attributes = read->attributes;
+    snapshot.data = std::move(read->bytes);
     snapshot.root = std::move(*document->object());
-    snapshot.permissions = permissions;
     return snapshot;
 }
 
-void ClaudeHookInstaller::write(const JSONValue::Object &root, const ClaudeSettingsSnapshot &snapshot)
+bool ClaudeHookInstaller::write(const JSONValue::Object &root, const ClaudeSettingsSnapshot &snapshot)
 {
     if (root == snapshot.root)
-        return;
-    const QString directory = QFileInfo(m_settingsPath).absolutePath();
-    if (!QDir().mkpath(directory))
-        fail(Kind::writeFailed);
-
-    if (m_beforeWrite)
-        m_beforeWrite();
-    if (fileExists(m_settingsPath) != snapshot.existed)
-        fail(Kind::settingsChangedDuringUpdate);
-    if (snapshot.existed) {
-        QByteArray current;
-        try {
-            current = guardedRead(m_settingsPath);
-        } catch (const ClaudeHookInstallerError &) {
-            fail(Kind::settingsChangedDuringUpdate);
-        }
-        if (current != snapshot.data)
-            fail(Kind::settingsChangedDuringUpdate);
+        return true;
+    FileAttributes like;
+    if (snapshot.attributes) {
+        like = *snapshot.attributes;
+        if (like.owner != m_fileSystem.userId() && !m_options.allowOtherOwner)
+            fail(Kind::settingsOwnedByOtherUser, m_settingsPath);
+        if (!(like.mode & 0200))
+            fail(Kind::settingsReadOnly, m_settingsPath);
+    } else {
+        // Never create Claude's folder: without it there is no Claude Code to hook into.
+        const QString folder = QFileInfo(m_settingsPath).absolutePath();
+        const auto folderAttributes = m_fileSystem.stat(folder);
+        if (!folderAttributes || !folderAttributes->isDirectory())
+            fail(Kind::claudeFolderMissing, folder);
+        like = *folderAttributes;
+        if (like.owner != m_fileSystem.userId() && !m_options.allowOtherOwner)
+            fail(Kind::settingsOwnedByOtherUser, m_settingsPath);
+        like.mode = 0600; // the file holds a token: owner only
     }
-
-    const mode_t permissions = snapshot.permissions.value_or(0600);
-    if (snapshot.existed && !fileExists(backupPath()) &&
-        !writeBackup(backupPath(), *snapshot.data, permissions))
-        fail(Kind::backupFailed);
 
     const QByteArray encoded = JSONValue(root).toPrettyJSON();
     if (encoded.size() > claudeSettingsMaximumBytes)
         fail(Kind::settingsResourceLimit);
-    writeAtomically(m_settingsPath, encoded, permissions);
+    if (snapshot.attributes) {
+        const auto backup = m_fileSystem.createExclusively(backupPath(), snapshot.data, like);
+        if (backup && *backup != FileError::alreadyExists)
+            fail(Kind::backupFailed);
+    }
+    const auto replaced = m_fileSystem.replace(snapshot.filePath, encoded, like,
+                                               ReplaceExpectation{snapshot.attributes, snapshot.data});
+    if (replaced == FileError::changedBeforeReplace)
+        return false;
+    if (replaced)
+        fail(Kind::writeFailed);
+    return true;
+}
+
+ClaudeHookInstallationStatus ClaudeHookInstaller::update(
+    const std::function<ClaudeHookInstallationStatus(const ClaudeSettingsSnapshot &,
+                                                     JSONValue::Object &root)> &change)
+{
+    // Claude Code and the person edit this file without any lock: when one of them wrote while
+    // Taskrack prepared its version, theirs is kept and Taskrack starts over once.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const ClaudeSettingsSnapshot snapshot = loadSnapshot();
+        JSONValue::Object root = snapshot.root;
+        const ClaudeHookInstallationStatus status = change(snapshot, root);
+        if (write(root, snapshot))
+            return status;
+    }
+    fail(Kind::settingsChangedDuringUpdate);
 }
 
 ClaudeHookInstallationStatus ClaudeHookInstaller::installNow(const QString &helperPath,
@@ -553,47 +529,46 @@ ClaudeHookInstallationStatus ClaudeHookInstaller::installNow(const QString &help
     if (!isExecutableFile(helperPath))
         throw ClaudeHookInstallerError::helperMissing(helperPath);
 
-    const ClaudeSettingsSnapshot snapshot = loadSnapshot();
-    JSONValue::Object hooks = removingOwnedClaudeHookEntries(hooksObject(snapshot.root));
-    for (const ClaudeHookDefinition &definition : claudeInstalledHookDefinitions()) {
-        auto groups = hooks.find(definition.event);
-        if (groups == hooks.end())
-            groups = hooks.emplace(definition.event, JSONValue(JSONValue::Array{})).first;
-        // A null under the event name is a value too, and not a list.
-        if (!groups->second.array())
-            throw ClaudeHookInstallerError::invalidEventValue(definition.event);
-        groups->second.array()->push_back(makeGroup(definition, helperPath, token));
-    }
-
-    JSONValue::Object root = snapshot.root;
-    root[hooksKey] = JSONValue(std::move(hooks));
-    cleanAllowList(root);
-    write(root, snapshot);
-    return enabledOrHooksDisabled(root);
+    return update([&](const ClaudeSettingsSnapshot &, JSONValue::Object &root) {
+        JSONValue::Object hooks = removingOwnedClaudeHookEntries(hooksObject(root));
+        for (const ClaudeHookDefinition &definition : claudeInstalledHookDefinitions()) {
+            auto groups = hooks.find(definition.event);
+            if (groups == hooks.end())
+                groups = hooks.emplace(definition.event, JSONValue(JSONValue::Array{})).first;
+            // A null under the event name is a value too, and not a list.
+            if (!groups->second.array())
+                throw ClaudeHookInstallerError::invalidEventValue(definition.event);
+            groups->second.array()->push_back(makeGroup(definition, helperPath, token));
+        }
+        root[hooksKey] = JSONValue(std::move(hooks));
+        cleanAllowList(root);
+        return enabledOrHooksDisabled(root);
+    });
 }
 
 ClaudeHookInstallationStatus ClaudeHookInstaller::removeNow()
 {
-    if (!fileExists(m_settingsPath))
+    if (!m_fileSystem.stat(m_settingsPath, FileSystem::Links::doNotFollow))
         return ClaudeHookInstallationStatus::notConfigured;
-    const ClaudeSettingsSnapshot snapshot = loadSnapshot();
-    JSONValue::Object hooks = removingOwnedClaudeHookEntries(hooksObject(snapshot.root));
-    JSONValue::Object root = snapshot.root;
-    if (hooks.empty())
-        root.erase(hooksKey);
-    else
-        root[hooksKey] = JSONValue(std::move(hooks));
-    cleanAllowList(root);
-    write(root, snapshot);
-    return ClaudeHookInstallationStatus::disabled;
+    return update([&](const ClaudeSettingsSnapshot &snapshot, JSONValue::Object &root) {
+        if (!snapshot.attributes)
+            return ClaudeHookInstallationStatus::notConfigured;
+        JSONValue::Object hooks = removingOwnedClaudeHookEntries(hooksObject(root));
+        if (hooks.empty())
+            root.erase(hooksKey);
+        else
+            root[hooksKey] = JSONValue(std::move(hooks));
+        cleanAllowList(root);
+        return ClaudeHookInstallationStatus::disabled;
+    });
 }
 
 ClaudeHookInstallationStatus
 ClaudeHookInstaller::statusNow(const QString &helperPath, const std::optional<QString> &token) const
 {
-    if (!fileExists(m_settingsPath))
-        return ClaudeHookInstallationStatus::notConfigured;
     const ClaudeSettingsSnapshot snapshot = loadSnapshot();
+    if (!snapshot.attributes)
+        return ClaudeHookInstallationStatus::notConfigured;
     const JSONValue *hooksValue = member(snapshot.root, hooksKey);
     if (snapshot.root.empty() || !hooksValue)
         return ClaudeHookInstallationStatus::disabled;

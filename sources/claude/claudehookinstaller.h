@@ -3,10 +3,15 @@
 // Adds and removes Taskrack's hook entries in Claude Code's settings file, a file that belongs
 // to the person. It touches only entries it can prove are its own, refuses files it does not
 // understand, notices edits made by other programs while it works, keeps a one-time backup and
-// replaces the file atomically with the same permissions. Whenever it refuses, the file keeps
-// its bytes.
+// replaces the file atomically with the same mode, owner and group. Whenever it refuses, the file
+// keeps its bytes, and the message says why and what to do.
+//
+// A settings.json that is a symbolic link (dotfile managers keep the real file elsewhere) is
+// edited where it points, with the same checks, as long as the target is a regular file: the
+// link itself stays as it is.
 
 #include "core/taskrackerror.h"
+#include "platform/filesystem.h"
 #include "sources/claude/claudehookjson.h"
 
 #include <QCoro/QCoroTask>
@@ -14,7 +19,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <sys/types.h>
 #include <vector>
 
 namespace taskrack {
@@ -39,16 +43,25 @@ public:
         invalidSettingsRoot,
         invalidHooksValue,
         invalidToken,
-        settingsResourceLimit,
+        settingsResourceLimit, // too deeply nested or too many containers
+        settingsTooLarge,
         settingsChangedDuringUpdate,
         invalidSettingsJSON,
         backupFailed,
         writeFailed,
+        settingsDanglingLink,
+        settingsIsDirectory,
+        settingsNotRegular,
+        settingsUnreadable,
+        settingsReadOnly,
+        settingsOwnedByOtherUser,
+        claudeFolderMissing,
     };
 
     static ClaudeHookInstallerError invalidEventValue(const QString &event);
     static ClaudeHookInstallerError helperMissing(const QString &path);
-    static ClaudeHookInstallerError make(Kind kind);
+    // `path` is the settings file, or Claude's folder for claudeFolderMissing.
+    static ClaudeHookInstallerError make(Kind kind, const QString &path = {});
 
     Kind kind() const { return m_kind; }
 
@@ -93,16 +106,25 @@ bool isOwnedClaudeHookEntry(const JSONValue &entry);
 JSONValue::Object removingOwnedClaudeHookEntries(const JSONValue::Object &hooks);
 
 struct ClaudeSettingsSnapshot {
-    bool existed = false;
-    std::optional<QByteArray> data;
+    QString filePath; // where the bytes live: the settings path, or the target of its link
+    std::optional<FileAttributes> attributes; // none when the file does not exist
+    QByteArray data;
     JSONValue::Object root;
-    std::optional<mode_t> permissions;
 };
 
 class ClaudeHookInstaller : public ClaudeHookInstalling
 {
 public:
-    explicit ClaudeHookInstaller(QString settingsPath);
+    struct Options {
+        // Edit a file that belongs to another user (e.g. as root on someone's home), keeping its
+        // owner. Refused unless asked for.
+        bool allowOtherOwner = false;
+    };
+    ClaudeHookInstaller(QString settingsPath, FileSystem &fileSystem, Options options);
+    ClaudeHookInstaller(QString settingsPath, FileSystem &fileSystem)
+        : ClaudeHookInstaller(std::move(settingsPath), fileSystem, Options{})
+    {
+    }
     ~ClaudeHookInstaller() override;
 
     const QString &settingsPath() const { return m_settingsPath; }
@@ -120,17 +142,20 @@ public:
     ClaudeHookInstallationStatus installNow(const QString &helperPath, const QString &token);
     ClaudeHookInstallationStatus removeNow();
 
-    // Runs between taking the snapshot and the change check before a write. Other programs
-    // edit the file in that window; tests use this to be one of them.
-    void setBeforeWriteHook(std::function<void()> hook) { m_beforeWrite = std::move(hook); }
-
 private:
     ClaudeSettingsSnapshot loadSnapshot() const;
-    void write(const JSONValue::Object &root, const ClaudeSettingsSnapshot &snapshot);
+    bool isExecutableFile(const QString &path) const;
+    // Whether the file was written; false when it changed since the snapshot was taken.
+    bool write(const JSONValue::Object &root, const ClaudeSettingsSnapshot &snapshot);
+    // Runs `change` on a fresh snapshot, once more when another program wrote meanwhile.
+    ClaudeHookInstallationStatus
+    update(const std::function<ClaudeHookInstallationStatus(const ClaudeSettingsSnapshot &,
+                                                            JSONValue::Object &root)> &change);
     SerialExecutor &executor();
 
     QString m_settingsPath;
-    std::function<void()> m_beforeWrite;
+    FileSystem &m_fileSystem;
+    Options m_options;
     std::unique_ptr<SerialExecutor> m_executor;
 };
 

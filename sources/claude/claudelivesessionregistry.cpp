@@ -55,8 +55,10 @@ std::optional<ClaudeLiveSessionEntry> decodeClaudeLiveSessionEntry(QByteArrayVie
     return entry;
 }
 
-ClaudeLiveSessionRegistry::ClaudeLiveSessionRegistry(QString sessionsPath, ProcessProbe isProcessAlive)
-    : m_sessionsPath(std::move(sessionsPath)),
+ClaudeLiveSessionRegistry::ClaudeLiveSessionRegistry(const FileSystem &fileSystem,
+                                                     QString sessionsPath,
+                                                     ProcessProbe isProcessAlive)
+    : m_fileSystem(fileSystem), m_sessionsPath(std::move(sessionsPath)),
       m_isProcessAlive(isProcessAlive ? std::move(isProcessAlive) : ProcessProbe(defaultProcessProbe))
 {
 }
@@ -64,17 +66,21 @@ ClaudeLiveSessionRegistry::ClaudeLiveSessionRegistry(QString sessionsPath, Proce
 QHash<QString, ClaudeLiveSessionEntry> ClaudeLiveSessionRegistry::read() const
 {
     QHash<QString, ClaudeLiveSessionEntry> entries;
-    const QDir directory(m_sessionsPath);
-    if (!directory.exists())
+    const QString root = m_fileSystem.resolvedPath(m_sessionsPath);
+    const auto listing = root.isEmpty() ? FileResult<std::vector<DirectoryEntry>>(FileError::notFound)
+                                        : m_fileSystem.list(root);
+    if (!listing)
         return entries;
-    const QString root = resolvedClaudeRoot(m_sessionsPath);
-    const QStringList names = directory.entryList({QStringLiteral("*.json")}, QDir::Files | QDir::NoDotAndDotDot);
-    for (const QString &name : names) {
+    for (const DirectoryEntry &file : *listing) {
+        const QString &name = file.name;
+        if (!name.endsWith(QLatin1String(".json")) || file.attributes.isDirectory())
+            continue;
         bool isNumber = false;
         const qint64 filePid = name.chopped(5).toLongLong(&isNumber);
         if (!isNumber)
             continue;
-        const auto data = readSmallClaudeFile(directory.filePath(name), root, entryBytes + 1);
+        const auto data =
+            readSmallClaudeFile(m_fileSystem, root + QLatin1Char('/') + name, root, entryBytes + 1);
         if (!data)
             continue;
         auto entry = decodeClaudeLiveSessionEntry(*data);

@@ -6,6 +6,8 @@
 
 #include <QByteArrayView>
 #include <QDateTime>
+#include "platform/filesystem.h"
+
 #include <QHash>
 #include <QString>
 #include <functional>
@@ -34,13 +36,15 @@ public:
     using ProcessProbe = std::function<bool(qint64 pid)>;
 
     // `isProcessAlive` defaults to kill(pid, 0).
-    explicit ClaudeLiveSessionRegistry(QString sessionsPath, ProcessProbe isProcessAlive = {});
+    ClaudeLiveSessionRegistry(const FileSystem &fileSystem, QString sessionsPath,
+                              ProcessProbe isProcessAlive = {});
 
     // Entries of live processes by session id; of two entries for one session the newer status
     // wins.
     QHash<QString, ClaudeLiveSessionEntry> read() const;
 
 private:
+    const FileSystem &m_fileSystem;
     QString m_sessionsPath;
     ProcessProbe m_isProcessAlive;
 };

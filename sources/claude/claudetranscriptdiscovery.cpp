@@ -97,7 +97,8 @@ std::optional<ClaudeTranscriptHead> ClaudeTranscriptDiscovery::readHead(const Cl
                 return cached->head;
         }
     }
-    auto file = ClaudeCheckedFile::open(transcript.path, resolvedClaudeRoot(m_reader.rootPath()),
+    auto file = ClaudeCheckedFile::open(m_reader.fileSystem(), transcript.path,
+                                        m_reader.fileSystem().resolvedPath(m_reader.rootPath()),
                                         &m_reader.counters());
     if (!file)
         return std::nullopt;

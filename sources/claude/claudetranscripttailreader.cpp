@@ -3,9 +3,6 @@
 #include <QDir>
 #include <QFile>
 #include <cstring>
-#include <dirent.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace taskrack {
 
@@ -66,11 +63,6 @@ bool isPlausibleSessionStem(QStringView stem)
     }
     return true;
 }
-
-struct DirCloser {
-    void operator()(DIR *dir) const { ::closedir(dir); }
-};
-using DirHandle = std::unique_ptr<DIR, DirCloser>;
 
 } // namespace
 
@@ -173,8 +165,10 @@ RackStatus statusOfLifecycle(TranscriptLifecycleEvent lifecycle)
     return RackStatus::recent;
 }
 
-ClaudeTranscriptTailReader::ClaudeTranscriptTailReader(QString rootPath, double indexHorizon)
-    : m_rootPath(QDir::cleanPath(std::move(rootPath))), m_indexHorizon(indexHorizon)
+ClaudeTranscriptTailReader::ClaudeTranscriptTailReader(const FileSystem &fileSystem, QString rootPath,
+                                                       double indexHorizon)
+    : m_fileSystem(fileSystem), m_rootPath(QDir::cleanPath(std::move(rootPath))),
+      m_indexHorizon(indexHorizon)
 {
 }
 
@@ -207,43 +201,56 @@ QHash<QString, ClaudeIndexedTranscript> ClaudeTranscriptTailReader::index(const 
                                                                           const QDateTime &now) const
 {
     QHash<QString, ClaudeIndexedTranscript> result;
-    const QByteArray root = QFile::encodeName(m_rootPath);
-    DirHandle rootDir(::opendir(root.constData()));
-    if (!rootDir)
-        return result;
+    // The root may itself be a link (it is taken where it points); below it, a link is followed
+    // only while it stays inside, like every read of a provider's files.
+    const QString root = m_fileSystem.resolvedPath(m_rootPath);
+    int unreadable = 0;
+    const auto projects = root.isEmpty() ? FileResult<std::vector<DirectoryEntry>>(FileError::notFound)
+                                         : m_fileSystem.list(root);
+    if (!projects && projects.error() != FileError::notFound)
+        ++unreadable;
     const qint64 nowMs = now.toMSecsSinceEpoch();
-    while (dirent *project = ::readdir(rootDir.get())) {
-        if (project->d_name[0] == '.')
+    for (const DirectoryEntry &project : projects ? *projects : std::vector<DirectoryEntry>()) {
+        if (project.name.startsWith(QLatin1Char('.')))
             continue;
-        if (project->d_type != DT_DIR && project->d_type != DT_UNKNOWN && project->d_type != DT_LNK)
-            continue;
-        const QByteArray projectPath = root + '/' + project->d_name;
-        DirHandle projectDir(::opendir(projectPath.constData()));
-        if (!projectDir)
-            continue;
-        const int projectFd = ::dirfd(projectDir.get());
-        while (dirent *entry = ::readdir(projectDir.get())) {
-            const size_t nameLength = std::strlen(entry->d_name);
-            if (entry->d_name[0] == '.' || nameLength <= 6
-                || std::strcmp(entry->d_name + nameLength - 6, ".jsonl") != 0)
+        QString projectPath = root + QLatin1Char('/') + project.name;
+        if (project.attributes.kind == FileKind::symbolicLink) {
+            projectPath = m_fileSystem.resolvedPath(projectPath);
+            if (projectPath.isEmpty() || !isPathInside(projectPath, root))
                 continue;
-            const QString stem = QFile::decodeName(QByteArray(entry->d_name, qsizetype(nameLength - 6)));
+        } else if (!project.attributes.isDirectory()) {
+            continue;
+        }
+        const auto entries = m_fileSystem.list(projectPath);
+        if (!entries) {
+            unreadable += entries.error() == FileError::unreadable;
+            continue;
+        }
+        for (const DirectoryEntry &entry : *entries) {
+            if (entry.name.startsWith(QLatin1Char('.')) || entry.name.size() <= 6 ||
+                !entry.name.endsWith(QLatin1String(".jsonl")))
+                continue;
+            const QString stem = entry.name.chopped(6);
             if (wanted ? !wanted->contains(stem) : !isPlausibleSessionStem(stem))
                 continue;
-            const auto stat = statClaudeEntry(projectFd, entry->d_name);
-            if (!stat || !stat->isRegularFile)
+            const QString path = projectPath + QLatin1Char('/') + entry.name;
+            auto attributes = FileResult<FileAttributes>(entry.attributes);
+            if (entry.attributes.kind == FileKind::symbolicLink)
+                attributes = m_fileSystem.stat(path);
+            if (!attributes || !attributes->isRegular())
                 continue;
-            const double age = double(nowMs - stat->modificationDate.toMSecsSinceEpoch()) / 1000.0;
+            const ClaudeFileStat stat = claudeFileStat(*attributes);
+            const double age = double(nowMs - stat.modificationDate.toMSecsSinceEpoch()) / 1000.0;
             if (age < -claudetranscript::clockSkewSeconds || age > m_indexHorizon)
                 continue;
             const auto existing = result.constFind(stem);
-            if (existing != result.cend() && existing->modificationDate >= stat->modificationDate)
+            if (existing != result.cend() && existing->modificationDate >= stat.modificationDate)
                 continue;
-            result.insert(stem, ClaudeIndexedTranscript{
-                                    QFile::decodeName(projectPath + '/' + entry->d_name),
-                                    stat->modificationDate, stat->size, stat->inode});
+            result.insert(stem, ClaudeIndexedTranscript{path, stat.modificationDate, stat.size,
+                                                        stat.inode});
         }
     }
+    m_unreadableFolders.store(unreadable, std::memory_order_relaxed);
     return result;
 }
 
@@ -293,7 +300,8 @@ std::optional<ClaudeTranscriptTailState> ClaudeTranscriptTailReader::readState(
     const ClaudeIndexedTranscript &transcript, bool *isStable)
 {
     using namespace claudetranscript;
-    auto file = ClaudeCheckedFile::open(transcript.path, resolvedClaudeRoot(m_rootPath), &m_counters);
+    auto file = ClaudeCheckedFile::open(m_fileSystem, transcript.path,
+                                        m_fileSystem.resolvedPath(m_rootPath), &m_counters);
     if (!file)
         return std::nullopt;
     const qint64 size = file->size();

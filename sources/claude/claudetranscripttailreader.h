@@ -81,8 +81,10 @@ RackStatus statusOfLifecycle(TranscriptLifecycleEvent lifecycle);
 class ClaudeTranscriptTailReader
 {
 public:
-    explicit ClaudeTranscriptTailReader(QString rootPath,
-                                        double indexHorizon = claudetranscript::indexHorizonSeconds);
+    ClaudeTranscriptTailReader(const FileSystem &fileSystem, QString rootPath,
+                               double indexHorizon = claudetranscript::indexHorizonSeconds);
+
+    const FileSystem &fileSystem() const { return m_fileSystem; }
 
     const QString &rootPath() const { return m_rootPath; }
     double indexHorizon() const { return m_indexHorizon; }
@@ -103,6 +105,8 @@ public:
     std::optional<ClaudeTranscriptTailState> cachedState(const ClaudeIndexedTranscript &transcript) const;
 
     ClaudeReadCounters &counters() { return m_counters; }
+    // Folders the last index() could not read (permissions): reported, never silently empty.
+    int unreadableFolders() const { return m_unreadableFolders.load(std::memory_order_relaxed); }
 
 private:
     struct CachedTranscriptState {
@@ -113,8 +117,10 @@ private:
     std::optional<ClaudeTranscriptTailState> readState(const ClaudeIndexedTranscript &transcript,
                                                        bool *isStable);
 
+    const FileSystem &m_fileSystem;
     const QString m_rootPath;
     const double m_indexHorizon;
+    mutable std::atomic<int> m_unreadableFolders{0};
     ClaudeReadCounters m_counters;
     mutable std::mutex m_cacheLock;
     QHash<QString, CachedTranscriptState> m_cachedStates;

@@ -5,6 +5,7 @@
 
 #include "app/hookscommand.h"
 #include "platform/linux/dbushookeventtransport.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/settingspreferences.h"
 #include "sources/claude/claudeenhancedstatuscontroller.h"
 
@@ -26,7 +27,8 @@ QJsonValue optionalString(const std::optional<QString> &value)
 QCoro::Task<int> listen(const QString &home, const QString &helper)
 {
     SettingsPreferences preferences;
-    ClaudeHookInstaller installer(home + QStringLiteral("/.claude/settings.json"));
+    LinuxFileSystem fileSystem;
+    ClaudeHookInstaller installer(home + QStringLiteral("/.claude/settings.json"), fileSystem);
     DBusHookEventTransport transport;
     ClaudeHookBridgeListener listener(transport);
     ClaudeEnhancedStatusController controller(preferences, installer, &listener, helper);
@@ -58,8 +60,9 @@ QCoro::Task<int> listen(const QString &home, const QString &helper)
 QCoro::Task<int> hooks(const QString &action, const QString &home, const QString &helper)
 {
     SettingsPreferences preferences;
+    LinuxFileSystem fileSystem;
     HooksCommandContext context{home + QStringLiteral("/.claude/settings.json"), helper,
-                                &preferences};
+                                &preferences, &fileSystem};
     QTextStream out(stdout);
     QTextStream err(stderr);
     const int code = co_await runHooksCommand(QStringList(action), context, out, err);

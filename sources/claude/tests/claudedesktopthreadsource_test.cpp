@@ -1,4 +1,5 @@
 #include "sources/claude/claudedesktopthreadsource.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "testing/testsupport.h"
 
 #include <QCoroTimer>
@@ -81,11 +82,13 @@ protected:
         clock.set(baseTime);
     }
 
+    LinuxFileSystem fileSystem;
     std::unique_ptr<ClaudeDesktopThreadSource> makeSource()
     {
         ClaudeDesktopThreadSource::Configuration configuration;
         configuration.paths = paths;
         configuration.clock = &clock;
+        configuration.fileSystem = &fileSystem;
         configuration.processProbe = [this](qint64 pid) { return livePids.contains(pid); };
         return std::make_unique<ClaudeDesktopThreadSource>(std::move(configuration));
     }

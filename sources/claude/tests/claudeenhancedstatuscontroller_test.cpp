@@ -1,4 +1,5 @@
 #include "sources/claude/claudeenhancedstatuscontroller.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "testing/testsupport.h"
 
 #include "core/threadanchor.h"
@@ -350,7 +351,9 @@ TEST(ClaudeEnhancedStatusControllerRepairTest, AMovedApplicationIsRepairedAutoma
     const QString oldHelper = makeHelper("old/taskrack-hook-bridge");
     const QString newHelper = makeHelper("new/taskrack-hook-bridge");
     InMemoryPreferences preferences;
-    ClaudeHookInstaller installer(home.filePath(".claude/settings.json"));
+    QDir().mkpath(home.filePath(".claude"));
+    LinuxFileSystem fileSystem;
+    ClaudeHookInstaller installer(home.filePath(".claude/settings.json"), fileSystem);
     AlwaysAvailableTransport transport;
     ClaudeHookBridgeListener listener(transport);
 

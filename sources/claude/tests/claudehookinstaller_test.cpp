@@ -1,11 +1,7 @@
 #include "sources/claude/claudehookinstaller.h"
-#include "testing/testsupport.h"
+#include "testing/virtualfilesystem.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 namespace taskrack {
 
@@ -22,31 +18,6 @@ using ErrorKind = ClaudeHookInstallerError::Kind;
 const QString token = QStringLiteral("0f2a7c4e-1b9d-4e25-8a61-3c5d7e9f1a2b"
                                      "9c8b7a6d-5e4f-4a3b-9c2d-1e0f9a8b7c6d");
 const QString legacyURL = QStringLiteral("http://127.0.0.1:49643/claude-hook");
-
-QByteArray readBytes(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return file.readAll();
-}
-
-void writeBytes(const QString &path, const QByteArray &bytes, mode_t mode = 0644)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    ASSERT_EQ(file.write(bytes), bytes.size());
-    file.close();
-    ASSERT_EQ(::chmod(QFile::encodeName(path).constData(), mode), 0);
-}
-
-mode_t fileMode(const QString &path)
-{
-    struct stat info;
-    if (::lstat(QFile::encodeName(path).constData(), &info) != 0)
-        return 0;
-    return info.st_mode & 07777;
-}
 
 JSONValue parsed(const QByteArray &bytes)
 {
@@ -79,19 +50,30 @@ JSONValue group(JSONValue::Array entries, std::optional<QString> matcher = std::
     return JSONValue(std::move(object));
 }
 
+// The settings live in a file system in memory: every rule here is about bytes, modes, owners
+// and races, which it stages exactly (and the same way when the tests run as root).
 class ClaudeHookInstallerTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
+    ClaudeHookInstallerTest()
     {
-        ASSERT_TRUE(home.isValid());
-        ASSERT_TRUE(QDir(home.path()).mkpath(QStringLiteral(".claude")));
-        helper = home.filePath(QStringLiteral("bin/taskrack-hook-bridge"));
-        ASSERT_TRUE(QDir(home.path()).mkpath(QStringLiteral("bin")));
-        writeBytes(helper, "#!/bin/sh\nexit 0\n", 0755);
+        files.addFolder(home + "/.claude", 0700);
+        files.addFile(helper, "#!/bin/sh\nexit 0\n", 0755);
     }
 
-    QString settingsPath() const { return home.filePath(QStringLiteral(".claude/settings.json")); }
+    void writeBytes(const QString &path, const QByteArray &bytes, quint32 mode = 0644)
+    {
+        files.addFile(path, bytes, mode);
+    }
+    QByteArray readBytes(const QString &path) const { return files.bytes(path).value_or(""); }
+    quint32 fileMode(const QString &path) const
+    {
+        const auto attributes = files.attributesOf(path);
+        return attributes ? attributes->mode : 0;
+    }
+    bool exists(const QString &path) const { return files.attributesOf(path).has_value(); }
+
+    QString settingsPath() const { return home + "/.claude/settings.json"; }
     QString backupPath() const { return settingsPath() + QStringLiteral(".taskrack-backup"); }
     QByteArray settingsBytes() const { return readBytes(settingsPath()); }
     JSONValue settings() const { return parsed(settingsBytes()); }
@@ -117,9 +99,10 @@ protected:
         return std::nullopt;
     }
 
-    QTemporaryDir home;
-    QString helper;
-    ClaudeHookInstaller installer{home.filePath(QStringLiteral(".claude/settings.json"))};
+    const QString home = QStringLiteral("/home/ada");
+    const QString helper = QStringLiteral("/opt/taskrack/taskrack-hook-bridge");
+    testing::VirtualFileSystem files;
+    ClaudeHookInstaller installer{settingsPath(), files};
 };
 
 TEST_F(ClaudeHookInstallerTest, InstallsSevenGroupsInANewFileAndRemovesThemCompletely)
@@ -138,12 +121,12 @@ TEST_F(ClaudeHookInstallerTest, InstallsSevenGroupsInANewFileAndRemovesThemCompl
         EXPECT_EQ(hooks.at(definition.event), expected);
     }
     EXPECT_EQ(fileMode(settingsPath()), 0600u) << "a new file holds the token: owner only";
-    EXPECT_FALSE(QFile::exists(backupPath())) << "nothing existed to back up";
+    EXPECT_FALSE(exists(backupPath())) << "nothing existed to back up";
     EXPECT_EQ(installer.statusNow(helper, token), Status::enabled);
 
     // The written form: sorted keys, slashes as they are, a final newline.
     const QByteArray bytes = settingsBytes();
-    EXPECT_TRUE(bytes.contains(QFile::encodeName(helper))) << "slashes must not be escaped";
+    EXPECT_TRUE(bytes.contains(helper.toUtf8())) << "slashes must not be escaped";
     EXPECT_LT(bytes.indexOf("\"PermissionRequest\""), bytes.indexOf("\"SessionEnd\""));
     EXPECT_TRUE(bytes.endsWith("}\n"));
 
@@ -256,20 +239,32 @@ TEST_F(ClaudeHookInstallerTest, InstallingTwiceChangesNothingAndBacksUpOnce)
     ASSERT_EQ(installer.removeNow(), Status::disabled);
     ASSERT_EQ(installer.installNow(helper, token), Status::enabled);
     EXPECT_EQ(readBytes(backupPath()), original) << "the backup is never overwritten";
-    EXPECT_EQ(QDir(home.filePath(".claude")).entryList(QDir::Files | QDir::Hidden).size(), 2)
-        << "no temporary files are left behind";
+    EXPECT_EQ(files.list(home + "/.claude")->size(), 2u) << "settings and backup, nothing else";
 }
 
-TEST_F(ClaudeHookInstallerTest, KeepsThePermissionsOfTheFile)
+TEST_F(ClaudeHookInstallerTest, KeepsModeOwnerAndGroupOfTheFile)
 {
-    for (const mode_t mode : {mode_t(0600), mode_t(0640), mode_t(0664)}) {
+    for (const quint32 mode : {0600u, 0640u, 0664u}) {
         SCOPED_TRACE(mode);
         writeBytes(settingsPath(), "{}", mode);
+        files.setOwner(settingsPath(), 1000, 44);
         ASSERT_EQ(installer.installNow(helper, token), Status::enabled);
-        EXPECT_EQ(fileMode(settingsPath()), mode);
         ASSERT_EQ(installer.removeNow(), Status::disabled);
-        EXPECT_EQ(fileMode(settingsPath()), mode);
+        const auto attributes = files.attributesOf(settingsPath());
+        EXPECT_EQ(attributes->mode, mode);
+        EXPECT_EQ(attributes->group, 44u);
     }
+    // Root working on someone's home, when asked to: the file stays hers, and readable to her.
+    files.setUserId(0);
+    files.setOwner(settingsPath(), 1000, 1000);
+    ClaudeHookInstaller asRoot(settingsPath(), files, {.allowOtherOwner = true});
+    ASSERT_EQ(asRoot.installNow(helper, token), Status::enabled);
+    EXPECT_EQ(files.attributesOf(settingsPath())->owner, 1000u);
+    EXPECT_EQ(files.attributesOf(backupPath())->owner, 1000u);
+    files.remove(settingsPath());
+    files.setOwner(home + "/.claude", 1000, 1000);
+    ASSERT_EQ(asRoot.installNow(helper, token), Status::enabled);
+    EXPECT_EQ(files.attributesOf(settingsPath())->owner, 1000u) << "a new file is hers too";
 }
 
 TEST_F(ClaudeHookInstallerTest, ReportsHooksDisabledWhenClaudeRunsNoHooks)
@@ -282,23 +277,45 @@ TEST_F(ClaudeHookInstallerTest, ReportsHooksDisabledWhenClaudeRunsNoHooks)
     EXPECT_EQ(installer.installNow(helper, token), Status::enabled) << "only the Boolean counts";
 }
 
-TEST_F(ClaudeHookInstallerTest, RefusesAnEditMadeBetweenReadingAndWriting)
+TEST_F(ClaudeHookInstallerTest, KeepsAnEditMadeBetweenReadingAndReplacing)
 {
-    const QByteArray original = R"({"model": "opus"})";
-    const QByteArray theirs = R"({"model": "haiku"})";
-    writeBytes(settingsPath(), original);
-    installer.setBeforeWriteHook([&] { writeBytes(settingsPath(), theirs); });
+    writeBytes(settingsPath(), R"({"model": "opus"})");
+    // Once: Taskrack starts over from the other program's version and keeps its edit.
+    int edits = 0;
+    files.setBeforeReplace([&] {
+        if (edits++ == 0)
+            files.append(settingsPath(), " ");
+    });
+    ASSERT_EQ(installer.installNow(helper, token), Status::enabled);
+    EXPECT_EQ(edits, 2);
+    EXPECT_EQ(readBytes(backupPath()), R"({"model": "opus"})");
 
-    EXPECT_EQ(errorOf([&] { installer.installNow(helper, token); }),
-              ErrorKind::settingsChangedDuringUpdate);
-    EXPECT_EQ(settingsBytes(), theirs) << "the other program's edit is intact";
-    EXPECT_FALSE(QFile::exists(backupPath()));
+    // Every time: refused, and the other program's last version stands.
+    files.setBeforeReplace([&] { files.append(settingsPath(), " "); });
+    const QByteArray before = settingsBytes();
+    EXPECT_EQ(errorOf([&] { installer.removeNow(); }), ErrorKind::settingsChangedDuringUpdate);
+    EXPECT_EQ(settingsBytes(), before + "  ");
 
     // A file that appears while Taskrack prepares the first version is someone else's too.
-    QFile::remove(settingsPath());
+    files.remove(settingsPath());
+    files.setBeforeReplace([&] { files.addFile(settingsPath(), "{}"); });
     EXPECT_EQ(errorOf([&] { installer.installNow(helper, token); }),
               ErrorKind::settingsChangedDuringUpdate);
-    EXPECT_EQ(settingsBytes(), theirs);
+}
+
+TEST_F(ClaudeHookInstallerTest, WritesThroughALinkToARegularFile)
+{
+    // Dotfile managers keep the real file elsewhere; the link stays, the target gets the hooks.
+    const QString target = home + "/dotfiles/claude/settings.json";
+    writeBytes(target, R"({"model": "opus"})", 0600);
+    files.addLink(settingsPath(), "../dotfiles/claude/settings.json");
+    ASSERT_EQ(installer.installNow(helper, token), Status::enabled);
+    EXPECT_EQ(files.attributesOf(settingsPath())->kind, FileKind::symbolicLink);
+    EXPECT_EQ(installer.statusNow(helper, token), Status::enabled);
+    EXPECT_EQ(fileMode(target), 0600u);
+    EXPECT_EQ(readBytes(backupPath()), R"({"model": "opus"})");
+    ASSERT_EQ(installer.removeNow(), Status::disabled);
+    EXPECT_EQ(parsed(readBytes(target)), parsed(R"({"model": "opus"})"));
 }
 
 TEST_F(ClaudeHookInstallerTest, RefusesBadTokensAndMissingHelpersBeforeReading)
@@ -310,7 +327,7 @@ TEST_F(ClaudeHookInstallerTest, RefusesBadTokensAndMissingHelpersBeforeReading)
               ErrorKind::invalidToken);
 
     QString message;
-    const QString missing = home.filePath("nowhere/taskrack-hook-bridge");
+    const QString missing = home + "/nowhere/taskrack-hook-bridge";
     EXPECT_EQ(errorOf([&] { installer.installNow(missing, token); }, &message),
               ErrorKind::helperMissing);
     EXPECT_EQ(message, QStringLiteral("Taskrack’s signed Claude helper is missing at ") + missing +
@@ -320,34 +337,112 @@ TEST_F(ClaudeHookInstallerTest, RefusesBadTokensAndMissingHelpersBeforeReading)
               ErrorKind::helperMissing)
         << "hooks run from the session's directory; a relative path would not be found";
 
-    ASSERT_EQ(::chmod(QFile::encodeName(helper).constData(), 0644), 0);
+    files.setMode(helper, 0644);
     EXPECT_EQ(errorOf([&] { installer.installNow(helper, token); }), ErrorKind::helperMissing)
         << "a helper that can't be run is as good as missing";
     EXPECT_EQ(settingsBytes(), QByteArray("not json at all"));
 }
 
-TEST_F(ClaudeHookInstallerTest, RemovingWithoutASettingsFileCreatesNothing)
+TEST_F(ClaudeHookInstallerTest, NeverCreatesClaudesFolder)
 {
-    QDir(home.filePath(".claude")).removeRecursively();
+    files.remove(home + "/.claude");
     EXPECT_EQ(installer.removeNow(), Status::notConfigured);
-    EXPECT_FALSE(QFileInfo::exists(home.filePath(".claude")));
+    QString message;
+    EXPECT_EQ(errorOf([&] { installer.installNow(helper, token); }, &message),
+              ErrorKind::claudeFolderMissing);
+    EXPECT_EQ(message, "/home/ada/.claude does not exist, so there is no Claude Code to add hooks "
+                       "to. Run Claude Code once, or check --home. Nothing was changed.");
+    EXPECT_FALSE(exists(home + "/.claude"));
 }
 
-TEST_F(ClaudeHookInstallerTest, RefusesToFollowALinkOrReadADirectory)
+// Files that are not a settings file Taskrack may edit, each with its own reason.
+struct FileRefusal {
+    const char *name;
+    std::function<void(testing::VirtualFileSystem &files, const QString &path)> prepare;
+    ErrorKind kind;
+    const char *message;
+};
+void PrintTo(const FileRefusal &refusal, std::ostream *out)
 {
-    const QString elsewhere = home.filePath("dotfiles-settings.json");
-    writeBytes(elsewhere, "{}");
-    ASSERT_TRUE(QFile::link(elsewhere, settingsPath()));
-    EXPECT_EQ(errorOf([&] { installer.installNow(helper, token); }),
-              ErrorKind::settingsResourceLimit);
-    EXPECT_EQ(readBytes(elsewhere), QByteArray("{}"));
-    EXPECT_TRUE(QFileInfo(settingsPath()).isSymLink());
-
-    QFile::remove(settingsPath());
-    ASSERT_TRUE(QDir().mkpath(settingsPath()));
-    EXPECT_EQ(errorOf([&] { installer.statusNow(helper, token); }),
-              ErrorKind::settingsResourceLimit);
+    *out << refusal.name;
 }
+
+// Settings with an entry of Taskrack's, so that removing has something to do.
+const QByteArray withOurEntry = R"({"hooks": {"Stop": [{"hooks": [{"type": "command", "args": )"
+                                R"(["--taskrack-owner", "com.quillon.Taskrack"]}]}]}})";
+
+class ClaudeHookInstallerFileRefusalTest : public ClaudeHookInstallerTest,
+                                           public ::testing::WithParamInterface<FileRefusal>
+{
+};
+
+TEST_P(ClaudeHookInstallerFileRefusalTest, SaysWhyAndChangesNothing)
+{
+    GetParam().prepare(files, settingsPath());
+    const auto before = files.attributesOf(settingsPath());
+    const QByteArray bytes = settingsBytes();
+    QString message;
+    EXPECT_EQ(errorOf([&] { installer.installNow(helper, token); }, &message), GetParam().kind);
+    EXPECT_EQ(message, QString::fromUtf8(GetParam().message).arg(settingsPath()));
+    EXPECT_EQ(errorOf([&] { installer.removeNow(); }), GetParam().kind);
+    EXPECT_EQ(files.attributesOf(settingsPath()), before);
+    EXPECT_EQ(settingsBytes(), bytes);
+    EXPECT_FALSE(exists(backupPath()));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, ClaudeHookInstallerFileRefusalTest,
+    ::testing::Values(
+        FileRefusal{"DanglingLink",
+                    [](auto &files, auto &path) { files.addLink(path, "/home/ada/gone.json"); },
+                    ErrorKind::settingsDanglingLink,
+                    "%1 is a symbolic link to a file that does not exist. Fix or remove the link, "
+                    "then try again. Nothing was changed."},
+        FileRefusal{"Folder", [](auto &files, auto &path) { files.addFolder(path); },
+                    ErrorKind::settingsIsDirectory,
+                    "%1 is a folder, not a file. Move it out of the way, then try again. Nothing "
+                    "was changed."},
+        FileRefusal{"LinkToAFolder",
+                    [](auto &files, auto &path) {
+                        files.addFolder("/home/ada/dotfiles");
+                        files.addLink(path, "/home/ada/dotfiles");
+                    },
+                    ErrorKind::settingsIsDirectory,
+                    "%1 is a folder, not a file. Move it out of the way, then try again. Nothing "
+                    "was changed."},
+        FileRefusal{"Pipe", [](auto &files, auto &path) { files.addOther(path); },
+                    ErrorKind::settingsNotRegular,
+                    "%1 is not a regular file (a pipe or a device). Replace it with a file, then "
+                    "try again. Nothing was changed."},
+        FileRefusal{"Unreadable", [](auto &files, auto &path) { files.addFile(path, "{}", 0200); },
+                    ErrorKind::settingsUnreadable,
+                    "Taskrack may not read %1. Check its permissions, then try again. Nothing was "
+                    "changed."},
+        FileRefusal{"ReadOnly", [](auto &files, auto &path) { files.addFile(path, withOurEntry, 0444); },
+                    ErrorKind::settingsReadOnly,
+                    "%1 is read-only, so Taskrack did not change it. Make it writable (chmod u+w) "
+                    "if Taskrack may add its hooks."},
+        FileRefusal{"SomeoneElses",
+                    [](auto &files, auto &path) {
+                        files.addFile(path, withOurEntry, 0666);
+                        files.setOwner(path, 1001, 1001);
+                    },
+                    ErrorKind::settingsOwnedByOtherUser,
+                    "%1 belongs to another user, so Taskrack did not change it. Run Taskrack as "
+                    "that user, or pass --allow-other-owner to edit it and keep its owner."},
+        FileRefusal{"TooLarge",
+                    [](auto &files, auto &path) {
+                        files.addFile(path, "{\"a\": \"" + QByteArray(1 << 20, 'a') + "\"}");
+                    },
+                    ErrorKind::settingsTooLarge,
+                    "%1 is larger than 1 MiB, too large for Taskrack to update safely. Nothing "
+                    "was changed."},
+        FileRefusal{"CutShort",
+                    [](auto &files, auto &path) { files.addFile(path, R"({"model": "op)"); },
+                    ErrorKind::invalidSettingsJSON,
+                    "%1 is not valid JSON (it may be cut short), so Taskrack did not change it. "
+                    "Fix it or restore it from a backup, then try again."}),
+    [](const auto &info) { return std::string(info.param.name); });
 
 // Files Taskrack must not change, and what it says about each.
 struct Refusal {
@@ -381,6 +476,11 @@ QByteArray paddedTo(qsizetype size)
     return bytes;
 }
 
+void PrintTo(const Refusal &refusal, std::ostream *out)
+{
+    *out << refusal.name;
+}
+
 class ClaudeHookInstallerRefusalTest : public ClaudeHookInstallerTest,
                                        public ::testing::WithParamInterface<Refusal>
 {
@@ -400,7 +500,7 @@ TEST_P(ClaudeHookInstallerRefusalTest, LeavesTheBytesAsTheyWere)
     EXPECT_EQ(errorOf([&] { installer.removeNow(); }),
               refusal.removeRefuses ? std::optional(refusal.kind) : std::nullopt);
     EXPECT_EQ(settingsBytes(), refusal.bytes);
-    EXPECT_FALSE(QFile::exists(backupPath()));
+    EXPECT_FALSE(exists(backupPath()));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -425,13 +525,14 @@ INSTANTIATE_TEST_SUITE_P(
                 ErrorKind::invalidSettingsJSON},
         Refusal{"InvalidUtf8", "{\"model\": \"\xff\"}", ErrorKind::invalidSettingsJSON},
         Refusal{"SixtyFiveLevels", nested(65), ErrorKind::settingsResourceLimit,
-                "Claude settings are too large or complex for Taskrack to update safely. "
-                "Nothing was changed."},
+                "Claude settings are nested too deeply or hold too many lists and objects for "
+                "Taskrack to update safely. Nothing was changed."},
         Refusal{"TenThousandAndOneContainers", withContainers(10'001),
                 ErrorKind::settingsResourceLimit},
-        Refusal{"OneByteOverOneMebibyte", paddedTo(1'048'577), ErrorKind::settingsResourceLimit},
-        Refusal{"UnbalancedClose", R"({"a": 1}})", ErrorKind::settingsResourceLimit},
-        Refusal{"UnterminatedString", R"({"a": "1})", ErrorKind::settingsResourceLimit}),
+        Refusal{"OneByteOverOneMebibyte", paddedTo(1'048'577), ErrorKind::settingsTooLarge},
+        Refusal{"UnbalancedClose", R"({"a": 1}})", ErrorKind::invalidSettingsJSON},
+        Refusal{"CutShort", R"({"a": {"b": 1})", ErrorKind::invalidSettingsJSON},
+        Refusal{"UnterminatedString", R"({"a": "1})", ErrorKind::invalidSettingsJSON}),
     [](const ::testing::TestParamInfo<Refusal> &info) { return std::string(info.param.name); });
 
 TEST_F(ClaudeHookInstallerTest, AcceptsFilesRightAtTheLimits)
@@ -539,7 +640,7 @@ TEST_F(ClaudeHookInstallerTest, StatusNeedsTheHelperAndTheTokenOnceHooksAreOurs)
     ASSERT_EQ(installer.installNow(helper, token), Status::enabled);
     EXPECT_EQ(installer.statusNow(helper, std::nullopt), Status::needsRepair);
     EXPECT_EQ(installer.statusNow(helper, QStringLiteral("short")), Status::needsRepair);
-    EXPECT_EQ(installer.statusNow(home.filePath("moved/taskrack-hook-bridge"), token),
+    EXPECT_EQ(installer.statusNow(home + "/moved/taskrack-hook-bridge", token),
               Status::helperMissing);
 
     JSONValue root = settings();

@@ -1,4 +1,5 @@
 #include "sources/claude/claudelivesessionregistry.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "sources/claude/claudesessionevidence.h"
 
 #include <QDir>
@@ -112,12 +113,14 @@ TEST(LiveSessionRegistryTest, ReadsLiveEntriesOnlyAndBounded)
     write("300.json", R"({"pid":301,"sessionId":"s3","status":"busy"})");                          // name mismatch
     write("400.json", R"({"pid":400,"sessionId":"s4","status":"idle","pad":")" + QByteArray(70000, 'x') + "\"}");
     write("500.json", R"({"pid":500,"sessionId":"s1","status":"idle","statusUpdatedAt":1795380359000})"); // older
-    const ClaudeLiveSessionRegistry registry(temp.path(), [](qint64 pid) { return pid != 200; });
+    const LinuxFileSystem fileSystem;
+    const ClaudeLiveSessionRegistry registry(fileSystem, temp.path(),
+                                             [](qint64 pid) { return pid != 200; });
     const auto entries = registry.read();
     ASSERT_EQ(entries.keys(), QList<QString>({"s1"}));
     EXPECT_TRUE(entries["s1"].isBusy);
     EXPECT_EQ(entries["s1"].statusUpdatedAt, QDateTime::fromMSecsSinceEpoch(1795380359823, Qt::UTC));
-    EXPECT_TRUE(ClaudeLiveSessionRegistry(temp.filePath("missing")).read().isEmpty());
+    EXPECT_TRUE(ClaudeLiveSessionRegistry(fileSystem, temp.filePath("missing")).read().isEmpty());
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "sources/claude/claudetranscripttailreader.h"
+#include "platform/linux/linuxfilesystem.h"
 
 #include <QDir>
 #include <QFile>
@@ -95,7 +96,8 @@ protected:
 
     QTemporaryDir temp;
     QString root;
-    ClaudeTranscriptTailReader reader{temp.path() + "/projects"};
+    LinuxFileSystem fileSystem;
+    ClaudeTranscriptTailReader reader{fileSystem, temp.path() + "/projects"};
 };
 
 TEST_F(TranscriptReaderTest, NewestMeaningfulLineDecidesAndOnlyAPromptGivesRecency)
