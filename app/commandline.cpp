@@ -15,6 +15,13 @@ QString CommandLine::usage()
         "  read THREAD-ID | --all    mark finished tasks as read\n"
         "  hooks status|enable|disable|remove\n"
         "                            live Claude status through Claude Code hooks\n"
+        "  new --provider codex|claude [--project DIR | --scratch] [--model M]\n"
+        "      [--effort E | --codex-default] [--] PROMPT|-\n"
+        "                            start a task and send PROMPT (\"-\": read it from\n"
+        "                            standard input) in the current folder or DIR\n"
+        "  models [--json]           the Codex models Quick Tasks may use\n"
+        "  models --set MODEL [--effort E] | --codex-default\n"
+        "                            choose the model of new Codex Quick Tasks\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -70,6 +77,11 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             }
             line.mode = *mode;
             line.modeGiven = true;
+        } else if (!commandSeen && (arg == QLatin1String("new") || arg == QLatin1String("models"))) {
+            // A free-text prompt and options of their own follow: the command parses them.
+            line.command = arg == QLatin1String("new") ? Command::newTask : Command::models;
+            line.arguments = args.mid(i + 1);
+            return line;
         } else if (!commandSeen && !arg.startsWith(QLatin1Char('-'))) {
             static const QHash<QString, Command> commands{
                 {QStringLiteral("list"), Command::list},   {QStringLiteral("watch"), Command::watch},

@@ -8,7 +8,7 @@ namespace taskrack {
 
 // What the person asked for on the command line.
 struct CommandLine {
-    enum class Command { run, list, watch, hooks, open, read, help, version };
+    enum class Command { run, list, watch, hooks, open, read, help, version, newTask, models };
 
     Command command = Command::run;
     bool json = false;

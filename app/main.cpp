@@ -1,6 +1,7 @@
 #include "app/commandline.h"
 #include "app/hookscommand.h"
 #include "app/providerpaths.h"
+#include "app/quicktaskcommands.h"
 #include "app/openfilelimit.h"
 #include "app/rackcommands.h"
 #include "platform/linux/linuxfilesystem.h"
@@ -49,6 +50,10 @@ QCoro::Task<int> dispatch(CommandLine line)
         co_return co_await runOpenCommand(line);
     case CommandLine::Command::read:
         co_return co_await runReadCommand(line);
+    case CommandLine::Command::newTask:
+        co_return co_await runNewTaskCommand(line.arguments);
+    case CommandLine::Command::models:
+        co_return co_await runModelsCommand(line.arguments);
     default:
         co_return fail(QStringLiteral("This command is not available yet."));
     }

@@ -3,9 +3,9 @@
 // that the prompt never passes through the terminal's own parsing or a shell.
 //
 // It takes the request only from a FIFO of its own user that nobody else may open, removes the
-// FIFO before reading, reads a bounded amount, enters the folder and starts the command. When
-// the folder is gone or the command fails at once, the terminal stays open with the reason and
-// the prompt, so the text is not lost.
+// FIFO once Taskrack is connected, reads a bounded amount, enters the folder and starts the
+// command. When the folder is gone or the command fails at once, the terminal stays open with the
+// reason and the prompt, so the text is not lost.
 
 #include "quicktask/quicktasklaunchrequest.h"
 
@@ -65,12 +65,14 @@ std::optional<QByteArray> readRequest(const char *path)
         ::close(fd);
         return std::nullopt;
     }
-    ::unlink(path);
     QByteArray bytes;
     char buffer[65536];
     while (true) {
         const ssize_t n = ::read(fd, buffer, sizeof buffer);
         if (n > 0) {
+            // Taskrack is connected now: nobody else may reach this request.
+            if (bytes.isEmpty())
+                ::unlink(path);
             bytes.append(buffer, n);
             if (bytes.size() > taskrack::quickTaskLaunchRequestMaximumBytes)
                 break;
@@ -91,6 +93,7 @@ std::optional<QByteArray> readRequest(const char *path)
             break;
     }
     ::close(fd);
+    ::unlink(path);
     return bytes;
 }
 
