@@ -1,15 +1,8 @@
 #include "app/quicktaskcommands.h"
 
-#include "core/rackthreadopener.h"
-#include "platform/linux/linuxterminallauncher.h"
+#include "app/quicktaskassembly.h"
 #include "platform/linux/settingspreferences.h"
-#include "platform/linux/xdgworkspacerouting.h"
-#include "quicktask/quicktaskcodexcatalog.h"
-#include "quicktask/quicktaskcreationservice.h"
-#include "quicktask/quicktasklaunchhandoff.h"
-#include "sources/codex/codexappserverclient.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDir>
@@ -17,7 +10,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QStandardPaths>
 #include <cstdio>
 
 namespace taskrack {
@@ -32,39 +24,6 @@ void writeOut(const QString &text)
 void writeError(const QString &text)
 {
     std::fprintf(stderr, "taskrack: %s\n", text.toLocal8Bit().constData());
-}
-
-// The command-line tool Quick Tasks start: Codex where the model catalog finds it.
-std::optional<QString> locateCommand(RackProvider provider)
-{
-    if (provider == RackProvider::codex)
-        return CodexBinaryLocator::standard().locate();
-    const QString claude = QStandardPaths::findExecutable(QStringLiteral("claude"));
-    return claude.isEmpty() ? std::nullopt : std::optional(claude);
-}
-
-QCoro::Task<QJsonArray> loadCodexModels()
-{
-    auto client = std::make_unique<CodexAppServerClient>();
-    QJsonArray models;
-    std::exception_ptr failure;
-    try {
-        auto listing = client->listModels();
-        models = co_await listing;
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    auto stopping = client->shutdown();
-    co_await stopping;
-    if (failure)
-        std::rethrow_exception(failure);
-    co_return models;
-}
-
-QString scratchDirectory()
-{
-    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-           QStringLiteral("/taskrack/quick-tasks");
 }
 
 std::optional<QString> readPrompt(const QString &argument)
@@ -229,29 +188,13 @@ QCoro::Task<int> runNewTaskCommand(QStringList args)
         configuration->reasoningEffort = parsed->effort;
     }
 
-    QuickTaskCodexCatalog catalog(loadCodexModels);
-    XdgWorkspaceRouting workspace;
-    RackProviderApplicationService applications(workspace);
-    LinuxTerminalLauncher launcher;
-    QuickTaskLaunchHandoff handoff(
-        launcher, QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-launch"),
-        qEnvironmentVariable("XDG_RUNTIME_DIR"));
-    QuickTaskUnavailableCodexStarter starter;
-    QuickTaskPrefillOnlyAutoSubmitter submitter;
-    QuickTaskCreationService service({
-        .applications = &applications,
-        .terminal = &handoff,
-        .codexStarter = starter,
-        .autoSubmitter = submitter,
-        .clipboard = nullptr, // an explicit command: the prompt is sent
-        .autoSendEnabled = [] { return true; },
-        .codexConfiguration = [configuration] { return configuration; },
-        .validateCodexConfiguration =
-            [&catalog](QuickTaskCodexConfiguration c) { return catalog.validate(c); },
-        .codexUserConfiguration = {},
-        .locateCommand = locateCommand,
-        .scratchDirectory = scratchDirectory(),
-    });
+    QuickTaskAssembly assembly({.preferences = preferences,
+                                .clipboard = nullptr, // an explicit command: the prompt is sent
+                                .codexConfiguration = configuration,
+                                .helperPath = {},
+                                .runtimeDirectory = {},
+                                .scratchDirectory = {}});
+    QuickTaskCreationService &service = assembly.creationService();
     const QString folder = parsed->scratch   ? service.scratchDirectory()
                            : parsed->project ? QDir::current().absoluteFilePath(*parsed->project)
                                              : QDir::currentPath();
@@ -281,7 +224,7 @@ QCoro::Task<int> runModelsCommand(QStringList args)
         writeOut(QStringLiteral("New Codex Quick Tasks use Codex's own default model.\n"));
         co_return 0;
     }
-    QuickTaskCodexCatalog catalog(loadCodexModels);
+    QuickTaskCodexCatalog catalog(QuickTaskAssembly::loadCodexModels);
     if (parsed->setModel) {
         const QuickTaskCodexConfiguration choice{*parsed->setModel, parsed->effort};
         try {
