@@ -13,10 +13,11 @@ namespace {
 
 bool comesBefore(const QuickTaskProject &a, const QuickTaskProject &b)
 {
-    const QDateTime distantPast =
-        QDateTime::fromMSecsSinceEpoch(std::numeric_limits<qint64>::min() / 2);
-    const QDateTime left = a.lastActivity.value_or(distantPast);
-    const QDateTime right = b.lastActivity.value_or(distantPast);
+    // No activity counts as the distant past.
+    const qint64 left =
+        a.lastActivity ? a.lastActivity->toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
+    const qint64 right =
+        b.lastActivity ? b.lastActivity->toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
     if (left != right)
         return left > right;
     if (const int byName = QString::localeAwareCompare(a.name, b.name); byName != 0)
@@ -238,9 +239,9 @@ QList<QuickTaskProject> filterProjects(const QString &query,
         if (rank >= 0)
             ranked.append({rank, project});
     }
-    std::stable_sort(ranked.begin(), ranked.end(), [](const auto &a, const auto &b) {
-        return a.first != b.first ? a.first < b.first : comesBefore(a.second, b.second);
-    });
+    // The list is in project order already: a stable sort by rank keeps that order within a rank.
+    std::stable_sort(ranked.begin(), ranked.end(),
+                     [](const auto &a, const auto &b) { return a.first < b.first; });
     QList<QuickTaskProject> result;
     for (const auto &entry : ranked)
         result.append(entry.second);

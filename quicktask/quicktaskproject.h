@@ -96,7 +96,8 @@ QuickTaskProjectSelection resolveSelection(const std::optional<QString> &pinned,
                                            const QuickTaskProject &scratch,
                                            const DirectoryExists &directoryExists);
 
-// The projects the picker shows for a typed query, best match first.
+// The projects the picker shows for a typed query, best match first; `projects` in the order
+// availableProjects gives, which stays the order within a rank.
 QList<QuickTaskProject> filterProjects(const QString &query,
                                        const QList<QuickTaskProject> &projects);
 
