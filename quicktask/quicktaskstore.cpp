@@ -189,6 +189,9 @@ void QuickTaskStore::endPresentation()
     m_submissionState = {};
     m_canRetryVoiceInput = false;
     m_presentationSelectionPath.reset();
+    // A dot thread is chosen for one presentation only; the next one resolves its default again.
+    if (m_selectedProject.dotThreadID)
+        m_selectedProject = scratch();
     m_isProjectPickerPresented = false;
     m_projectPickerQuery.clear();
     m_projectPickerHighlight = 0;

@@ -294,11 +294,90 @@ TEST(QuickTaskCatalog, ConfigurationSeedingAndOptions)
         throw TaskrackError(QStringLiteral("down"));
         co_return {};
     });
-    EXPECT_THROW(taskrack::testing::awaitVoid(failing.validate({"m", {}})), QuickTaskCodexCatalogError);
+    EXPECT_THROW(taskrack::testing::awaitVoid(failing.validate({"m", {}})),
+                 QuickTaskCodexCatalogError);
     EXPECT_EQ(failing.modelOptions().size(), 1);
     QuickTaskCodexCatalog empty([]() -> QCoro::Task<QJsonArray> { co_return QJsonArray{}; });
     taskrack::testing::awaitVoid(empty.refresh());
     EXPECT_EQ(
         empty.errorMessage(),
         QuickTaskCodexCatalogError(QuickTaskCodexCatalogError::Kind::incomplete).description());
+}
+
+namespace {
+
+struct FakeWorkspace : WorkspaceRouting
+{
+    QString identifier = QStringLiteral("com.openai.codex");
+    QList<QUrl> opened;
+    std::optional<QString> applicationForURL(const QUrl &) const override
+    {
+        return QStringLiteral("/app.desktop");
+    }
+    std::optional<QString> findApplication(const QStringList &, const QStringList &) const override
+    {
+        return {};
+    }
+    std::optional<QString> applicationIdentifier(const QString &) const override
+    {
+        return identifier;
+    }
+    bool isTrusted(const QString &, const QString &) const override { return true; }
+    QCoro::Task<OpenOutcome> open(QUrl url, QString) override
+    {
+        opened.append(url);
+        co_return OpenOutcome::opened;
+    }
+    QCoro::Task<bool> activate(QString) override { co_return true; }
+};
+
+struct RecordingSubmitter : QuickTaskAutoSubmitting
+{
+    int calls = 0;
+    QCoro::Task<void> submit(QString, RackProvider, std::optional<QuickTaskCodexSubmissionContext>,
+                             bool) override
+    {
+        ++calls;
+        co_return;
+    }
+};
+
+} // namespace
+
+TEST_F(CreationTest, ARegisteredApplicationGetsTheLinkAndStagingFallsBackToReviewFirst)
+{
+    FakeWorkspace workspace;
+    RackProviderApplicationService applications(workspace);
+    RecordingSubmitter recording;
+    configuration = QuickTaskCodexConfiguration{"gpt-6-luna", "high"};
+    QuickTaskCreationService deepLinks({
+        .applications = &applications,
+        .terminal = &handoff,
+        .codexStarter = starter,
+        .autoSubmitter = recording,
+        .clipboard = &clipboard,
+        .autoSendEnabled = [] { return true; },
+        .codexConfiguration = [this] { return configuration; },
+        .validateCodexConfiguration =
+            [this](QuickTaskCodexConfiguration c) { return catalog.validate(c); },
+        .codexUserConfiguration = {},
+        .locateCommand = {},
+        .scratchDirectory = root + QStringLiteral("/scratch"),
+    });
+    // Staging is unavailable: the task opens prefilled under Codex's defaults, never sent.
+    await(deepLinks.createTask(QStringLiteral("a\nb"), RackProvider::codex, root + "/my project"));
+    ASSERT_EQ(workspace.opened.size(), 1);
+    EXPECT_EQ(workspace.opened[0].toString(QUrl::FullyEncoded),
+              QStringLiteral("codex://new?prompt=a%0Ab&path=") +
+                  QUrl::toPercentEncoding(root + "/my project"));
+    EXPECT_EQ(recording.calls, 0);
+    EXPECT_TRUE(terminal.argv.isEmpty());
+
+    // A handler that is not the genuine application gets nothing.
+    workspace.identifier = QStringLiteral("org.example.grabber");
+    configuration.reset();
+    EXPECT_THROW(
+        await(deepLinks.createTask(QStringLiteral("x"), RackProvider::codex, root + "/my project")),
+        RackProviderApplicationError);
+    EXPECT_EQ(workspace.opened.size(), 1);
 }
