@@ -44,26 +44,3 @@ TEST(QuickTaskCommandsTest, NewTakesEverythingAfterItAndAPromptAfterDashes)
         EXPECT_FALSE(error.contains('\n'));
     }
 }
-
-TEST(QuickTaskCommandsTest, ModelsArguments)
-{
-    struct Case
-    {
-        QStringList args;
-        std::optional<ModelsArguments> expected;
-    } cases[] = {
-        {{}, ModelsArguments{}},
-        {{"--json"}, ModelsArguments{true, {}, {}, false}},
-        {{"--set", "m", "--effort", "low"}, ModelsArguments{false, "m", "low", false}},
-        {{"--codex-default"}, ModelsArguments{false, {}, {}, true}},
-        {{"--effort", "low"}, std::nullopt},
-        {{"--set", "m", "--codex-default"}, std::nullopt},
-        {{"--set"}, std::nullopt},
-        {{"gpt"}, std::nullopt},
-    };
-    for (const Case &c : cases) {
-        QString error;
-        EXPECT_EQ(parseModelsArguments(c.args, error), c.expected)
-            << c.args.join(' ').toStdString();
-    }
-}

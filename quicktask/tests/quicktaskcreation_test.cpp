@@ -196,7 +196,6 @@ TEST(QuickTaskDeepLinks, KeepLineBreaksAndRefuseBadIdentifiers)
     EXPECT_EQ(
         quickTaskDotThreadLink(uuid.toUpper(), QStringLiteral("x")).toString(QUrl::FullyEncoded),
         QStringLiteral("codex://threads/") + uuid + QStringLiteral("?hostId=durable&prompt=x"));
-    EXPECT_TRUE(quickTaskStagedThreadLink(QStringLiteral("../x"), QStringLiteral("x")).isEmpty());
 }
 
 TEST_F(CreationTest, TerminalRouteHandsTheRequestThroughTheFifo)
@@ -296,7 +295,6 @@ TEST(QuickTaskCatalog, ConfigurationSeedingAndOptions)
     });
     EXPECT_THROW(taskrack::testing::awaitVoid(failing.validate({"m", {}})),
                  QuickTaskCodexCatalogError);
-    EXPECT_EQ(failing.modelOptions().size(), 1);
     QuickTaskCodexCatalog empty([]() -> QCoro::Task<QJsonArray> { co_return QJsonArray{}; });
     taskrack::testing::awaitVoid(empty.refresh());
     EXPECT_EQ(

@@ -1,7 +1,5 @@
 #include "quicktask/quicktaskproject.h"
 
-#include "platform/preferences.h"
-
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -151,14 +149,4 @@ TEST_F(ProjectsTest, ProjectFromRackGroup)
     EXPECT_EQ(projectFromGroup(group(QStringLiteral("L"), at("alpha-link"), {}), {})->workspacePath,
               at("alpha"));
     EXPECT_FALSE(projectFromGroup(group(QStringLiteral("None"), {}, {}), {}));
-}
-
-TEST_F(ProjectsTest, StoredPathsAreNormalisedAndEmptyRemoves)
-{
-    InMemoryPreferences preferences;
-    writeProjectPath(preferences, quickTaskPinnedProjectKey,
-                     at("alpha-link") + QStringLiteral("/"));
-    EXPECT_EQ(readProjectPath(preferences, quickTaskPinnedProjectKey), at("alpha"));
-    writeProjectPath(preferences, quickTaskPinnedProjectKey, QStringLiteral("  "));
-    EXPECT_FALSE(preferences.contains(quickTaskPinnedProjectKey));
 }

@@ -78,7 +78,8 @@ protected:
             .locateCommand = [this](RackProvider) { return std::optional(root + "/tool"); },
             .scratchDirectory = root + "/scratch",
         });
-        taskrack::testing::await(service.createTask(prompt, RackProvider::claudeDesktop, root + "/a folder"));
+        taskrack::testing::await(
+            service.createTask(prompt, RackProvider::claudeDesktop, root + "/a folder"));
     }
 
     QTemporaryDir dir;
@@ -94,8 +95,8 @@ TEST_F(LaunchHelperTest, APromptArrivesVerbatimAsOneArgument)
     const QString prompt =
         QStringLiteral("-n \"it's\" $(touch %1) `touch %1` ; touch %1\nsecond line").arg(marker);
     create(prompt);
-    ASSERT_TRUE(taskrack::testing::waitUntil([&] { return QFile::exists(root + "/record.json"); }));
-    ASSERT_TRUE(taskrack::testing::waitUntil([&] { return !readAll(root + "/record.json").isEmpty(); }));
+    ASSERT_TRUE(
+        taskrack::testing::waitUntil([&] { return !readAll(root + "/record.json").isEmpty(); }));
     const QJsonObject record = QJsonDocument::fromJson(readAll(root + "/record.json")).object();
     EXPECT_EQ(record.value("argv").toArray(), QJsonArray({"--", prompt}));
     EXPECT_EQ(record.value("cwd").toString(), root + "/a folder");
