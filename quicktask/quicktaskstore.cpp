@@ -230,6 +230,8 @@ QCoro::Task<void> QuickTaskStore::startListening(QUuid session, std::optional<QS
                                                  std::stop_token stop)
 {
     QPointer<QuickTaskStore> self(this);
+    if (!isCurrentPresentation(session, stop))
+        co_return;
     const QString typed = m_draft.trimmed();
     m_prefixPieces = typed.isEmpty() ? QStringList() : QStringList{typed + QLatin1Char(' ')};
     const QStringList prefix = m_prefixPieces;
