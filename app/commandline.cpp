@@ -21,6 +21,13 @@ QString CommandLine::usage()
         "  input-trace               show global key events as they happen (X11)\n"
         "  shortcuts [set ACTION KEYS | reset [ACTION]]\n"
         "                            list or change the keyboard shortcuts\n"
+        "  new --provider codex|claude [--project DIR | --scratch] [--model M]\n"
+        "      [--effort E | --codex-default] [--] PROMPT|-\n"
+        "                            start a task and send PROMPT (\"-\": read it from\n"
+        "                            standard input) in the current folder or DIR\n"
+        "  models [--json]           the Codex models Quick Tasks may use\n"
+        "  models --set MODEL [--effort E] | --codex-default\n"
+        "                            choose the model of new Codex Quick Tasks\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -95,6 +102,11 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             }
             line.mode = *mode;
             line.modeGiven = true;
+        } else if (!commandSeen && (arg == QLatin1String("new") || arg == QLatin1String("models"))) {
+            // A free-text prompt and options of their own follow: the command parses them.
+            line.command = arg == QLatin1String("new") ? Command::newTask : Command::models;
+            line.arguments = args.mid(i + 1);
+            return line;
         } else if (line.command == Command::demo && arg == QLatin1String("--dark")) {
             line.dark = true;
         } else if (const QString demoOption = demoOptionOf(arg); line.command == Command::demo &&

@@ -5,6 +5,7 @@
 #include "app/democommand.h"
 #include "app/hookscommand.h"
 #include "app/inputtracecommand.h"
+#include "app/quicktaskcommands.h"
 #include "app/shortcutscommand.h"
 #include "app/openfilelimit.h"
 #include "app/providerpaths.h"
@@ -120,6 +121,10 @@ QCoro::Task<int> dispatch(const CommandLine &line, TerminationSignals &terminati
             TaskrackBusService::callRunningCopy(QStringLiteral("PreferencesChanged"));
         co_return exitCode;
     }
+    case CommandLine::Command::newTask:
+        co_return co_await runNewTaskCommand(line.arguments);
+    case CommandLine::Command::models:
+        co_return co_await runModelsCommand(line.arguments);
     default:
         writeError(QStringLiteral("This command is not available yet."));
         co_return 2;

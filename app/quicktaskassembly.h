@@ -1,0 +1,64 @@
+#pragma once
+
+// Everything behind a Quick Task, built once: the Codex model list, the two ways of opening a
+// task (a checked desktop application, else a terminal through the launch helper) and the
+// composer's store over the rack's projects. The application builds one for its panel; `taskrack
+// new` builds one that always sends and needs no clipboard.
+
+#include "core/rackthreadopener.h"
+#include "platform/linux/linuxterminallauncher.h"
+#include "platform/linux/xdgworkspacerouting.h"
+#include "quicktask/quicktaskcodexcatalog.h"
+#include "quicktask/quicktaskcreationservice.h"
+#include "quicktask/quicktasklaunchhandoff.h"
+#include "quicktask/quicktaskstore.h"
+
+#include <memory>
+
+namespace taskrack {
+
+class RackStore;
+
+class QuickTaskAssembly
+{
+public:
+    struct Options
+    {
+        Preferences &preferences;
+        // Where a prompt waits when auto-send is off; null: every task is sent (the command line).
+        QuickTaskClipboard *clipboard = nullptr;
+        // Set: this Codex choice instead of the saved one (nothing inside: Codex's default).
+        std::optional<std::optional<QuickTaskCodexConfiguration>> codexConfiguration;
+        // Defaults: taskrack-launch beside this program, $XDG_RUNTIME_DIR, the data folder.
+        QString helperPath;
+        QString runtimeDirectory;
+        QString scratchDirectory;
+    };
+
+    explicit QuickTaskAssembly(Options options);
+
+    QuickTaskCodexCatalog &catalog() { return m_catalog; }
+    QuickTaskCreationService &creationService() { return *m_service; }
+    // The composer's store over the rack's projects; the panel sets its folder chooser and
+    // onCreated.
+    std::unique_ptr<QuickTaskStore> makeStore(const RackStore &rack, Clock &clock);
+
+    static QString defaultScratchDirectory();
+    // The command-line tool a provider's Quick Tasks start; nothing when it is not installed.
+    static std::optional<QString> locateCommand(RackProvider provider);
+    // All pages of the installed Codex's model list, from a short-lived app-server.
+    static QCoro::Task<QJsonArray> loadCodexModels();
+
+private:
+    Options m_options;
+    QuickTaskCodexCatalog m_catalog;
+    XdgWorkspaceRouting m_workspace;
+    RackProviderApplicationService m_applications{m_workspace};
+    LinuxTerminalLauncher m_launcher;
+    QuickTaskLaunchHandoff m_handoff;
+    QuickTaskUnavailableCodexStarter m_starter;
+    QuickTaskPrefillOnlyAutoSubmitter m_submitter;
+    std::unique_ptr<QuickTaskCreationService> m_service;
+};
+
+} // namespace taskrack
