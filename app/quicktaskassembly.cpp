@@ -9,6 +9,11 @@
 
 namespace taskrack {
 
+QuickTaskAssembly::~QuickTaskAssembly()
+{
+    setProjectPathFileSystem(nullptr);
+}
+
 QuickTaskAssembly::QuickTaskAssembly(Options options)
     : m_options(std::move(options)), m_catalog(loadCodexModels),
       m_handoff(m_launcher,
@@ -18,6 +23,7 @@ QuickTaskAssembly::QuickTaskAssembly(Options options)
                 m_options.runtimeDirectory.isEmpty() ? qEnvironmentVariable("XDG_RUNTIME_DIR")
                                                      : m_options.runtimeDirectory)
 {
+    setProjectPathFileSystem(&m_fileSystem);
     Preferences &preferences = m_options.preferences;
     const auto fixed = m_options.codexConfiguration;
     m_service = std::make_unique<QuickTaskCreationService>(QuickTaskCreationService::Dependencies{

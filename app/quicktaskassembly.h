@@ -6,6 +6,7 @@
 // new` builds one that always sends and needs no clipboard.
 
 #include "core/rackthreadopener.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/linuxterminallauncher.h"
 #include "platform/linux/xdgworkspacerouting.h"
 #include "quicktask/quicktaskcodexcatalog.h"
@@ -36,6 +37,7 @@ public:
     };
 
     explicit QuickTaskAssembly(Options options);
+    ~QuickTaskAssembly();
 
     QuickTaskCodexCatalog &catalog() { return m_catalog; }
     QuickTaskCreationService &creationService() { return *m_service; }
@@ -51,6 +53,7 @@ public:
 
 private:
     Options m_options;
+    LinuxFileSystem m_fileSystem;
     QuickTaskCodexCatalog m_catalog;
     XdgWorkspaceRouting m_workspace;
     RackProviderApplicationService m_applications{m_workspace};

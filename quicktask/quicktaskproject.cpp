@@ -109,9 +109,21 @@ QString QuickTaskProjectNotice::detail() const
     return QStringLiteral("Using Quick Tasks for now · Alt+P to pick a new default");
 }
 
+namespace {
+const FileSystem *projectPathFileSystem = nullptr;
+}
+
+void setProjectPathFileSystem(const FileSystem *fileSystem)
+{
+    projectPathFileSystem = fileSystem;
+}
+
 QString normalizedProjectPath(const QString &path)
 {
-    return normalizedPath(path);
+    if (projectPathFileSystem)
+        return normalizedPath(*projectPathFileSystem, path);
+    const QString trimmed = path.trimmed();
+    return trimmed.isEmpty() ? QString() : QDir::cleanPath(QDir(trimmed).absolutePath());
 }
 
 std::optional<QString> readProjectPath(const Preferences &preferences, const QString &key)

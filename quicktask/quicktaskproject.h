@@ -15,6 +15,8 @@
 
 namespace taskrack {
 
+class FileSystem;
+
 class Preferences;
 
 struct QuickTaskProject
@@ -72,6 +74,10 @@ using DirectoryExists = std::function<bool(const QString &path)>;
 
 // The shared normalisation of folder paths (trimmed, tilde expanded, absolute, links resolved).
 QString normalizedProjectPath(const QString &path);
+// Project paths resolve links like the rack's own (through the file system the application
+// assembled), so that a folder chosen here and the same folder in the rack are one project.
+// Set once at start-up; until then paths are only made absolute and clean.
+void setProjectPathFileSystem(const FileSystem *fileSystem);
 
 // The stored path under `key`, normalised; nothing when absent or empty.
 std::optional<QString> readProjectPath(const Preferences &preferences, const QString &key);
