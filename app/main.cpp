@@ -1,5 +1,5 @@
 #include "app/commandline.h"
-#include "app/displayprobe.h"
+#include "platform/inputdisplayprobe.h"
 #include "app/rackappdelegate.h"
 #include "app/taskrackbusservice.h"
 #include "app/democommand.h"
@@ -138,7 +138,10 @@ int main(int argc, char **argv)
     if (!line)
         return fail(error);
     if (line->command == CommandLine::Command::run) {
-        if (isDisplayReachable())
+        // Windows need an X display; a Wayland session's XWayland counts (only the global keys
+        // report themselves unavailable there).
+        const QString display = qEnvironmentVariable("DISPLAY");
+        if (!display.isEmpty() && probeDisplayInput(display).connected)
             return runTrayApplication(argc, argv, *line, executable);
         std::fputs("No display found; running “taskrack watch” in this terminal.\n", stderr);
     }
