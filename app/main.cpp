@@ -27,7 +27,11 @@ int runQuitCommand()
 {
     switch (TaskrackBusService::callRunningCopy(QStringLiteral("Quit"), {}, std::chrono::seconds(15))) {
     case TaskrackBusService::CallResult::answered:
-        return 0;
+        // Back once the copy is gone: a script may start another right after.
+        if (TaskrackBusService::waitUntilGone(std::chrono::seconds(15)))
+            return 0;
+        std::fputs("Taskrack shutdown timed out\n", stderr);
+        return 1;
     case TaskrackBusService::CallResult::notRunning:
         std::fputs("Taskrack is not running.\n", stderr);
         return 1;

@@ -166,6 +166,7 @@ def scenario_instances(session):
     wait_for(lambda: "Rack requested" in stderr_of(first), 10, "Activate() in the first copy")
     quitting = session.run("quit")
     check(quitting.returncode == 0, f"taskrack quit: {quitting.stderr}")
+    check(session.owner_pid() is None, "taskrack quit returns once the copy has left the bus")
     check(first.wait(timeout=20) == 0, "the first copy exits 0 after quit")
     log("second launch and quit")
 
