@@ -1,5 +1,5 @@
 #include "app/commandline.h"
-#include "app/displayprobe.h"
+#include "platform/inputdisplayprobe.h"
 #include "app/rackappdelegate.h"
 #include "app/taskrackbusservice.h"
 #include "app/democommand.h"
@@ -32,7 +32,11 @@ int runQuitCommand()
 {
     switch (TaskrackBusService::callRunningCopy(QStringLiteral("Quit"), {}, std::chrono::seconds(15))) {
     case TaskrackBusService::CallResult::answered:
-        return 0;
+        // Back once the copy is gone: a script may start another right after.
+        if (TaskrackBusService::waitUntilGone(std::chrono::seconds(15)))
+            return 0;
+        std::fputs("Taskrack shutdown timed out\n", stderr);
+        return 1;
     case TaskrackBusService::CallResult::notRunning:
         writeNotice(QStringLiteral("Taskrack is not running."));
         return 1;
@@ -191,7 +195,10 @@ int main(int argc, char **argv)
         return 2;
     }
     if (line->command == CommandLine::Command::run) {
-        if (isDisplayReachable())
+        // Windows need an X display; a Wayland session's XWayland counts (only the global keys
+        // report themselves unavailable there).
+        const QString display = qEnvironmentVariable("DISPLAY");
+        if (!display.isEmpty() && probeDisplayInput(display).connected)
             return runTrayApplication(argc, argv, *line, executable);
         writeNotice(QStringLiteral("No display found; running “taskrack watch” in this terminal."));
     }

@@ -5,6 +5,9 @@
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusServiceWatcher>
+#include <QEventLoop>
+#include <QTimer>
 
 namespace taskrack {
 
@@ -71,6 +74,22 @@ TaskrackBusService::callRunningCopy(const QString &method, const QVariantList &a
     call.setArguments(arguments);
     const QDBusMessage reply = bus.call(call, QDBus::Block, int(timeout.count()));
     return reply.type() == QDBusMessage::ReplyMessage ? CallResult::answered : CallResult::noAnswer;
+}
+
+bool TaskrackBusService::waitUntilGone(std::chrono::milliseconds timeout)
+{
+    QDBusConnection bus = sessionBus();
+    const QString name = QString::fromLatin1(taskrackBusName);
+    if (!bus.isConnected() || !bus.interface())
+        return true;
+    QEventLoop loop;
+    QDBusServiceWatcher watcher(name, bus, QDBusServiceWatcher::WatchForUnregistration);
+    QObject::connect(&watcher, &QDBusServiceWatcher::serviceUnregistered, &loop, &QEventLoop::quit);
+    QTimer::singleShot(timeout, &loop, &QEventLoop::quit);
+    // Checked after the watcher exists, so that a copy leaving in between is not missed.
+    if (bus.interface()->isServiceRegistered(name).value())
+        loop.exec();
+    return !bus.interface()->isServiceRegistered(name).value();
 }
 
 void TaskrackBusService::Activate()

@@ -31,6 +31,10 @@ public:
     static CallResult callRunningCopy(const QString &method, const QVariantList &arguments = {},
                                       std::chrono::milliseconds timeout = std::chrono::seconds(2));
 
+    // Waits until the running copy has left the bus (it exits only after its sources shut down);
+    // false when it is still there after `timeout`.
+    static bool waitUntilGone(std::chrono::milliseconds timeout);
+
 public Q_SLOTS:
     void Activate();
     void ShowQuickTask(const QString &folder);

@@ -166,6 +166,7 @@ def scenario_instances(session):
     wait_for(lambda: "Rack requested" in stderr_of(first), 10, "Activate() in the first copy")
     quitting = session.run("quit")
     check(quitting.returncode == 0, f"taskrack quit: {quitting.stderr}")
+    check(session.owner_pid() is None, "taskrack quit returns once the copy has left the bus")
     check(first.wait(timeout=20) == 0, "the first copy exits 0 after quit")
     log("second launch and quit")
 
@@ -214,8 +215,22 @@ def menu_items(session, owner):
     return menu, items
 
 
+def finished_codex_task(session):
+    """A Codex task that finished before Taskrack starts: unread at the first refresh."""
+    from codex_watch_integration import append_event, write_state_database
+    import datetime
+    codex_home = os.path.join(session.home, ".codex")
+    rollout = os.path.join(codex_home, "sessions", "rollout-0000-local.jsonl")
+    write_state_database(codex_home, rollout, [("0000-local", rollout, 30)],
+                         datetime.datetime.now(datetime.timezone.utc))
+    append_event(rollout, "task_started")
+    append_event(rollout, "task_complete")
+    session.env["CODEX_HOME"] = codex_home
+
+
 def scenario_menu(session):
     watcher = session.service("watcher")
+    finished_codex_task(session)
     app = session.start()
     registered = json.loads(wait_for(lambda: watcher.lines.get(timeout=30), 30, "the item"))
     owner = registered["sender"]
@@ -224,10 +239,20 @@ def scenario_menu(session):
     log(f"menu: {labels}")
     for expected in ("Show Rack", "Refresh", "Mark All Read", "Settings…", "Restart Taskrack", "Quit Taskrack"):
         check(any(label.startswith(expected) for label in labels), f"menu item {expected}")
-    check(not items["Mark All Read"][1], "Mark All Read is disabled with nothing unread")
     item = session.dbus.get_object(owner, "/StatusNotifierItem")
-    pixmaps = item.Get("org.kde.StatusNotifierItem", "IconPixmap", dbus_interface=dbus.PROPERTIES_IFACE)
-    check(len(pixmaps) > 0, "the item has painted pixmaps")
+
+    def pixmaps():
+        return item.Get("org.kde.StatusNotifierItem", "IconPixmap", dbus_interface=dbus.PROPERTIES_IFACE)
+
+    wait_for(lambda: menu_items(session, owner)[1]["Mark All Read"][1], 30, "Mark All Read enabled")
+    badged = pixmaps()
+    check(len(badged) > 0, "the item has painted pixmaps")
+    menu, items = menu_items(session, owner)
+    menu.Event(items["Mark All Read"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
+               dbus_interface="com.canonical.dbusmenu")
+    wait_for(lambda: not menu_items(session, owner)[1]["Mark All Read"][1], 20, "Mark All Read disabled")
+    wait_for(lambda: pixmaps() != badged, 20, "the badge to go from IconPixmap")
+    log("Mark All Read cleared the badge")
 
     old = app.pid
     menu.Event(items["Restart Taskrack"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
