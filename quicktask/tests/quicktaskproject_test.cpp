@@ -1,5 +1,7 @@
 #include "quicktask/quicktaskproject.h"
 
+#include "platform/linux/linuxfilesystem.h"
+
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -47,12 +49,16 @@ protected:
             QDir(root).mkpath(QString::fromLatin1(name));
         QFile::link(root + QStringLiteral("/alpha"), root + QStringLiteral("/alpha-link"));
         scratch = scratchProject(root + QStringLiteral("/scratch"));
+        // Links are real here: the kernel's resolution is what the project rules rely on.
+        setProjectPathFileSystem(&fileSystem);
     }
+    void TearDown() override { setProjectPathFileSystem(nullptr); }
     QString at(const char *name) const
     {
         return root + QLatin1Char('/') + QString::fromLatin1(name);
     }
 
+    LinuxFileSystem fileSystem;
     QTemporaryDir dir;
     QString root;
     QuickTaskProject scratch;

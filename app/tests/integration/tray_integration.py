@@ -289,7 +289,9 @@ def scenario_wake(session, fake_app_server):
         json.dump(fake_script("0000-local", "0000-live", now), f)
     launcher = os.path.join(bin_dir, "codex")
     with open(launcher, "w") as f:
-        f.write(f"#!/bin/sh\nexec {sys.executable} {fake_app_server} --script {script} \"$@\"\n")
+        f.write(f"#!/bin/sh\nexec {sys.executable} {fake_app_server} --script {script}"
+                f" --log {os.path.join(session.root, 'requests.jsonl')}"
+                f" --pids {os.path.join(session.root, 'pids.txt')} \"$@\"\n")
     os.chmod(launcher, 0o755)
     session.env["PATH"] = bin_dir + os.pathsep + session.env["PATH"]
     session.env["CODEX_HOME"] = codex_home
