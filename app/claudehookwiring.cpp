@@ -77,7 +77,8 @@ QCoro::Task<void> ClaudeHookWiring::forwardEvents()
         std::optional<ClaudeHookEvent> event = co_await next;
         if (!event || stop.stop_requested())
             co_return;
-        qCInfo(lcApp, "Claude hook event received: %s", qPrintable(loggableEventName(event->hookEventName)));
+        qCInfo(lcApp, "Claude hook event received: %s",
+               qPrintable(loggableEventName(event->hookEventName)));
         std::shared_ptr<ClaudeDesktopThreadSource> source = m_source.lock();
         if (!source)
             co_return;

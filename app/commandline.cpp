@@ -94,23 +94,26 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             if (!value)
                 return std::nullopt;
             // "projects" reads naturally on a command line; the mode itself is "project".
-            const QString raw = *value == QLatin1String("projects") ? QStringLiteral("project") : *value;
+            const QString raw =
+                *value == QLatin1String("projects") ? QStringLiteral("project") : *value;
             auto mode = organizationModeFromRaw(raw);
             if (!mode) {
-                error = QStringLiteral("Unknown mode \"%1\": use activity, projects or history.").arg(*value);
+                error = QStringLiteral("Unknown mode \"%1\": use activity, projects or history.")
+                            .arg(*value);
                 return std::nullopt;
             }
             line.mode = *mode;
             line.modeGiven = true;
-        } else if (!commandSeen && (arg == QLatin1String("new") || arg == QLatin1String("models"))) {
+        } else if (!commandSeen &&
+                   (arg == QLatin1String("new") || arg == QLatin1String("models"))) {
             // A free-text prompt and options of their own follow: the command parses them.
             line.command = arg == QLatin1String("new") ? Command::newTask : Command::models;
             line.arguments = args.mid(i + 1);
             return line;
         } else if (line.command == Command::demo && arg == QLatin1String("--dark")) {
             line.dark = true;
-        } else if (const QString demoOption = demoOptionOf(arg); line.command == Command::demo &&
-                                                                 !demoOption.isEmpty()) {
+        } else if (const QString demoOption = demoOptionOf(arg);
+                   line.command == Command::demo && !demoOption.isEmpty()) {
             auto value = valueOf(demoOption);
             if (!value)
                 return std::nullopt;
@@ -128,9 +131,12 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             }
         } else if (!commandSeen && !arg.startsWith(QLatin1Char('-'))) {
             static const QHash<QString, Command> commands{
-                {QStringLiteral("list"), Command::list},   {QStringLiteral("watch"), Command::watch},
-                {QStringLiteral("hooks"), Command::hooks}, {QStringLiteral("open"), Command::open},
-                {QStringLiteral("read"), Command::read},   {QStringLiteral("help"), Command::help},
+                {QStringLiteral("list"), Command::list},
+                {QStringLiteral("watch"), Command::watch},
+                {QStringLiteral("hooks"), Command::hooks},
+                {QStringLiteral("open"), Command::open},
+                {QStringLiteral("read"), Command::read},
+                {QStringLiteral("help"), Command::help},
                 {QStringLiteral("quit"), Command::quit},
                 {QStringLiteral("demo"), Command::demo},
                 {QStringLiteral("input-trace"), Command::inputTrace},
@@ -146,8 +152,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
         } else if (commandSeen &&
                    (line.command == Command::hooks || line.command == Command::open ||
                     line.command == Command::read || line.command == Command::shortcuts)) {
-            if ((line.command == Command::open || line.command == Command::read)
-                && arg.size() > maximumIdLength) {
+            if ((line.command == Command::open || line.command == Command::read) &&
+                arg.size() > maximumIdLength) {
                 error = QStringLiteral("A task id has at most %1 characters; taskrack list --json "
                                        "shows the ids.")
                             .arg(maximumIdLength);

@@ -7,10 +7,23 @@
 namespace taskrack {
 
 // What the person asked for on the command line.
-struct CommandLine {
+struct CommandLine
+{
     enum class Command {
-        run, list, watch, hooks, open, read, quit, demo, help, version, inputTrace, shortcuts,
-        newTask, models
+        run,
+        list,
+        watch,
+        hooks,
+        open,
+        read,
+        quit,
+        demo,
+        help,
+        version,
+        inputTrace,
+        shortcuts,
+        newTask,
+        models
     };
     // Provider ids are UUIDs with a short prefix; anything far longer is a mistake. Other
     // arguments are at most a path.

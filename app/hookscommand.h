@@ -14,7 +14,8 @@ namespace taskrack {
 class FileSystem;
 class Preferences;
 
-struct HooksCommandContext {
+struct HooksCommandContext
+{
     QString settingsPath; // Claude Code's settings.json
     QString helperPath;   // the taskrack-hook-bridge that hooks will run
     Preferences *preferences = nullptr;
@@ -26,6 +27,5 @@ struct HooksCommandContext {
 // 2 a usage mistake.
 QCoro::Task<int> runHooksCommand(QStringList args, HooksCommandContext context, QTextStream &out,
                                  QTextStream &err);
-
 
 } // namespace taskrack

@@ -1,17 +1,17 @@
 #include "app/commandline.h"
-#include "platform/inputdisplayprobe.h"
-#include "app/rackappdelegate.h"
-#include "app/taskrackbusservice.h"
 #include "app/democommand.h"
 #include "app/hookscommand.h"
 #include "app/inputtracecommand.h"
-#include "app/quicktaskcommands.h"
-#include "app/shortcutscommand.h"
 #include "app/openfilelimit.h"
 #include "app/providerpaths.h"
+#include "app/quicktaskcommands.h"
+#include "app/rackappdelegate.h"
 #include "app/rackcommands.h"
+#include "app/shortcutscommand.h"
+#include "app/taskrackbusservice.h"
 #include "app/terminaloutput.h"
 #include "app/terminationsignals.h"
+#include "platform/inputdisplayprobe.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/settingspreferences.h"
 
@@ -30,7 +30,8 @@ namespace {
 
 int runQuitCommand()
 {
-    switch (TaskrackBusService::callRunningCopy(QStringLiteral("Quit"), {}, std::chrono::seconds(15))) {
+    switch (
+        TaskrackBusService::callRunningCopy(QStringLiteral("Quit"), {}, std::chrono::seconds(15))) {
     case TaskrackBusService::CallResult::answered:
         // Back once the copy is gone: a script may start another right after.
         if (TaskrackBusService::waitUntilGone(std::chrono::seconds(15)))

@@ -18,8 +18,8 @@ RackRuntime::RackRuntime(const ProviderPaths &paths, Preferences &preferences, C
 RackRuntime::RackRuntime(SourceAssembly assembly, Preferences &preferences, Clock &clock,
                          QObject *parent)
     : QObject(parent), m_assembly(std::move(assembly)),
-      m_composite(std::make_unique<CompositeThreadSource>(m_assembly.members, &clock,
-                                                          memberPatience)),
+      m_composite(
+          std::make_unique<CompositeThreadSource>(m_assembly.members, &clock, memberPatience)),
       m_store(std::make_unique<RackStore>(*m_composite, &m_opener, preferences, clock))
 {
 }
@@ -28,7 +28,6 @@ RackRuntime::~RackRuntime()
 {
     m_loopsStop.request_stop();
 }
-
 
 QCoro::Task<void> RackRuntime::start(RackDesktopSteps *desktop, SystemEvents *systemEvents)
 {
@@ -50,10 +49,10 @@ QCoro::Task<void> RackRuntime::start(RackDesktopSteps *desktop, SystemEvents *sy
             m_assembly.feeds[index].start();
         if (index == 0 && systemEvents) {
             m_systemEvents = systemEvents;
-            m_wakeConnections.append(connect(systemEvents, &SystemEvents::willSleep, this,
-                                             [this] { handleSleep(); }));
-            m_wakeConnections.append(connect(systemEvents, &SystemEvents::didWake, this,
-                                             [this] { handleWake(); }));
+            m_wakeConnections.append(
+                connect(systemEvents, &SystemEvents::willSleep, this, [this] { handleSleep(); }));
+            m_wakeConnections.append(
+                connect(systemEvents, &SystemEvents::didWake, this, [this] { handleWake(); }));
         }
     }
     if (m_desktop)

@@ -9,10 +9,10 @@
 
 #include "app/linuxthreadopener.h"
 #include "app/sourceassembly.h"
-#include "platform/linux/linuxterminallauncher.h"
-#include "platform/linux/xdgworkspacerouting.h"
 #include "core/compositethreadsource.h"
 #include "core/rackstore.h"
+#include "platform/linux/linuxterminallauncher.h"
+#include "platform/linux/xdgworkspacerouting.h"
 
 #include <QObject>
 #include <QPointer>
@@ -55,7 +55,8 @@ public:
     // Starts everything in order, once: snapshot loops, watchers and safety nets, the wake
     // observer, the desktop steps (when given), status and invalidation loops with the hook
     // events, then the first refresh, which the returned task awaits.
-    QCoro::Task<void> start(RackDesktopSteps *desktop = nullptr, SystemEvents *systemEvents = nullptr);
+    QCoro::Task<void> start(RackDesktopSteps *desktop = nullptr,
+                            SystemEvents *systemEvents = nullptr);
     bool isStarted() const { return m_started; }
     // Cancels the loops, the wake observer, the desktop steps and the event listeners, then
     // shuts the sources down. Safe to call more than once; a second call waits for the first.

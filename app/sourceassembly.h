@@ -22,7 +22,8 @@ using Invalidation = std::monostate;
 
 // What a source with live channels offers beyond a fetch. Every member is optional: a source
 // leaves out what it does not have.
-struct LiveFeeds {
+struct LiveFeeds
+{
     RackProvider provider = RackProvider::codex;
     // Whole snapshots of this provider pushed by its watchers.
     ChannelPtr<ThreadCollection> snapshots;
@@ -50,7 +51,8 @@ struct LiveFeeds {
     std::function<QCoro::Task<void>()> shutdown;
 };
 
-struct SourceAssembly {
+struct SourceAssembly
+{
     // Members of the composite, in order.
     std::vector<std::shared_ptr<ThreadSource>> members;
     std::vector<LiveFeeds> feeds;

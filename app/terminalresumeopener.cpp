@@ -14,7 +14,8 @@ namespace {
 bool isPlainUuid(const QString &text)
 {
     const QUuid uuid = QUuid::fromString(text);
-    return !uuid.isNull() && uuid.toString(QUuid::WithoutBraces).compare(text, Qt::CaseInsensitive) == 0;
+    return !uuid.isNull() &&
+           uuid.toString(QUuid::WithoutBraces).compare(text, Qt::CaseInsensitive) == 0;
 }
 
 } // namespace
@@ -30,7 +31,8 @@ QString TerminalResumeOpener::findExecutable(const QString &name) const
     if (name.contains(QLatin1Char('/')))
         return QFileInfo(name).isExecutable() ? name : QString();
     return QStandardPaths::findExecutable(
-        name, m_environment.value(QStringLiteral("PATH")).split(QLatin1Char(':'), Qt::SkipEmptyParts));
+        name,
+        m_environment.value(QStringLiteral("PATH")).split(QLatin1Char(':'), Qt::SkipEmptyParts));
 }
 
 TerminalResumeOpener::Plan TerminalResumeOpener::plan(const RackThread &thread) const
@@ -42,12 +44,12 @@ TerminalResumeOpener::Plan TerminalResumeOpener::plan(const RackThread &thread) 
     if (!isPlainUuid(id))
         throw ThreadOpeningError(ThreadOpeningError::Kind::invalidIdentifier, thread.provider);
 
-    const QString command = thread.provider == RackProvider::codex ? QStringLiteral("codex")
-                                                                   : QStringLiteral("claude");
+    const QString command =
+        thread.provider == RackProvider::codex ? QStringLiteral("codex") : QStringLiteral("claude");
     const QString program = findExecutable(command);
     if (program.isEmpty())
-        throw RackProviderApplicationError(RackProviderApplicationError::Kind::applicationNotInstalled,
-                                           thread.provider);
+        throw RackProviderApplicationError(
+            RackProviderApplicationError::Kind::applicationNotInstalled, thread.provider);
 
     QStringList arguments{program};
     if (thread.provider == RackProvider::codex)

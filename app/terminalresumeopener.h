@@ -21,7 +21,8 @@ public:
     QCoro::Task<void> open(RackThread thread) override;
 
     // The command that would run in the terminal; throws the errors open() would.
-    struct Plan {
+    struct Plan
+    {
         QStringList argv;
         QString workingDirectory;
     };

@@ -1,8 +1,8 @@
 // What the hook path costs: the helper's payload filter on real-sized payloads, reading a
 // settings file as the installer does, and a whole install + remove on disk.
 
-#include "sources/claude/claudehookevent.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/claude/claudehookevent.h"
 #include "sources/claude/claudehookinstaller.h"
 
 #include <QFile>
@@ -39,7 +39,8 @@ BENCHMARK(BM_DecodeHookInput)->Arg(2 << 10)->Arg(256 << 10)->Arg((4 << 20) - 102
 QByteArray settings(int groups)
 {
     JSONValue::Object hooks;
-    for (const char *event : {"PreToolUse", "PostToolUse", "Stop", "Notification", "SessionStart"}) {
+    for (const char *event :
+         {"PreToolUse", "PostToolUse", "Stop", "Notification", "SessionStart"}) {
         JSONValue::Array list;
         for (int i = 0; i < groups; ++i)
             list.push_back(JSONValue(JSONValue::Object{
@@ -50,10 +51,12 @@ QByteArray settings(int groups)
                               {"timeout", 30}})}}}));
         hooks.emplace(event, std::move(list));
     }
-    return JSONValue(JSONValue::Object{{"model", "opus"},
-                                       {"env", JSONValue::Object{{"FOO", "bar"}}},
-                                       {"permissions", JSONValue::Object{{"allow", JSONValue::Array{"Bash(ls:*)"}}}},
-                                       {"hooks", std::move(hooks)}})
+    return JSONValue(
+               JSONValue::Object{
+                   {"model", "opus"},
+                   {"env", JSONValue::Object{{"FOO", "bar"}}},
+                   {"permissions", JSONValue::Object{{"allow", JSONValue::Array{"Bash(ls:*)"}}}},
+                   {"hooks", std::move(hooks)}})
         .toPrettyJSON();
 }
 

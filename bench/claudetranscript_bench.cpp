@@ -1,7 +1,7 @@
 // How much a Claude transcript costs to read, however large it grows, and what a refresh over
 // many unchanged sessions costs. Run in Release; figures go to the report, not to assertions.
-#include "sources/claude/claudedesktopthreadsource.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/claude/claudetranscripttailreader.h"
 
 #include <QCoreApplication>
@@ -28,20 +28,21 @@ QByteArray stamp(const QDateTime &at)
 
 QByteArray promptLine(const QDateTime &at)
 {
-    return R"({"type":"user","message":{"role":"user","content":"Refactor the parser"},"timestamp":")" + stamp(at)
-        + R"(","cwd":"/work/app"})" "\n";
+    return R"({"type":"user","message":{"role":"user","content":"Refactor the parser"},"timestamp":")" +
+           stamp(at) +
+           R"(","cwd":"/work/app"})"
+           "\n";
 }
 
 QByteArray toolLines(const QDateTime &at)
 {
-    return R"({"type":"assistant","message":{"stop_reason":"tool_use","content":[{"type":"tool_use","id":"t","name":"Bash","input":{"command":"make"}}]},"timestamp":")"
-        + stamp(at) + "\"}\n"
-        + R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"t","content":")"
-        + QByteArray(900, 'o') + R"("}]},"timestamp":")" + stamp(at) + "\"}\n";
+    return R"({"type":"assistant","message":{"stop_reason":"tool_use","content":[{"type":"tool_use","id":"t","name":"Bash","input":{"command":"make"}}]},"timestamp":")" +
+           stamp(at) + "\"}\n" +
+           R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"t","content":")" +
+           QByteArray(900, 'o') + R"("}]},"timestamp":")" + stamp(at) + "\"}\n";
 }
 
-template<typename T>
-T runToCompletion(QCoro::Task<T> task)
+template <typename T> T runToCompletion(QCoro::Task<T> task)
 {
     std::optional<T> value;
     auto runner = [&]() -> QCoro::Task<void> { value.emplace(co_await task); };
@@ -53,7 +54,8 @@ T runToCompletion(QCoro::Task<T> task)
 
 // A 1 GB transcript whose first gigabyte is a hole and whose last 3 MB are real tool traffic.
 // `promptBack` places the newest prompt that far from the end (0: none in the last 3 MB).
-struct HugeTranscript {
+struct HugeTranscript
+{
     QTemporaryDir dir;
     QString root;
 
@@ -67,7 +69,8 @@ struct HugeTranscript {
         while (tail.size() < 3 * 1024 * 1024)
             tail += toolLines(now.addSecs(-5));
         if (promptBack > 0)
-            tail.insert(tail.indexOf('\n', tail.size() - promptBack) + 1, promptLine(now.addSecs(-60)));
+            tail.insert(tail.indexOf('\n', tail.size() - promptBack) + 1,
+                        promptLine(now.addSecs(-60)));
         QFile file(path);
         file.open(QIODevice::WriteOnly);
         const qint64 gigabyte = 1024LL * 1024 * 1024;
@@ -101,7 +104,11 @@ void observeHugeTranscript(benchmark::State &state)
 }
 // 0: no prompt in reach, the deep scan runs its full 2 MiB. 1.5 MB: found by the deep scan.
 // 100 kB: the tail alone answers.
-BENCHMARK(observeHugeTranscript)->Arg(0)->Arg(1'500'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(observeHugeTranscript)
+    ->Arg(0)
+    ->Arg(1'500'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond);
 
 // 400 sessions, all unchanged since the last refresh: a fetch lists and stats, and opens nothing.
 void refreshUnchangedSessions(benchmark::State &state)
@@ -146,7 +153,8 @@ void refreshUnchangedSessions(benchmark::State &state)
         };
         auto starting = start();
         while (!started)
-            QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 10);
+            QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents,
+                                            10);
     }
     if (runToCompletion(source.fetchThreads(400, {})).threads.size() != 400)
         state.SkipWithError("the warm-up did not list 400 sessions");
@@ -157,13 +165,19 @@ void refreshUnchangedSessions(benchmark::State &state)
         benchmark::DoNotOptimize(collection);
     }
     state.counters["filesOpenedPerRefresh"] =
-        double(source.transcriptReadCounters().filesOpened.load() - transcriptOpens
-               + source.manifestReadCounters().filesOpened.load() - manifestOpens)
-        / double(state.iterations());
+        double(source.transcriptReadCounters().filesOpened.load() - transcriptOpens +
+               source.manifestReadCounters().filesOpened.load() - manifestOpens) /
+        double(state.iterations());
 }
 // 0: Claude Code sessions found in the transcript folders; 1: desktop manifests naming them;
 // 2: as 0, with the folders watched (as the application runs), so a fetch re-reads nothing.
-BENCHMARK(refreshUnchangedSessions)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(refreshUnchangedSessions)
+    ->Arg(0)
+    ->Arg(1)
+    ->Arg(2)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
 
 } // namespace
 

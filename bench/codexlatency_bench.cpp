@@ -6,8 +6,8 @@
 
 #include "app/rackruntime.h"
 #include "core/compositethreadsource.h"
-#include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/inotifyfilewatch.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "platform/preferences.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/codex/codexthreadrepository.h"
@@ -179,7 +179,8 @@ void BM_RolloutLineToStoreStatus(benchmark::State &state)
     InMemoryPreferences preferences;
     CodexThreadRepository::Parts parts;
     parts.liveSource = std::make_shared<AbsentAppServer>();
-    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, home.home(), home.home());
+    parts.fallbackSource =
+        std::make_shared<SQLiteThreadSource>(fileSystem, home.home(), home.home());
     parts.activityOverlay = CodexActivityOverlaying::forCodexHome(home.home(), fileSystem);
     parts.fileWatch = std::make_unique<InotifyFileWatch>();
     parts.databaseFiles = {home.databasePath(), home.databasePath() + QStringLiteral("-wal")};
@@ -257,7 +258,8 @@ void BM_WarmCompositeRefresh(benchmark::State &state)
     CodexHome home;
     CodexThreadRepository::Parts parts;
     parts.liveSource = std::make_shared<AbsentAppServer>();
-    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, home.home(), home.home());
+    parts.fallbackSource =
+        std::make_shared<SQLiteThreadSource>(fileSystem, home.home(), home.home());
     parts.activityOverlay = CodexActivityOverlaying::forCodexHome(home.home(), fileSystem);
     parts.clock = &SystemClock::shared();
     QTemporaryDir claudeDir;
@@ -274,8 +276,9 @@ void BM_WarmCompositeRefresh(benchmark::State &state)
                 R"({"type":"assistant","message":{"stop_reason":"end_turn","content":[]},"timestamp":")" +
                 stamp + "\"}\n");
     }
-    auto claude = std::make_shared<ClaudeDesktopThreadSource>(
-        ClaudeDesktopThreadSource::Configuration{paths, &SystemClock::shared(), {}, {}, {}, true, &fileSystem});
+    auto claude =
+        std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
+            paths, &SystemClock::shared(), {}, {}, {}, true, &fileSystem});
     // Watched, as in the application: an unchanged Claude home is not read again.
     bool watching = false;
     signalWhenDone(claude->startMonitoring(), watching);

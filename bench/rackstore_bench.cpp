@@ -28,7 +28,10 @@ public:
 class FixedClock : public Clock
 {
 public:
-    QDateTime now() const override { return QDateTime::fromMSecsSinceEpoch(1'790'000'000'000, Qt::UTC); }
+    QDateTime now() const override
+    {
+        return QDateTime::fromMSecsSinceEpoch(1'790'000'000'000, Qt::UTC);
+    }
     double uptime() const override { return 0; }
     QCoro::Task<void> sleep(std::chrono::milliseconds) override { co_return; }
 };
@@ -41,12 +44,15 @@ ThreadCollection makeThreads(int count, int projects, const QDateTime &now)
     for (int i = 0; i < count; ++i) {
         RackThread thread;
         thread.provider = i % 2 ? RackProvider::claudeDesktop : RackProvider::codex;
-        thread.id = (i % 2 ? QStringLiteral("claude:") : QStringLiteral("codex:")) + QString::number(i);
+        thread.id =
+            (i % 2 ? QStringLiteral("claude:") : QStringLiteral("codex:")) + QString::number(i);
         thread.providerThreadID = QString::number(i);
         thread.title = QStringLiteral("Task %1").arg(i);
         const QString path = QStringLiteral("/src/project-%1").arg(i % projects);
         thread.workspacePath = path;
-        thread.projectIdentity = {path, QStringLiteral("project-%1").arg(i % projects), path,
+        thread.projectIdentity = {path,
+                                  QStringLiteral("project-%1").arg(i % projects),
+                                  path,
                                   {path, QStringLiteral("path:") + path,
                                    QStringLiteral("repository:example.com/p%1").arg(i % projects)},
                                   {}};
@@ -70,8 +76,8 @@ void refreshWithPendingUpdates(benchmark::State &state)
         state.PauseTiming();
         // Updates for threads the store has not seen yet: all wait in the pending table.
         for (int i = 0; i < count; ++i)
-            store.applyStatusUpdate({source.answer.threads[i].id, RackStatus::working,
-                                     clock.now(), std::nullopt});
+            store.applyStatusUpdate(
+                {source.answer.threads[i].id, RackStatus::working, clock.now(), std::nullopt});
         state.ResumeTiming();
         auto refresh = store.refresh();
         benchmark::DoNotOptimize(store.allThreads().size());

@@ -2,8 +2,8 @@
 // nothing), following one appended line, the first status of a huge rollout (it must cost at
 // most the tail window), and the state database fetch of 400 rows.
 
-#include "sources/codex/rolloutactivityoverlay.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/codex/rolloutactivityoverlay.h"
 #include "sources/codex/sqlitethreadsource.h"
 
 #include <QCoreApplication>
@@ -28,15 +28,15 @@ constexpr int threadCount = 400;
 
 QByteArray lifecycleLine(const char *kind, qint64 atMs)
 {
-    return "{\"timestamp\":\""
-           + QDateTime::fromMSecsSinceEpoch(atMs, Qt::UTC).toString(Qt::ISODateWithMs).toLatin1()
-           + "\",\"type\":\"event_msg\",\"payload\":{\"type\":\"" + kind + "\"}}\n";
+    return "{\"timestamp\":\"" +
+           QDateTime::fromMSecsSinceEpoch(atMs, Qt::UTC).toString(Qt::ISODateWithMs).toLatin1() +
+           "\",\"type\":\"event_msg\",\"payload\":{\"type\":\"" + kind + "\"}}\n";
 }
 
 QByteArray modelOutput(int bytes)
 {
-    return "{\"type\":\"response_item\",\"payload\":{\"type\":\"message\",\"text\":\""
-           + QByteArray(bytes, 'm') + "\"}}\n";
+    return "{\"type\":\"response_item\",\"payload\":{\"type\":\"message\",\"text\":\"" +
+           QByteArray(bytes, 'm') + "\"}}\n";
 }
 
 void exec(sqlite3 *db, const QByteArray &sql)
@@ -75,16 +75,17 @@ public:
             const QString path = rolloutPath(id);
             writeFile(path, rollout);
             ids << id;
-            exec(db, QStringLiteral("INSERT INTO threads VALUES ('%1', '%2', %3, %4, 'exec', 'user',"
-                                    " '%5', 'Task %1', NULL, 'preview', 0,"
-                                    " 'https://git.example.invalid/acme/widgets.git', %6, %7)")
-                         .arg(id, path)
-                         .arg((started + 1000) / 1000)
-                         .arg(started + 1000)
-                         .arg(m_dir.filePath("repo"))
-                         .arg(started / 1000)
-                         .arg(started)
-                         .toUtf8());
+            exec(db,
+                 QStringLiteral("INSERT INTO threads VALUES ('%1', '%2', %3, %4, 'exec', 'user',"
+                                " '%5', 'Task %1', NULL, 'preview', 0,"
+                                " 'https://git.example.invalid/acme/widgets.git', %6, %7)")
+                     .arg(id, path)
+                     .arg((started + 1000) / 1000)
+                     .arg(started + 1000)
+                     .arg(m_dir.filePath("repo"))
+                     .arg(started / 1000)
+                     .arg(started)
+                     .toUtf8());
         }
         exec(db, "COMMIT");
         sqlite3_close(db);
@@ -92,12 +93,16 @@ public:
 
     QString home() const { return m_dir.path(); }
     QString databasePath() const { return m_dir.filePath("state_5.sqlite"); }
-    QString rolloutPath(const QString &id) const { return m_dir.filePath("sessions/" + id + ".jsonl"); }
+    QString rolloutPath(const QString &id) const
+    {
+        return m_dir.filePath("sessions/" + id + ".jsonl");
+    }
 
     static void writeFile(const QString &path, const QByteArray &bytes)
     {
         QFile file(path);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size())
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+            file.write(bytes) != bytes.size())
             throw std::runtime_error("cannot write rollout");
     }
 
@@ -193,8 +198,9 @@ void BM_HugeRolloutFirstStatus(benchmark::State &state)
     tail += lifecycleLine("task_started", currentMs() - 1000);
     {
         QFile file(path);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || !file.resize(qint64(1) << 30)
-            || !file.seek(file.size()) || file.write(tail) != tail.size())
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+            !file.resize(qint64(1) << 30) || !file.seek(file.size()) ||
+            file.write(tail) != tail.size())
             throw std::runtime_error("cannot write the huge rollout");
     }
     const ThreadCollection collection = home.collection();

@@ -15,8 +15,7 @@
 
 namespace taskrack {
 
-template<typename T>
-class BoundedChannel
+template <typename T> class BoundedChannel
 {
 public:
     explicit BoundedChannel(size_t capacity) : m_capacity(capacity < 1 ? 1 : capacity) {}
@@ -88,7 +87,8 @@ public:
         }
 
     private:
-        struct Wake {
+        struct Wake
+        {
             BoundedChannel *channel;
             void operator()() const
             {
@@ -130,7 +130,6 @@ private:
     QObject *m_waiterAnchor = nullptr;
 };
 
-template<typename T>
-using ChannelPtr = std::shared_ptr<BoundedChannel<T>>;
+template <typename T> using ChannelPtr = std::shared_ptr<BoundedChannel<T>>;
 
 } // namespace taskrack

@@ -16,7 +16,7 @@ double SystemClock::uptime() const
 {
     // CLOCK_BOOTTIME keeps counting while the machine sleeps: a clock that stopped in suspend
     // would keep a stale "in progress" alive across a night.
-    timespec now {};
+    timespec now{};
     ::clock_gettime(CLOCK_BOOTTIME, &now);
     return double(now.tv_sec) + double(now.tv_nsec) / 1e9;
 }

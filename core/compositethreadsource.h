@@ -34,9 +34,9 @@ private:
 class CompositeThreadSource : public ThreadSource
 {
 public:
-    explicit CompositeThreadSource(std::vector<std::shared_ptr<ThreadSource>> sources,
-                                   Clock *clock = nullptr,
-                                   std::chrono::milliseconds patience = std::chrono::milliseconds(0));
+    explicit CompositeThreadSource(
+        std::vector<std::shared_ptr<ThreadSource>> sources, Clock *clock = nullptr,
+        std::chrono::milliseconds patience = std::chrono::milliseconds(0));
     ~CompositeThreadSource() override;
 
     QString sourceName() const override { return QStringLiteral("Task providers"); }

@@ -12,12 +12,16 @@ namespace taskrack {
 
 class Preferences;
 
-struct CompletionReceipt {
+struct CompletionReceipt
+{
     QDateTime latestCompletionAt;
     std::optional<QDateTime> acknowledgedThrough;
 
     bool operator==(const CompletionReceipt &) const = default;
-    bool isUnread() const { return !acknowledgedThrough || latestCompletionAt > *acknowledgedThrough; }
+    bool isUnread() const
+    {
+        return !acknowledgedThrough || latestCompletionAt > *acknowledgedThrough;
+    }
 };
 
 class RackCompletionLedger

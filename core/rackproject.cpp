@@ -5,8 +5,8 @@
 namespace taskrack {
 
 namespace {
-constexpr std::array tintNames{"gray", "cyan", "yellow", "orchid", "lime",
-                               "pink", "coral", "teal", "blue", "violet"};
+constexpr std::array tintNames{"gray", "cyan",  "yellow", "orchid", "lime",
+                               "pink", "coral", "teal",   "blue",   "violet"};
 constexpr std::array silhouetteNames{"capsule",
                                      "circle",
                                      "heart",
@@ -19,7 +19,7 @@ constexpr std::array silhouetteNames{"capsule",
                                      "six_lobed_flower",
                                      "twelve_scalloped_rosette"};
 
-template<typename Enum, size_t N>
+template <typename Enum, size_t N>
 std::optional<Enum> fromNames(const std::array<const char *, N> &names, const QString &raw)
 {
     for (size_t i = 0; i < N; ++i) {
@@ -45,7 +45,8 @@ std::optional<RackDotAppearance::Tint> RackDotAppearance::tintFromRaw(const QStr
     return fromNames<Tint>(tintNames, raw);
 }
 
-std::optional<RackDotAppearance::Silhouette> RackDotAppearance::silhouetteFromRaw(const QString &raw)
+std::optional<RackDotAppearance::Silhouette>
+RackDotAppearance::silhouetteFromRaw(const QString &raw)
 {
     return fromNames<Silhouette>(silhouetteNames, raw);
 }

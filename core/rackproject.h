@@ -10,7 +10,8 @@
 
 namespace taskrack {
 
-struct RackDotAppearance {
+struct RackDotAppearance
+{
     enum class Tint { gray, cyan, yellow, orchid, lime, pink, coral, teal, blue, violet };
     enum class Silhouette {
         capsule,
@@ -39,7 +40,8 @@ struct RackDotAppearance {
 };
 
 // The Codex desktop application's avatar of a project.
-struct CodexDesktopDot {
+struct CodexDesktopDot
+{
     QString key;
     QString name;
     RackDotAppearance appearance;
@@ -47,7 +49,8 @@ struct CodexDesktopDot {
     bool operator==(const CodexDesktopDot &) const = default;
 };
 
-struct RackProjectIdentity {
+struct RackProjectIdentity
+{
     static inline const QString chatsID = QStringLiteral("__chats__");
 
     QString id;
@@ -61,13 +64,20 @@ struct RackProjectIdentity {
     bool isChats() const { return id == chatsID; }
 };
 
-enum class RackCheckoutKind { primaryCheckout, linkedWorktree, submodule, separateGitDirectory, unknown };
+enum class RackCheckoutKind {
+    primaryCheckout,
+    linkedWorktree,
+    submodule,
+    separateGitDirectory,
+    unknown
+};
 
 QString rawValue(RackCheckoutKind kind);
 // The label a person reads (and searches) for a kind of checkout.
 QString checkoutLabel(RackCheckoutKind kind);
 
-struct RackCheckoutMetadata {
+struct RackCheckoutMetadata
+{
     RackCheckoutKind kind = RackCheckoutKind::unknown;
     std::optional<QString> checkoutRootPath;
     std::optional<QString> gitDirectoryPath;
@@ -76,7 +86,8 @@ struct RackCheckoutMetadata {
     bool operator==(const RackCheckoutMetadata &) const = default;
 };
 
-struct RackThreadLineage {
+struct RackThreadLineage
+{
     std::optional<QString> parentTitle;
     int childCount = 0;
 

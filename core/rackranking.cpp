@@ -33,7 +33,8 @@ std::optional<RackOrganizationMode> organizationModeFromRaw(const QString &raw)
 QList<RackThread> sortedInThreadOrder(QList<RackThread> threads)
 {
     // Sort small keys, not whole records: a thread is large and copying it dominates otherwise.
-    struct Key {
+    struct Key
+    {
         int rank;
         qint64 recency;
         qsizetype index;
@@ -102,7 +103,8 @@ int RackPaging::pageCount(qsizetype threadCount, int pageSize)
 
 std::pair<qsizetype, qsizetype> RackPaging::pageRange(qsizetype threadCount, int page, int pageSize)
 {
-    const qsizetype begin = std::min<qsizetype>(threadCount, qsizetype(std::max(page, 0)) * pageSize);
+    const qsizetype begin =
+        std::min<qsizetype>(threadCount, qsizetype(std::max(page, 0)) * pageSize);
     const qsizetype end = std::min<qsizetype>(threadCount, begin + pageSize);
     return {begin, end};
 }

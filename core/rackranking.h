@@ -27,7 +27,8 @@ QList<RackThread> activityList(const QList<RackThread> &sorted);
 QList<RackThread> frozenMerge(const QList<RackThread> &old, const QList<RackThread> &fresh,
                               const QHash<QString, RackThread> &current);
 
-struct RackPaging {
+struct RackPaging
+{
     static constexpr int activityPageSize = 6;
     static constexpr int projectPageSize = 5;
 

@@ -116,8 +116,9 @@ namespace {
 // call the picture cached.
 bool hasUnexpectedFailure(const QList<ThreadSourceFailure> &failures)
 {
-    return std::any_of(failures.begin(), failures.end(),
-                       [](const ThreadSourceFailure &failure) { return !failure.isExpectedLimitation; });
+    return std::any_of(failures.begin(), failures.end(), [](const ThreadSourceFailure &failure) {
+        return !failure.isExpectedLimitation;
+    });
 }
 
 } // namespace
@@ -134,8 +135,9 @@ void RackStore::scheduleRefresh(std::chrono::milliseconds delay)
     // last fetch's start fold into one fetch when that window ends.
     const double now = m_clock.uptime();
     const double deadline =
-        m_lastRefreshStartedAt ? std::max(now, *m_lastRefreshStartedAt + double(delay.count()) / 1000.0)
-                               : now;
+        m_lastRefreshStartedAt
+            ? std::max(now, *m_lastRefreshStartedAt + double(delay.count()) / 1000.0)
+            : now;
     // A sooner refresh already on its way is never pushed back by a later request.
     if (m_scheduledRefreshDeadline && *m_scheduledRefreshDeadline <= deadline)
         return;
@@ -143,8 +145,9 @@ void RackStore::scheduleRefresh(std::chrono::milliseconds delay)
         m_scheduledRefresh->request_stop();
     m_scheduledRefreshDeadline = deadline;
     m_scheduledRefresh = std::make_shared<std::stop_source>();
-    runScheduledRefresh(std::chrono::milliseconds(qint64(std::ceil((deadline - now) * 1000.0 - 1e-6))),
-                        m_scheduledRefresh->get_token());
+    runScheduledRefresh(
+        std::chrono::milliseconds(qint64(std::ceil((deadline - now) * 1000.0 - 1e-6))),
+        m_scheduledRefresh->get_token());
 }
 
 QCoro::Task<void> RackStore::runScheduledRefresh(std::chrono::milliseconds delay,
@@ -293,10 +296,11 @@ void RackStore::failRefresh(const QString &description)
     const bool hasThreads = !m_allThreads.isEmpty();
     ThreadSourceFailure failure;
     failure.sourceName = m_source.sourceName();
-    failure.state = hasThreads ? ThreadSourceFailureState::degraded
-                               : ThreadSourceFailureState::unavailable;
+    failure.state =
+        hasThreads ? ThreadSourceFailureState::degraded : ThreadSourceFailureState::unavailable;
     failure.isUsingCachedSnapshot = hasThreads;
-    assign(m_sourceFailures, QList<ThreadSourceFailure>{failure}, &RackStore::sourceFailuresChanged);
+    assign(m_sourceFailures, QList<ThreadSourceFailure>{failure},
+           &RackStore::sourceFailuresChanged);
     if (hasThreads) {
         assign(m_dataState, RackDataState::cached, &RackStore::dataStateChanged);
     } else {

@@ -29,7 +29,8 @@ QString rawValue(RackDataState state);
 
 // One stop of the gesture's walk through all projects: a thread, or the new-task key after a
 // project's last thread.
-struct RackStop {
+struct RackStop
+{
     enum class Kind { newTask, thread };
     Kind kind = Kind::thread;
     QString projectID;
@@ -38,19 +39,22 @@ struct RackStop {
     bool operator==(const RackStop &) const = default;
 };
 
-struct SearchRestoreState {
+struct SearchRestoreState
+{
     std::optional<QString> selectedThreadID;
     std::optional<QString> selectedProjectID;
     int currentPage = 0;
 };
 
-struct ThreadOpenRequest {
+struct ThreadOpenRequest
+{
     QUuid id;
     RackThread thread;
     std::optional<QDateTime> completionAt;
 };
 
-struct PendingUpdate {
+struct PendingUpdate
+{
     RackStatusUpdate update;
     quint64 revision = 0;
     bool hasBeenDiscovered = false;
@@ -155,7 +159,10 @@ public:
     bool isLive() const { return m_isLive; }
     bool isRankingFrozen() const { return m_isRankingFrozen; }
     bool isNewTaskSelected() const { return m_isNewTaskSelected; }
-    const std::optional<QDateTime> &lastSuccessfulRefresh() const { return m_lastSuccessfulRefresh; }
+    const std::optional<QDateTime> &lastSuccessfulRefresh() const
+    {
+        return m_lastSuccessfulRefresh;
+    }
     const std::optional<QString> &errorMessage() const { return m_errorMessage; }
     bool hasOpenError() const { return m_hasOpenError; }
     const std::optional<QString> &globalShortcutError() const { return m_globalShortcutError; }
@@ -171,7 +178,10 @@ public:
     bool isSearchPresented() const { return m_isSearchPresented; }
     int searchFocusRequest() const { return m_searchFocusRequest; }
     int searchBlurRequest() const { return m_searchBlurRequest; }
-    const std::optional<SearchRestoreState> &searchRestoreState() const { return m_searchRestoreState; }
+    const std::optional<SearchRestoreState> &searchRestoreState() const
+    {
+        return m_searchRestoreState;
+    }
 
     void setGlobalShortcutError(std::optional<QString> error);
     void setCycleCurrentPageOnly(bool on);
@@ -211,8 +221,7 @@ signals:
 private:
     // Stores `value` and notifies only when it differs, so nothing re-renders for an equal
     // value.
-    template<typename T>
-    void assign(T &field, T value, void (RackStore::*notify)())
+    template <typename T> void assign(T &field, T value, void (RackStore::*notify)())
     {
         if (field == value)
             return;

@@ -60,8 +60,8 @@ void RackStore::setSearchQuery(const QString &query)
         return;
     }
     if (!wasActive)
-        m_searchRestoreState = SearchRestoreState{m_selectedThreadID, m_selectedProjectID,
-                                                  m_currentPage};
+        m_searchRestoreState =
+            SearchRestoreState{m_selectedThreadID, m_selectedProjectID, m_currentPage};
     assign(m_isSearchPresented, true, &RackStore::isSearchPresentedChanged);
     assign(m_rankedThreads, searchResults(), &RackStore::rankedThreadsChanged);
     assign(m_isNewTaskSelected, false, &RackStore::isNewTaskSelectedChanged);
@@ -92,14 +92,16 @@ void RackStore::endSearch()
     requestSearchBlur();
     if (const std::optional<SearchRestoreState> restore = std::exchange(m_searchRestoreState, {})) {
         // Applied as far as its project, thread and page still exist.
-        const bool projectExists =
-            restore->selectedProjectID &&
-            std::any_of(m_projectGroups.cbegin(), m_projectGroups.cend(),
-                        [&](const RackProjectGroup &group) { return group.id == *restore->selectedProjectID; });
+        const bool projectExists = restore->selectedProjectID &&
+                                   std::any_of(m_projectGroups.cbegin(), m_projectGroups.cend(),
+                                               [&](const RackProjectGroup &group) {
+                                                   return group.id == *restore->selectedProjectID;
+                                               });
         if (projectExists)
             setSelectedProjectID(restore->selectedProjectID, true);
         if (indexIn(m_allThreads, restore->selectedThreadID) >= 0)
-            assign(m_selectedThreadID, restore->selectedThreadID, &RackStore::selectedThreadIDChanged);
+            assign(m_selectedThreadID, restore->selectedThreadID,
+                   &RackStore::selectedThreadIDChanged);
         m_currentPage = restore->currentPage;
     }
     rerank(false, true);
@@ -214,10 +216,9 @@ void RackStore::walkStops(bool forward)
     qsizetype present = -1;
     for (qsizetype i = 0; i < ring.size(); ++i) {
         const RackStop &stop = ring.at(i);
-        const bool matches =
-            stop.kind == RackStop::Kind::newTask
-                ? m_isNewTaskSelected && m_selectedProjectID == stop.projectID
-                : !m_isNewTaskSelected && m_selectedThreadID == stop.threadID;
+        const bool matches = stop.kind == RackStop::Kind::newTask
+                                 ? m_isNewTaskSelected && m_selectedProjectID == stop.projectID
+                                 : !m_isNewTaskSelected && m_selectedThreadID == stop.threadID;
         if (matches) {
             present = i;
             break;
@@ -247,8 +248,9 @@ bool RackStore::firstGestureStep()
 {
     if (!m_firstGestureCycleMovesBackward || m_isSearchPresented)
         return false;
-    const bool atStart = !m_selectedThreadID ||
-                         (!m_visibleThreads.isEmpty() && m_visibleThreads.first().id == *m_selectedThreadID);
+    const bool atStart =
+        !m_selectedThreadID ||
+        (!m_visibleThreads.isEmpty() && m_visibleThreads.first().id == *m_selectedThreadID);
     if (!atStart)
         return false;
     step(false);

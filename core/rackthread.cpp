@@ -129,7 +129,8 @@ QString RackThread::accessibilityLabel() const
 
 ThreadOpeningError::ThreadOpeningError(Kind kind, RackProvider provider)
     : TaskrackError(kind == Kind::invalidIdentifier
-                        ? displayName(provider) + QStringLiteral(" returned an invalid task identifier.")
+                        ? displayName(provider) +
+                              QStringLiteral(" returned an invalid task identifier.")
                         : QStringLiteral("The ") + displayName(provider) +
                               QStringLiteral(" app could not open this task.")),
       m_kind(kind), m_provider(provider)

@@ -35,7 +35,8 @@ QString shortLabel(RackStatus status);
 QString accessibilityLabel(RackStatus status);
 
 // The account scope of a thread that came from the Codex desktop catalog.
-struct CodexDesktopIdentity {
+struct CodexDesktopIdentity
+{
     QString accountScope;
 
     bool operator==(const CodexDesktopIdentity &) const = default;
@@ -43,7 +44,8 @@ struct CodexDesktopIdentity {
 
 enum class RackRecordedTurnStatus { inProgress, completed, interrupted, failed, unknown };
 
-struct RackRecordedTurnObservation {
+struct RackRecordedTurnObservation
+{
     CodexDesktopIdentity identity;
     QString threadID;
     QUuid latestTurnID;
@@ -55,7 +57,8 @@ struct RackRecordedTurnObservation {
     bool operator==(const RackRecordedTurnObservation &) const = default;
 };
 
-struct RackThread {
+struct RackThread
+{
     QString id;
     RackProvider provider = RackProvider::codex;
     QString providerThreadID;

@@ -10,7 +10,8 @@ namespace {
 std::optional<QUuid> parseExactUuid(const QString &text)
 {
     const QUuid uuid = QUuid::fromString(text);
-    if (uuid.isNull() || uuid.toString(QUuid::WithoutBraces).compare(text, Qt::CaseInsensitive) != 0)
+    if (uuid.isNull() ||
+        uuid.toString(QUuid::WithoutBraces).compare(text, Qt::CaseInsensitive) != 0)
         return std::nullopt;
     return uuid;
 }
@@ -25,15 +26,18 @@ QString describe(RackProviderApplicationError::Kind kind, RackProvider provider)
     case Kind::unexpectedURLScheme:
         return QStringLiteral("Taskrack refused an unexpected ") + name + QStringLiteral(" link.");
     case Kind::unexpectedURLHandler:
-        return QStringLiteral("The ") + name + QStringLiteral(" link is assigned to a different application.");
+        return QStringLiteral("The ") + name +
+               QStringLiteral(" link is assigned to a different application.");
     case Kind::launchFailed:
         return QStringLiteral("The ") + name + QStringLiteral(" app could not be launched.");
     case Kind::deepLinkOpenFailed:
         return QStringLiteral("The ") + name + QStringLiteral(" app could not open this task.");
     case Kind::untrustedApplication:
-        return QStringLiteral("Taskrack could not verify the installed ") + name + QStringLiteral(" app.");
+        return QStringLiteral("Taskrack could not verify the installed ") + name +
+               QStringLiteral(" app.");
     case Kind::activationFailed:
-        return QStringLiteral("The running ") + name + QStringLiteral(" app could not be activated.");
+        return QStringLiteral("The running ") + name +
+               QStringLiteral(" app could not be activated.");
     }
     return {};
 }
@@ -43,12 +47,16 @@ QString describe(RackProviderApplicationError::Kind kind, RackProvider provider)
 const RackProviderApplication &RackProviderApplication::forProvider(RackProvider provider)
 {
     static const RackProviderApplication codex{
-        RackProvider::codex, QStringLiteral("com.openai.codex"), QStringLiteral("2DC432GLL2"),
+        RackProvider::codex,
+        QStringLiteral("com.openai.codex"),
+        QStringLiteral("2DC432GLL2"),
         QStringLiteral("codex"),
         {QStringLiteral("com.openai.codex.desktop"), QStringLiteral("codex-desktop.desktop")}};
     static const RackProviderApplication claude{
-        RackProvider::claudeDesktop, QStringLiteral("com.anthropic.claudefordesktop"),
-        QStringLiteral("Q6L2SF6YDW"), QStringLiteral("claude"),
+        RackProvider::claudeDesktop,
+        QStringLiteral("com.anthropic.claudefordesktop"),
+        QStringLiteral("Q6L2SF6YDW"),
+        QStringLiteral("claude"),
         {QStringLiteral("com.anthropic.claudefordesktop.desktop"),
          QStringLiteral("claude-desktop.desktop")}};
     return provider == RackProvider::codex ? codex : claude;
@@ -115,7 +123,8 @@ QString RackProviderApplicationService::verifiedApplication(
     using Kind = RackProviderApplicationError::Kind;
     std::optional<QString> handler = m_workspace.applicationForURL(url);
     if (!handler)
-        handler = m_workspace.findApplication(application.fallbackBundleNames, m_applicationSearchRoots);
+        handler =
+            m_workspace.findApplication(application.fallbackBundleNames, m_applicationSearchRoots);
     if (!handler)
         throw RackProviderApplicationError(Kind::applicationNotInstalled, application.provider);
     const QString identifier = m_workspace.applicationIdentifier(*handler).value_or(QString());

@@ -9,7 +9,8 @@
 
 namespace taskrack {
 
-struct RackProviderApplication {
+struct RackProviderApplication
+{
     RackProvider provider;
     QString bundleIdentifier;
     QString teamIdentifier;

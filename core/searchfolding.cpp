@@ -21,7 +21,7 @@ QString foldedForSearch(const QString &text)
 
 SearchQuery::SearchQuery(const QString &text)
     : m_tokens(foldedForSearch(text).split(QRegularExpression(QStringLiteral("\\s+")),
-                                            Qt::SkipEmptyParts))
+                                           Qt::SkipEmptyParts))
 {
 }
 

@@ -28,8 +28,7 @@ public:
     bool isCurrent() const { return QThread::currentThread() == m_thread; }
     QObject *context() const { return m_context; }
 
-    template<typename F>
-    class Awaitable
+    template <typename F> class Awaitable
     {
     public:
         using Result = std::invoke_result_t<F>;
@@ -70,11 +69,7 @@ public:
         std::exception_ptr m_error;
     };
 
-    template<typename F>
-    Awaitable<F> run(F fn)
-    {
-        return Awaitable<F>(this, std::move(fn));
-    }
+    template <typename F> Awaitable<F> run(F fn) { return Awaitable<F>(this, std::move(fn)); }
 
 private:
     QThread *m_thread;

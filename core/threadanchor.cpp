@@ -13,7 +13,8 @@ QObject *threadAnchor()
 
 void resumeOn(QObject *anchor, std::coroutine_handle<> handle)
 {
-    QMetaObject::invokeMethod(anchor, [handle] { handle.resume(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        anchor, [handle] { handle.resume(); }, Qt::QueuedConnection);
 }
 
 } // namespace taskrack

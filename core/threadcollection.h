@@ -10,7 +10,8 @@
 
 namespace taskrack {
 
-struct RackStatusUpdate {
+struct RackStatusUpdate
+{
     QString threadID;
     RackStatus status = RackStatus::recent;
     // Absent: only the moment of arrival is known.
@@ -27,7 +28,8 @@ enum class ThreadSourceHealthComponent { desktopMetadata };
 QString rawValue(ThreadSourceFailureState state);
 QString rawValue(ThreadSourceHealthComponent component);
 
-struct ThreadSourceFailure {
+struct ThreadSourceFailure
+{
     QString sourceName;
     ThreadSourceFailureState state = ThreadSourceFailureState::unavailable;
     bool isUsingCachedSnapshot = false;
@@ -43,7 +45,8 @@ struct ThreadSourceFailure {
 
 size_t qHash(const ThreadSourceFailure &failure, size_t seed = 0);
 
-struct ThreadCollection {
+struct ThreadCollection
+{
     QList<RackThread> threads;
     QString sourceDescription;
     bool isLive = false;
@@ -53,16 +56,21 @@ struct ThreadCollection {
 };
 
 // The answer of one member of a composite source.
-struct ThreadFetchSuccess {
+struct ThreadFetchSuccess
+{
     int index = 0;
     ThreadCollection collection;
 };
-struct ThreadFetchFailure {
+struct ThreadFetchFailure
+{
     int index = 0;
     QString sourceName;
     QString message;
 };
-struct ThreadFetchCancelled {};
-using ThreadSourceFetchResult = std::variant<ThreadFetchSuccess, ThreadFetchFailure, ThreadFetchCancelled>;
+struct ThreadFetchCancelled
+{
+};
+using ThreadSourceFetchResult =
+    std::variant<ThreadFetchSuccess, ThreadFetchFailure, ThreadFetchCancelled>;
 
 } // namespace taskrack

@@ -17,7 +17,8 @@ using namespace taskrack;
 
 namespace {
 
-struct Sandbox {
+struct Sandbox
+{
     std::string directory;
     QString settings;
     QString helper;
@@ -68,7 +69,8 @@ std::vector<std::pair<QString, JSONValue>> foreignEntries(const JSONValue::Objec
         }
         for (const JSONValue &group : *groups.array()) {
             const JSONValue::Object *object = group.object();
-            const auto inner = object ? object->find(QStringLiteral("hooks")) : JSONValue::Object::const_iterator();
+            const auto inner = object ? object->find(QStringLiteral("hooks"))
+                                      : JSONValue::Object::const_iterator();
             if (!object || inner == object->end() || !inner->second.array()) {
                 entries.emplace_back(event, group);
                 continue;
@@ -139,7 +141,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         check(readAll(installer.backupPath()) == input);
 
     if (install) {
-        const ClaudeHookInstallationStatus status = installer.statusNow(sandbox.helper, sandbox.token);
+        const ClaudeHookInstallationStatus status =
+            installer.statusNow(sandbox.helper, sandbox.token);
         check(status == ClaudeHookInstallationStatus::enabled ||
               status == ClaudeHookInstallationStatus::hooksDisabled);
         installer.installNow(sandbox.helper, sandbox.token);

@@ -1,8 +1,8 @@
 // Desktop session manifests are files another program writes: whatever they hold, decoding
 // must neither crash nor accept an identity over its limits.
+#include "sources/claude/claudelivesessionregistry.h"
 #include "sources/claude/claudesessionevidence.h"
 #include "sources/claude/claudesessionmanifest.h"
-#include "sources/claude/claudelivesessionregistry.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -15,7 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const auto aliases = manifest->aliases();
         if (!aliases.contains(manifest->sessionId))
             std::abort();
-        if (withinLimits && manifest->bridgeSessionIds.size() > taskrack::claudelimits::bridgeIdCount)
+        if (withinLimits &&
+            manifest->bridgeSessionIds.size() > taskrack::claudelimits::bridgeIdCount)
             std::abort();
         if (manifest->parentSessionId && manifest->parentSessionId == manifest->sessionId)
             std::abort();
@@ -25,7 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     (void)taskrack::decodeClaudeLiveSessionEntry(bytes);
     if (const auto evidence = taskrack::decodeClaudeSessionEvidence(bytes)) {
         // What was accepted must survive a write and a read unchanged.
-        const auto again = taskrack::decodeClaudeSessionEvidence(taskrack::encodeClaudeSessionEvidence(*evidence));
+        const auto again =
+            taskrack::decodeClaudeSessionEvidence(taskrack::encodeClaudeSessionEvidence(*evidence));
         if (!again)
             std::abort();
     }

@@ -13,7 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         QJsonDocument::fromJson(QByteArray(reinterpret_cast<const char *>(data), qsizetype(size)));
     QSet<QString> seen;
     for (const taskrack::QuickTaskCodexModel &model : taskrack::cleanedModels(document.array())) {
-        if (model.model.isEmpty() || model.displayName.isEmpty() || model.hidden == true || seen.contains(model.model))
+        if (model.model.isEmpty() || model.displayName.isEmpty() || model.hidden == true ||
+            seen.contains(model.model))
             __builtin_trap();
         seen.insert(model.model);
     }

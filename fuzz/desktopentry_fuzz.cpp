@@ -9,7 +9,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray bytes(reinterpret_cast<const char *>(data), qsizetype(size));
-    if (const std::optional<QStringList> arguments = taskrack::XdgWorkspaceRouting::execArguments(bytes)) {
+    if (const std::optional<QStringList> arguments =
+            taskrack::XdgWorkspaceRouting::execArguments(bytes)) {
         if (arguments->isEmpty())
             __builtin_trap(); // an Exec line always names a program
     }

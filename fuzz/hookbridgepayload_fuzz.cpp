@@ -21,10 +21,11 @@ bool isWellFormedUtf8(std::string_view text)
         const auto lead = static_cast<unsigned char>(text[at]);
         if (lead == 0)
             return false;
-        std::size_t length = lead < 0x80 ? 1 : lead >= 0xC2 && lead <= 0xDF ? 2
-                             : lead >= 0xE0 && lead <= 0xEF                 ? 3
-                             : lead >= 0xF0 && lead <= 0xF4                 ? 4
-                                                                            : 0;
+        std::size_t length = lead < 0x80                    ? 1
+                             : lead >= 0xC2 && lead <= 0xDF ? 2
+                             : lead >= 0xE0 && lead <= 0xEF ? 3
+                             : lead >= 0xF0 && lead <= 0xF4 ? 4
+                                                            : 0;
         if (length == 0 || at + length > text.size())
             return false;
         std::uint32_t codePoint = length == 1 ? lead : lead & (0xFF >> (length + 1));
@@ -55,8 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     }
     static constexpr std::array<std::string_view, 7> allowed{
-        "background_task_count", "cwd", "hook_event_name", "is_agent", "notification_type",
-        "session_id", "transcript_path"};
+        "background_task_count", "cwd",        "hook_event_name", "is_agent",
+        "notification_type",     "session_id", "transcript_path"};
     for (const auto &[key, value] : filtered.fields) {
         if (std::find(allowed.begin(), allowed.end(), key) == allowed.end() ||
             !isWellFormedUtf8(value))

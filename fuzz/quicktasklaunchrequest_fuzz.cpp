@@ -10,7 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray bytes(reinterpret_cast<const char *>(data), qsizetype(size));
     if (const auto request = taskrack::QuickTaskLaunchRequest::decode(bytes)) {
-        if (request->argv.isEmpty() || taskrack::QuickTaskLaunchRequest::decode(request->encode()) != request)
+        if (request->argv.isEmpty() ||
+            taskrack::QuickTaskLaunchRequest::decode(request->encode()) != request)
             __builtin_trap();
     }
     return 0;

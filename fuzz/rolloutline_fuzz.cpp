@@ -20,8 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         if (const auto event = taskrack::classifyRolloutLine(input.sliced(start, end - start))) {
             accumulator.feed(*event);
             // A start with a time always becomes the latest start.
-            if (event->kind == taskrack::RolloutLifecycleKind::taskStarted && event->timestampMs
-                && accumulator.latestStartMs != event->timestampMs)
+            if (event->kind == taskrack::RolloutLifecycleKind::taskStarted && event->timestampMs &&
+                accumulator.latestStartMs != event->timestampMs)
                 __builtin_trap();
         }
         start = end + 1;

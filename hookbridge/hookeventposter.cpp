@@ -16,14 +16,16 @@ constexpr char eventMember[] = "Event";
 constexpr char busName[] = "org.freedesktop.DBus";
 constexpr char busPath[] = "/org/freedesktop/DBus";
 
-struct ConnectionCloser {
+struct ConnectionCloser
+{
     void operator()(DBusConnection *connection) const
     {
         dbus_connection_close(connection);
         dbus_connection_unref(connection);
     }
 };
-struct MessageUnref {
+struct MessageUnref
+{
     void operator()(DBusMessage *message) const { dbus_message_unref(message); }
 };
 using Connection = std::unique_ptr<DBusConnection, ConnectionCloser>;
@@ -89,12 +91,14 @@ bool postHookEvent(const std::string &busAddress, const std::string &token,
     // single round trip both registers the connection and confirms the signal was routed.
     Message hello(dbus_message_new_method_call(busName, busPath, busName, "Hello"));
     Message signal = eventSignal(token, fields);
-    Message ping(dbus_message_new_method_call(busName, busPath, "org.freedesktop.DBus.Peer", "Ping"));
-    if (!hello || !signal || !ping || !dbus_connection_send(connection.get(), hello.get(), nullptr) ||
+    Message ping(
+        dbus_message_new_method_call(busName, busPath, "org.freedesktop.DBus.Peer", "Ping"));
+    if (!hello || !signal || !ping ||
+        !dbus_connection_send(connection.get(), hello.get(), nullptr) ||
         !dbus_connection_send(connection.get(), signal.get(), nullptr))
         return false;
-    Message reply(dbus_connection_send_with_reply_and_block(connection.get(), ping.get(), timeoutMs,
-                                                            &error));
+    Message reply(
+        dbus_connection_send_with_reply_and_block(connection.get(), ping.get(), timeoutMs, &error));
     const bool answered = reply != nullptr;
     dbus_error_free(&error);
     return answered;

@@ -17,10 +17,9 @@ constexpr std::string_view transcriptPathKey = "transcript_path";
 constexpr std::string_view backgroundTasksKey = "background_tasks";
 constexpr std::string_view agentIdKey = "agent_id";
 
-constexpr std::array<std::string_view, 7> readKeys{sessionIdKey,        cwdKey,
-                                                   hookEventNameKey,    notificationTypeKey,
-                                                   transcriptPathKey,   backgroundTasksKey,
-                                                   agentIdKey};
+constexpr std::array<std::string_view, 7> readKeys{
+    sessionIdKey,       cwdKey,    hookEventNameKey, notificationTypeKey, transcriptPathKey,
+    backgroundTasksKey, agentIdKey};
 
 // A repeated key counts by its last occurrence, as the application's JSON decoding does.
 const JsonMember *lastMember(const std::vector<JsonMember> &members, std::string_view key)

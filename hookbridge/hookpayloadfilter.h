@@ -25,7 +25,8 @@ enum class HookPayloadVerdict {
     kept,
 };
 
-struct FilteredHookPayload {
+struct FilteredHookPayload
+{
     HookPayloadVerdict verdict = HookPayloadVerdict::notAnObject;
     // Only when kept: "session_id", "cwd", "hook_event_name", and when present
     // "notification_type", "transcript_path", "background_task_count" (the number of elements

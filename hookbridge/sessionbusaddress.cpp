@@ -42,7 +42,9 @@ std::optional<std::string> sessionBusAddressFromEnvironment(const char *busAddre
     if (!runtimeDirectory || !*runtimeDirectory)
         return std::nullopt;
     const std::string socket = std::string(runtimeDirectory) + "/bus";
-    struct stat status {};
+    struct stat status
+    {
+    };
     if (::stat(socket.c_str(), &status) != 0)
         return std::nullopt;
     return "unix:path=" + escapedAddressValue(socket);

@@ -226,16 +226,34 @@ private:
         const char kind = *m_at++;
         char plain = 0;
         switch (kind) {
-        case '"': plain = '"'; break;
-        case '\\': plain = '\\'; break;
-        case '/': plain = '/'; break;
-        case 'b': plain = '\b'; break;
-        case 'f': plain = '\f'; break;
-        case 'n': plain = '\n'; break;
-        case 'r': plain = '\r'; break;
-        case 't': plain = '\t'; break;
-        case 'u': return unicodeEscape(out);
-        default: return false;
+        case '"':
+            plain = '"';
+            break;
+        case '\\':
+            plain = '\\';
+            break;
+        case '/':
+            plain = '/';
+            break;
+        case 'b':
+            plain = '\b';
+            break;
+        case 'f':
+            plain = '\f';
+            break;
+        case 'n':
+            plain = '\n';
+            break;
+        case 'r':
+            plain = '\r';
+            break;
+        case 't':
+            plain = '\t';
+            break;
+        case 'u':
+            return unicodeEscape(out);
+        default:
+            return false;
         }
         if (out)
             out->push_back(plain);
@@ -327,8 +345,8 @@ private:
 
 } // namespace
 
-std::optional<std::vector<JsonMember>> readTopLevelMembers(std::string_view document,
-                                                           std::span<const std::string_view> keysToKeep)
+std::optional<std::vector<JsonMember>>
+readTopLevelMembers(std::string_view document, std::span<const std::string_view> keysToKeep)
 {
     Reader reader(document);
     std::vector<JsonMember> kept;

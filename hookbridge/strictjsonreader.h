@@ -21,7 +21,8 @@ enum class JsonKind { null, boolean, number, string, array, object };
 // One top-level member that was asked for. `text` holds the decoded string for strings only;
 // for arrays, `arrayLength` counts the elements and `arrayHoldsOnlyObjects` says whether every
 // element is an object (true for an empty array).
-struct JsonMember {
+struct JsonMember
+{
     std::string key;
     JsonKind kind = JsonKind::null;
     std::string text;
@@ -37,7 +38,7 @@ inline constexpr int strictJsonMaximumDepth = 512;
 // Reads `document`, which must be exactly one JSON object with optional surrounding whitespace,
 // and returns its top-level members whose key is in `keysToKeep`, in document order (a
 // repeated key appears once per occurrence). Nothing when the document is not such an object.
-std::optional<std::vector<JsonMember>> readTopLevelMembers(std::string_view document,
-                                                           std::span<const std::string_view> keysToKeep);
+std::optional<std::vector<JsonMember>>
+readTopLevelMembers(std::string_view document, std::span<const std::string_view> keysToKeep);
 
 } // namespace taskrack

@@ -10,7 +10,8 @@
 
 namespace taskrack {
 
-struct FileIdentity {
+struct FileIdentity
+{
     quint64 device = 0;
     quint64 inode = 0;
 
@@ -20,21 +21,22 @@ struct FileIdentity {
 // What happened, as a set of bits. Child events come from a watched folder and name the entry.
 namespace FileWatchEvents {
 enum : quint32 {
-    modified = 1u << 0,       // content written
-    attributes = 1u << 1,     // metadata changed
+    modified = 1u << 0,   // content written
+    attributes = 1u << 1, // metadata changed
     closedAfterWrite = 1u << 2,
-    deleted = 1u << 3,        // the watched file or folder itself was removed
-    moved = 1u << 4,          // the watched file or folder itself was renamed
+    deleted = 1u << 3, // the watched file or folder itself was removed
+    moved = 1u << 4,   // the watched file or folder itself was renamed
     childCreated = 1u << 5,
     childDeleted = 1u << 6,
     childMovedIn = 1u << 7,
     childMovedOut = 1u << 8,
-    watchEnded = 1u << 9,     // the system dropped the watch (file gone, file system unmounted)
-    overflow = 1u << 10,      // events were lost: re-read everything
+    watchEnded = 1u << 9, // the system dropped the watch (file gone, file system unmounted)
+    overflow = 1u << 10,  // events were lost: re-read everything
 };
 }
 
-struct FileWatchNotice {
+struct FileWatchNotice
+{
     int handle = -1; // -1 for an overflow, which concerns every watch
     quint32 events = 0;
     QString childName; // set when the event concerns an entry of a watched folder
@@ -42,7 +44,8 @@ struct FileWatchNotice {
     bool operator==(const FileWatchNotice &) const = default;
 };
 
-struct FileWatchTarget {
+struct FileWatchTarget
+{
     int handle = -1;
     FileIdentity identity;
 };

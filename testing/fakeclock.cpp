@@ -6,11 +6,15 @@ FakeClock::FakeClock(QDateTime start) : m_start(std::move(start)) {}
 
 QCoro::Task<void> FakeClock::sleep(std::chrono::milliseconds duration)
 {
-    struct Sleeper {
+    struct Sleeper
+    {
         FakeClock *clock;
         double deadline;
         bool await_ready() const { return deadline <= clock->m_uptime; }
-        void await_suspend(std::coroutine_handle<> handle) { clock->m_sleepers.emplace(deadline, handle); }
+        void await_suspend(std::coroutine_handle<> handle)
+        {
+            clock->m_sleepers.emplace(deadline, handle);
+        }
         void await_resume() const {}
     };
     co_await Sleeper{this, m_uptime + double(duration.count()) / 1000.0};

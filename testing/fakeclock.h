@@ -11,7 +11,8 @@ namespace taskrack::testing {
 class FakeClock : public Clock
 {
 public:
-    explicit FakeClock(QDateTime start = QDateTime::fromMSecsSinceEpoch(1'790'000'000'000, Qt::UTC));
+    explicit FakeClock(QDateTime start = QDateTime::fromMSecsSinceEpoch(1'790'000'000'000,
+                                                                        Qt::UTC));
 
     QDateTime now() const override { return m_start.addMSecs(qint64(m_uptime * 1000.0 + 0.5)); }
     double uptime() const override { return m_uptime; }

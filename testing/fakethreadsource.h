@@ -29,13 +29,15 @@ private:
     using Answer = std::variant<ThreadCollection, QString>;
     // Shared with suspended fetches, which may be woken (by a cancellation) after the source
     // itself is gone.
-    struct State {
+    struct State
+    {
         ChannelPtr<Answer> answers = BoundedChannel<Answer>::create(64);
         int fetchCount = 0;
         int lastLimit = 0;
         int inFlight = 0;
     };
-    static QCoro::Task<ThreadCollection> waitForAnswer(std::shared_ptr<State> state, std::stop_token stop);
+    static QCoro::Task<ThreadCollection> waitForAnswer(std::shared_ptr<State> state,
+                                                       std::stop_token stop);
 
     QString m_name;
     std::shared_ptr<State> m_state = std::make_shared<State>();

@@ -25,11 +25,12 @@ void drainEvents()
 
 void awaitVoid(QCoro::Task<void> task, int timeoutMs)
 {
-    await([](QCoro::Task<void> inner) -> QCoro::Task<bool> {
-        co_await inner;
-        co_return true;
-    }(std::move(task)),
-          timeoutMs);
+    await(
+        [](QCoro::Task<void> inner) -> QCoro::Task<bool> {
+            co_await inner;
+            co_return true;
+        }(std::move(task)),
+        timeoutMs);
 }
 
 QString sourceDir()

@@ -15,8 +15,7 @@ bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 10000);
 void drainEvents();
 
 // Drives a task to completion on the event loop and returns its value (or rethrows).
-template<typename T>
-T await(QCoro::Task<T> task, int timeoutMs = 10000)
+template <typename T> T await(QCoro::Task<T> task, int timeoutMs = 10000)
 {
     std::optional<T> value;
     std::exception_ptr error;

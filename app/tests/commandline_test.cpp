@@ -7,7 +7,8 @@ using namespace taskrack;
 TEST(CommandLineTest, ParsesSubcommandsAndOptionsInAnyOrder)
 {
     QString error;
-    auto line = CommandLine::parse({"--home", "/tmp/h", "list", "--json", "--mode=projects"}, error);
+    auto line =
+        CommandLine::parse({"--home", "/tmp/h", "list", "--json", "--mode=projects"}, error);
     ASSERT_TRUE(line) << error.toStdString();
     EXPECT_EQ(line->command, CommandLine::Command::list);
     EXPECT_TRUE(line->json);
@@ -23,7 +24,8 @@ TEST(CommandLineTest, ParsesSubcommandsAndOptionsInAnyOrder)
     EXPECT_EQ(line->arguments, QStringList{"enable"});
     EXPECT_EQ(line->home, "/h");
 
-    line = CommandLine::parse({"demo", "--dark", "--tasks", "400", "--scenario=projects", "--screenshots", "/s"}, error);
+    line = CommandLine::parse(
+        {"demo", "--dark", "--tasks", "400", "--scenario=projects", "--screenshots", "/s"}, error);
     ASSERT_TRUE(line) << error.toStdString();
     EXPECT_EQ(line->command, CommandLine::Command::demo);
     EXPECT_TRUE(line->dark);
@@ -34,10 +36,10 @@ TEST(CommandLineTest, ParsesSubcommandsAndOptionsInAnyOrder)
 
 TEST(CommandLineTest, RefusesMistakesWithASentence)
 {
-    for (const QStringList &args : {QStringList{"lst"}, QStringList{"list", "--mode", "tree"},
-                                    QStringList{"list", "--home"}, QStringList{"list", "extra"},
-                                    QStringList{"--home="}, QStringList{"demo", "--tasks", "many"},
-                                    QStringList{"list", "--dark"}}) {
+    for (const QStringList &args :
+         {QStringList{"lst"}, QStringList{"list", "--mode", "tree"}, QStringList{"list", "--home"},
+          QStringList{"list", "extra"}, QStringList{"--home="},
+          QStringList{"demo", "--tasks", "many"}, QStringList{"list", "--dark"}}) {
         QString error;
         EXPECT_FALSE(CommandLine::parse(args, error)) << args.join(' ').toStdString();
         EXPECT_FALSE(error.isEmpty());

@@ -29,8 +29,8 @@ protected:
         err.clear();
         QTextStream outStream(&out);
         QTextStream errStream(&err);
-        const int code =
-            testing::await(runHooksCommand(QStringList{action} + more, context, outStream, errStream));
+        const int code = testing::await(
+            runHooksCommand(QStringList{action} + more, context, outStream, errStream));
         outStream.flush();
         errStream.flush();
         return code;

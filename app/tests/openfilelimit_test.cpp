@@ -6,7 +6,8 @@ using namespace taskrack;
 
 namespace {
 
-struct LimitCase {
+struct LimitCase
+{
     FileLimit before;
     std::optional<uint64_t> expectedSoft; // nothing: left alone
 };
@@ -48,7 +49,9 @@ TEST(OpenFileLimitFailureTest, FailuresAreSwallowed)
                              },
                              [](const FileLimit &, int &) { return true; }};
     EXPECT_EQ(unreadable.raise(), std::nullopt);
-    OpenFileLimit unwritable{[](int &) { return std::optional<FileLimit>(FileLimit{1, 100}); },
+    OpenFileLimit unwritable{[](int &) {
+                                 return std::optional<FileLimit>(FileLimit{1, 100});
+                             },
                              [](const FileLimit &, int &error) {
                                  error = 1;
                                  return false;

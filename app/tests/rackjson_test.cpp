@@ -23,8 +23,8 @@ TEST(RackJsonTest, ThreadsCarryRawValuesAndMillisecondDates)
     RackStore store(source, nullptr, preferences, clock);
 
     const QDateTime when = QDateTime::fromString("2026-11-22T19:53:36.533Z", Qt::ISODateWithMs);
-    RackThread claude = makeThread("claude:s1", RackStatus::requiresInput, when,
-                                   RackProvider::claudeDesktop);
+    RackThread claude =
+        makeThread("claude:s1", RackStatus::requiresInput, when, RackProvider::claudeDesktop);
     claude.projectIdentity = {"/src/app", "app", "/src/app", {"/src/app", "path:/src/app"}, {}};
     RackThread history = makeThread("codex:old", RackStatus::recent, when.addDays(-1));
     auto refreshing = store.refresh();
@@ -61,8 +61,7 @@ TEST(TaskrackListTest, AnEmptyHomeListsHonestlyAsJson)
     env.insert("XDG_DATA_HOME", config.path());
     env.remove("CODEX_HOME");
     process.setProcessEnvironment(env);
-    process.start(binaryDir() + "/app/taskrack",
-                  {"list", "--json", "--home", home.path()});
+    process.start(binaryDir() + "/app/taskrack", {"list", "--json", "--home", home.path()});
     ASSERT_TRUE(process.waitForFinished(60000));
     const QJsonDocument document = QJsonDocument::fromJson(process.readAllStandardOutput());
     ASSERT_TRUE(document.isObject()) << process.readAllStandardError().toStdString();

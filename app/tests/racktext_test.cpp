@@ -27,8 +27,10 @@ TEST(RackTextTest, WatchPrintsOneLinePerChangedNewOrGoneThread)
     RackThread before = changed;
     before.status = RackStatus::idle;
     RackThread gone = makeThread("codex:gone", RackStatus::idle, clock.now());
-    const QHash<QString, RackThread> previous{{same.id, same}, {before.id, before}, {gone.id, gone}};
-    const QStringList lines = watchChanges(previous, store, clock.now()).split('\n', Qt::SkipEmptyParts);
+    const QHash<QString, RackThread> previous{
+        {same.id, same}, {before.id, before}, {gone.id, gone}};
+    const QStringList lines =
+        watchChanges(previous, store, clock.now()).split('\n', Qt::SkipEmptyParts);
     ASSERT_EQ(lines.size(), 3) << lines.join('\n').toStdString();
     EXPECT_TRUE(lines[0].startsWith("Working") && lines[0].endsWith("Task codex:changed"));
     EXPECT_TRUE(lines[1].startsWith("Input") && lines[1].endsWith("Task codex:added"));

@@ -28,12 +28,14 @@ protected:
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write("#!/bin/sh\nexit 0\n");
         file.close();
-        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                            QFileDevice::ExeOwner);
     }
 
     RackThread thread(RackProvider provider, const QString &id)
     {
-        RackThread t = makeThread("x:" + id, RackStatus::completed, QDateTime::currentDateTimeUtc(), provider);
+        RackThread t =
+            makeThread("x:" + id, RackStatus::completed, QDateTime::currentDateTimeUtc(), provider);
         t.providerThreadID = id;
         t.workspacePath = project.path();
         return t;
@@ -43,7 +45,8 @@ protected:
     QString refusal(const RackThread &t)
     {
         try {
-            LinuxTerminalLauncher launcher(environment, [](auto &, auto &, auto &) { return true; });
+            LinuxTerminalLauncher launcher(environment,
+                                           [](auto &, auto &, auto &) { return true; });
             awaitVoid(TerminalResumeOpener(launcher, environment).open(t));
         } catch (const TaskrackError &error) {
             return error.description();
@@ -71,16 +74,16 @@ TEST_F(TerminalResumeOpenerTest, ResumesWithTheProvidersOwnCommandInTheTasksFold
     LinuxTerminalLauncher launcher(environment, recorder());
     TerminalResumeOpener opener(launcher, environment);
     awaitVoid(opener.open(thread(RackProvider::codex, id)));
-    EXPECT_EQ(started, QStringList({bin.filePath("x-terminal-emulator"), "-e", bin.filePath("codex"),
-                                    "resume", id, project.path()}));
+    EXPECT_EQ(started, QStringList({bin.filePath("x-terminal-emulator"), "-e",
+                                    bin.filePath("codex"), "resume", id, project.path()}));
     awaitVoid(opener.open(thread(RackProvider::claudeDesktop, "local_" + id)));
-    EXPECT_EQ(started.mid(1), QStringList({"-e", bin.filePath("claude"), "--resume", id,
-                                           project.path()}));
+    EXPECT_EQ(started.mid(1),
+              QStringList({"-e", bin.filePath("claude"), "--resume", id, project.path()}));
 
     // $TERMINAL wins when it names a program; otherwise it is ignored.
     install("myterm");
-    for (const auto &[chosen, expected] : {std::pair{"myterm", "myterm"},
-                                           std::pair{"no-such-term", "x-terminal-emulator"}}) {
+    for (const auto &[chosen, expected] :
+         {std::pair{"myterm", "myterm"}, std::pair{"no-such-term", "x-terminal-emulator"}}) {
         environment.insert("TERMINAL", chosen);
         EXPECT_EQ(LinuxTerminalLauncher(environment).terminal(), bin.filePath(expected));
     }

@@ -31,7 +31,8 @@ protected:
                 {}};
     }
 
-    struct Outcome {
+    struct Outcome
+    {
         std::optional<ThreadCollection> collection;
         std::exception_ptr error;
         bool done = false;
@@ -141,8 +142,8 @@ TEST_F(CompositeThreadSourceTest, EveryMemberFailingWithoutHistoryThrowsAllMessa
 
 TEST_F(CompositeThreadSourceTest, DuplicateFailuresAndDescriptionsAppearOnce)
 {
-    const ThreadSourceFailure shared{"Desktop", ThreadSourceFailureState::degraded, false,
-                                     std::nullopt, std::nullopt, true};
+    const ThreadSourceFailure shared{
+        "Desktop", ThreadSourceFailureState::degraded, false, std::nullopt, std::nullopt, true};
     ThreadCollection a = codexAnswer();
     a.sourceDescription = "Local";
     a.sourceFailures = {shared};

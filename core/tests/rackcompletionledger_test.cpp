@@ -93,7 +93,8 @@ TEST_F(RackCompletionLedgerTest, PruningKeepsRecentOrNewestWhicheverKeepsMore)
     const QDateTime now = t0.addDays(100);
     // 2,100 old receipts, all older than 30 days: the newest 2,000 stay.
     for (int i = 0; i < 2100; ++i)
-        ledger.observe(QStringLiteral("old:%1").arg(i), RackStatus::completed, t0.addSecs(i), changed);
+        ledger.observe(QStringLiteral("old:%1").arg(i), RackStatus::completed, t0.addSecs(i),
+                       changed);
     ledger.prune(now);
     EXPECT_EQ(ledger.receipts().size(), 2000);
     EXPECT_FALSE(ledger.receipts().contains("old:99"));
@@ -102,7 +103,8 @@ TEST_F(RackCompletionLedgerTest, PruningKeepsRecentOrNewestWhicheverKeepsMore)
     // 2,500 receipts within 30 days: all stay.
     RackCompletionLedger recent(nullptr);
     for (int i = 0; i < 2500; ++i)
-        recent.observe(QStringLiteral("new:%1").arg(i), RackStatus::completed, now.addSecs(-i), changed);
+        recent.observe(QStringLiteral("new:%1").arg(i), RackStatus::completed, now.addSecs(-i),
+                       changed);
     recent.prune(now);
     EXPECT_EQ(recent.receipts().size(), 2500);
 }

@@ -1,7 +1,7 @@
 #include "core/rackprojectgroups.h"
-#include "platform/linux/linuxfilesystem.h"
 #include "core/rackprojectidentity.h"
 #include "core/rackranking.h"
+#include "platform/linux/linuxfilesystem.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -108,7 +108,8 @@ TEST(ProjectGroupsTest, ProvidersAndLastUsedProviderCoverAllMembers)
 
 TEST(ProjectGroupsTest, IdentityPreferenceRules)
 {
-    const struct {
+    const struct
+    {
         const char *name;
         RackProjectIdentity challenger;
         RackProjectIdentity incumbent;
@@ -124,20 +125,21 @@ TEST(ProjectGroupsTest, IdentityPreferenceRules)
          identity("git-directory:/g", {}, "/a"), true},
         {"gitDirectoryBeatsFolder", identity("git-directory:/g", {}, "/long/path"),
          identity("/a", {}, "/a"), true},
-        {"shorterPathWins", identity("/ab", {}, "/ab"), identity("/abc", {}, "/abc"),
-         true},
+        {"shorterPathWins", identity("/ab", {}, "/ab"), identity("/abc", {}, "/abc"), true},
         {"equalLengthSortsCaseInsensitively", identity("/w/alfa", {}, "/w/alfa"),
          identity("/w/Beta", {}, "/w/Beta"), true},
         {"incumbentStaysOnATie", identity("repository:y", {}, "/w/a"),
          identity("repository:x", {}, "/w/a"), false},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(isPreferredProjectIdentity(c.challenger, c.incumbent), c.challengerWins) << c.name;
+        EXPECT_EQ(isPreferredProjectIdentity(c.challenger, c.incumbent), c.challengerWins)
+            << c.name;
 }
 
 TEST(ProjectGroupsTest, PadsQuietProjectsToSixWithTheNewestHistory)
 {
-    const struct {
+    const struct
+    {
         const char *name;
         int idle;
         int recentPlain;   // history without a desktop identity

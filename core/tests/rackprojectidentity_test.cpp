@@ -154,11 +154,9 @@ TEST_F(GitWorkspace, NormalizedPathStandardisesExpandsAndResolves)
 TEST_F(GitWorkspace, ScratchFoldersAreDatedFoldersBelowTheCodexDocumentsFolder)
 {
     const std::pair<const char *, bool> cases[] = {
-        {"2025-03-04/chat", true},       {"2025-03-04", false},
-        {"2025-03-04-x/more", true},     {"2025-03-04-", false},
-        {"2025-03-04x1", false},         {"2025-13-04/chat", false},
-        {"2025-03-00/chat", false},      {"2025-3-04/chat", false},
-        {"project/2025-03-04/x", false},
+        {"2025-03-04/chat", true},  {"2025-03-04", false},     {"2025-03-04-x/more", true},
+        {"2025-03-04-", false},     {"2025-03-04x1", false},   {"2025-13-04/chat", false},
+        {"2025-03-00/chat", false}, {"2025-3-04/chat", false}, {"project/2025-03-04/x", false},
     };
     for (const auto &[below, scratch] : cases) {
         const QString folder = normalizedPath(fileSystem, home + "/Documents/Codex/" + below);
@@ -218,7 +216,8 @@ TEST_F(GitWorkspace, SubmodulesAreRecognisedByGitdirAndByGitmodules)
 
     // A nested clone the superproject does not list is a checkout of its own.
     git(super, {"clone", "-q", library, "scratch/clone"});
-    EXPECT_EQ(probeCheckout(fileSystem, {super + "/scratch/clone"}).kind, RackCheckoutKind::primaryCheckout);
+    EXPECT_EQ(probeCheckout(fileSystem, {super + "/scratch/clone"}).kind,
+              RackCheckoutKind::primaryCheckout);
     EXPECT_EQ(probeCheckout(fileSystem, {super}).kind, RackCheckoutKind::primaryCheckout);
 }
 
@@ -264,7 +263,8 @@ TEST_F(GitWorkspace, SeparateGitDirectoryAndTheFirstDecisivePath)
 
     EXPECT_EQ(probeCheckout(fileSystem, {root + "/plain", root + "/wt", primary}).kind,
               RackCheckoutKind::linkedWorktree);
-    EXPECT_EQ(probeCheckout(fileSystem, {primary, root + "/wt"}).kind, RackCheckoutKind::primaryCheckout);
+    EXPECT_EQ(probeCheckout(fileSystem, {primary, root + "/wt"}).kind,
+              RackCheckoutKind::primaryCheckout);
 
     const auto allUnknown = probeCheckout(fileSystem, {root + "/broken", root + "/plain"});
     EXPECT_EQ(allUnknown.kind, RackCheckoutKind::unknown);
@@ -279,9 +279,10 @@ TEST_F(GitWorkspace, SymlinkedFolderAndOriginSpellingsGiveOneIdentity)
     const QString primary = makeRepository("app");
     ASSERT_TRUE(QFile::link(primary, root + "/alias-of-app"));
 
-    const auto direct = makeProjectIdentity(fileSystem, primary, "https://GitHub.com/me/app.git", home);
-    const auto viaLink =
-        makeProjectIdentity(fileSystem, root + "/alias-of-app/", "https://github.com/me/app/", home);
+    const auto direct =
+        makeProjectIdentity(fileSystem, primary, "https://GitHub.com/me/app.git", home);
+    const auto viaLink = makeProjectIdentity(fileSystem, root + "/alias-of-app/",
+                                             "https://github.com/me/app/", home);
     EXPECT_EQ(direct, viaLink);
     EXPECT_EQ(direct.id, "repository:https://github.com/me/app");
     EXPECT_EQ(direct.workspacePath, primary);
@@ -304,7 +305,8 @@ TEST_F(GitWorkspace, FallbacksFromRepositoryToChats)
     EXPECT_EQ(chats.aliases, QSet<QString>({scratch, "path:" + scratch, "__chats__"}));
 
     // An origin, or a git repository, wins over the scratch rule.
-    const auto withOrigin = makeProjectIdentity(fileSystem, scratch, "https://example.org/x/tool.git", home);
+    const auto withOrigin =
+        makeProjectIdentity(fileSystem, scratch, "https://example.org/x/tool.git", home);
     EXPECT_EQ(withOrigin.id, "repository:https://example.org/x/tool");
     EXPECT_EQ(withOrigin.name, "chat");
     git(scratch, {"init", "-q"});
@@ -316,10 +318,12 @@ TEST_F(GitWorkspace, FallbacksFromRepositoryToChats)
     EXPECT_EQ(plain.name, "plain folder");
 
     // Without a folder the key names the project.
-    const auto originOnly = makeProjectIdentity(fileSystem, "", " git@host:team/service.git ", home);
+    const auto originOnly =
+        makeProjectIdentity(fileSystem, "", " git@host:team/service.git ", home);
     EXPECT_EQ(originOnly.name, "service");
     EXPECT_EQ(originOnly.aliases, QSet<QString>({"repository:git@host:team/service"}));
-    EXPECT_EQ(makeProjectIdentity(fileSystem, "  ", std::nullopt, home).aliases, QSet<QString>({"__chats__"}));
+    EXPECT_EQ(makeProjectIdentity(fileSystem, "  ", std::nullopt, home).aliases,
+              QSet<QString>({"__chats__"}));
 
     EXPECT_EQ(makeProjectIdentity(fileSystem, "/", std::nullopt, home).name, "Project");
 }

@@ -169,13 +169,13 @@ TEST_F(RackStoreTest, APushedSnapshotDuringAFetchWinsForItsProvider)
     ThreadCollection pushed{{makeThread("codex:new", RackStatus::working, at(5))},
                             "Codex",
                             true,
-                            {{"Codex", ThreadSourceFailureState::degraded, true, RackProvider::codex,
-                              std::nullopt, false}}};
+                            {{"Codex", ThreadSourceFailureState::degraded, true,
+                              RackProvider::codex, std::nullopt, false}}};
     store->applyProviderSnapshot(pushed, RackProvider::codex);
 
-    ThreadCollection fetched = collection(
-        {makeThread("codex:old", RackStatus::idle, at(0)),
-         makeThread("claude:c", RackStatus::idle, at(0), RackProvider::claudeDesktop)});
+    ThreadCollection fetched =
+        collection({makeThread("codex:old", RackStatus::idle, at(0)),
+                    makeThread("claude:c", RackStatus::idle, at(0), RackProvider::claudeDesktop)});
     fetched.sourceFailures.append(
         {"Codex", ThreadSourceFailureState::unavailable, false, std::nullopt, std::nullopt, false});
     finish(fetched);
@@ -190,15 +190,15 @@ TEST_F(RackStoreTest, APushedSnapshotDuringAFetchWinsForItsProvider)
 
 TEST_F(RackStoreTest, APushedSnapshotReplacesOnlyItsProvider)
 {
-    refreshWith(collection({makeThread("codex:a", RackStatus::idle, at(0)),
-                            makeThread("claude:b", RackStatus::idle, at(0),
-                                       RackProvider::claudeDesktop)}));
-    store->applyProviderSnapshot({{makeThread("claude:c", RackStatus::working, at(1),
-                                              RackProvider::claudeDesktop)},
-                                  "Claude",
-                                  true,
-                                  {}},
-                                 RackProvider::claudeDesktop);
+    refreshWith(
+        collection({makeThread("codex:a", RackStatus::idle, at(0)),
+                    makeThread("claude:b", RackStatus::idle, at(0), RackProvider::claudeDesktop)}));
+    store->applyProviderSnapshot(
+        {{makeThread("claude:c", RackStatus::working, at(1), RackProvider::claudeDesktop)},
+         "Claude",
+         true,
+         {}},
+        RackProvider::claudeDesktop);
     EXPECT_TRUE(thread("codex:a"));
     EXPECT_FALSE(thread("claude:b"));
     EXPECT_TRUE(thread("claude:c"));
@@ -255,8 +255,8 @@ TEST_F(RackStoreTest, CodexUpdatesFindThreadsByProviderIdentifier)
 TEST_F(RackStoreTest, PendingUpdatesAreCappedByEvictingTheOldest)
 {
     for (int i = 0; i <= RackStore::pendingCap; ++i)
-        store->applyStatusUpdate({QStringLiteral("codex:%1").arg(i), RackStatus::working,
-                                  std::nullopt, std::nullopt});
+        store->applyStatusUpdate(
+            {QStringLiteral("codex:%1").arg(i), RackStatus::working, std::nullopt, std::nullopt});
     EXPECT_EQ(store->pendingUpdates().size(), RackStore::pendingCap);
     EXPECT_FALSE(store->pendingUpdates().contains("codex:0"));
     EXPECT_TRUE(store->pendingUpdates().contains("codex:800"));

@@ -49,8 +49,11 @@ protected:
     {
         RackThread t = makeThread(id, status, clock.now().addSecs(-age));
         t.workspacePath = "/src/" + project;
-        t.projectIdentity = {"/src/" + project, project, "/src/" + project,
-                             {"/src/" + project, "path:/src/" + project}, {}};
+        t.projectIdentity = {"/src/" + project,
+                             project,
+                             "/src/" + project,
+                             {"/src/" + project, "path:/src/" + project},
+                             {}};
         return t;
     }
 
@@ -122,7 +125,8 @@ TEST_F(RackStoreCommandsTest, PageStepsWrapAndSelectTheFirstThread)
 
 TEST_F(RackStoreCommandsTest, ProjectModeRingIncludesTheNewTaskStop)
 {
-    load({thread("codex:a", RackStatus::working, 0, "one"), thread("codex:b", RackStatus::idle, 1, "one")});
+    load({thread("codex:a", RackStatus::working, 0, "one"),
+          thread("codex:b", RackStatus::idle, 1, "one")});
     store->setOrganizationMode(RackOrganizationMode::project);
     store->prepareForPresentation();
     ASSERT_EQ(store->projectGroups().size(), 1);
@@ -140,7 +144,8 @@ TEST_F(RackStoreCommandsTest, ProjectModeRingIncludesTheNewTaskStop)
 
 TEST_F(RackStoreCommandsTest, MoveProjectWalksGroupsButNotWhileSearching)
 {
-    load({thread("codex:a", RackStatus::working, 0, "one"), thread("codex:b", RackStatus::idle, 5, "two")});
+    load({thread("codex:a", RackStatus::working, 0, "one"),
+          thread("codex:b", RackStatus::idle, 5, "two")});
     EXPECT_FALSE(store->moveProject(true)) << "only in project mode";
     store->setOrganizationMode(RackOrganizationMode::project);
     const QString first = *store->selectedProjectID();
@@ -199,13 +204,13 @@ TEST_F(RackStoreCommandsTest, AFrozenOrderKeepsCardsInPlaceAndAppendsNewThreads)
     store->prepareForPresentation();
     store->step(true);
     store->applyStatusUpdate({"codex:b", RackStatus::working, std::nullopt, std::nullopt});
-    store->applyProviderSnapshot({{thread("codex:a", RackStatus::idle, 0),
-                                   thread("codex:b", RackStatus::working, 10),
-                                   thread("codex:new", RackStatus::working, 0)},
-                                  "Codex",
-                                  true,
-                                  {}},
-                                 RackProvider::codex);
+    store->applyProviderSnapshot(
+        {{thread("codex:a", RackStatus::idle, 0), thread("codex:b", RackStatus::working, 10),
+          thread("codex:new", RackStatus::working, 0)},
+         "Codex",
+         true,
+         {}},
+        RackProvider::codex);
     QStringList order;
     for (const RackThread &t : store->flatRankedThreads())
         order.append(t.id);
@@ -220,7 +225,8 @@ TEST_F(RackStoreCommandsTest, AFrozenOrderKeepsCardsInPlaceAndAppendsNewThreads)
 
 TEST_F(RackStoreCommandsTest, ALateOpenResultNeverReportsOverANewerOne)
 {
-    load({thread("codex:a", RackStatus::completed, 0), thread("codex:b", RackStatus::completed, 5)});
+    load(
+        {thread("codex:a", RackStatus::completed, 0), thread("codex:b", RackStatus::completed, 5)});
     auto first = store->open(store->allThreads()[0]);
     auto second = store->open(store->allThreads()[1]);
     EXPECT_EQ(opener.opened.size(), 2);

@@ -51,7 +51,8 @@ TEST(RackThreadTest, SearchTextJoinsFieldsInOrder)
 
 TEST(RackThreadTest, FailureKeysScopeComponentsByProvider)
 {
-    ThreadSourceFailure plain{"Codex", ThreadSourceFailureState::degraded, false, RackProvider::codex,
+    ThreadSourceFailure plain{"Codex",      ThreadSourceFailureState::degraded,
+                              false,        RackProvider::codex,
                               std::nullopt, false};
     ThreadSourceFailure component = plain;
     component.component = ThreadSourceHealthComponent::desktopMetadata;

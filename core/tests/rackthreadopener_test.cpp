@@ -26,7 +26,10 @@ public:
     {
         return fallback;
     }
-    std::optional<QString> applicationIdentifier(const QString &) const override { return identifier; }
+    std::optional<QString> applicationIdentifier(const QString &) const override
+    {
+        return identifier;
+    }
     bool isTrusted(const QString &, const QString &) const override { return trusted; }
     QCoro::Task<OpenOutcome> open(QUrl url, QString) override
     {
@@ -38,7 +41,8 @@ public:
 
 RackThread codexThread(const QString &id)
 {
-    RackThread thread = makeThread("codex:" + id, RackStatus::completed, QDateTime::currentDateTimeUtc());
+    RackThread thread =
+        makeThread("codex:" + id, RackStatus::completed, QDateTime::currentDateTimeUtc());
     thread.providerThreadID = id;
     return thread;
 }
@@ -46,12 +50,13 @@ RackThread codexThread(const QString &id)
 TEST(DeepLinkTest, CodexLinksCarryTheLowerCaseUuidAndOptionalHost)
 {
     const RackThread thread = codexThread("0199A213-81C0-7800-8AA1-BBAB2A035A53");
-    EXPECT_EQ(codexDeepLink(thread).toString(), "codex://threads/0199a213-81c0-7800-8aa1-bbab2a035a53");
+    EXPECT_EQ(codexDeepLink(thread).toString(),
+              "codex://threads/0199a213-81c0-7800-8aa1-bbab2a035a53");
     EXPECT_EQ(codexDeepLink(thread, QString("host-1")).toString(),
               "codex://threads/0199a213-81c0-7800-8aa1-bbab2a035a53?hostId=host-1");
-    for (const QString &bad : {QStringLiteral("not-a-uuid"),
-                               QStringLiteral("{0199a213-81c0-7800-8aa1-bbab2a035a53}"),
-                               QStringLiteral("0199a21381c078008aa1bbab2a035a53"), QString()}) {
+    for (const QString &bad :
+         {QStringLiteral("not-a-uuid"), QStringLiteral("{0199a213-81c0-7800-8aa1-bbab2a035a53}"),
+          QStringLiteral("0199a21381c078008aa1bbab2a035a53"), QString()}) {
         EXPECT_THROW(codexDeepLink(codexThread(bad)), ThreadOpeningError) << bad.toStdString();
     }
 }
@@ -72,7 +77,8 @@ TEST(DeepLinkTest, ClaudeLinksNeedTheLocalPrefix)
     }
 }
 
-struct RefusalCase {
+struct RefusalCase
+{
     const char *name;
     std::function<void(FakeWorkspace &)> arrange;
     QString expected;
@@ -116,9 +122,10 @@ INSTANTIATE_TEST_SUITE_P(
                     "The Codex link is assigned to a different application."},
         RefusalCase{"Untrusted", [](FakeWorkspace &w) { w.trusted = false; },
                     "Taskrack could not verify the installed Codex app."},
-        RefusalCase{"LaunchFailed",
-                    [](FakeWorkspace &w) { w.outcome = WorkspaceRouting::OpenOutcome::launchFailed; },
-                    "The Codex app could not be launched."},
+        RefusalCase{
+            "LaunchFailed",
+            [](FakeWorkspace &w) { w.outcome = WorkspaceRouting::OpenOutcome::launchFailed; },
+            "The Codex app could not be launched."},
         RefusalCase{"LinkFailed",
                     [](FakeWorkspace &w) { w.outcome = WorkspaceRouting::OpenOutcome::linkFailed; },
                     "The Codex app could not open this task."}),

@@ -69,7 +69,8 @@ void spawnToExit(benchmark::State &state, const char *path)
 
 void filterLargePrompt(benchmark::State &state)
 {
-    std::string payload = R"({"session_id":"s","cwd":"/w","hook_event_name":"UserPromptSubmit","prompt":")";
+    std::string payload =
+        R"({"session_id":"s","cwd":"/w","hook_event_name":"UserPromptSubmit","prompt":")";
     payload.append(std::size_t(state.range(0)), 'p');
     payload += "\"}";
     for (auto _ : state)

@@ -21,8 +21,9 @@ TEST(BridgeCommandLine, AcceptsOnlyTaskracksOwnerAndANonEmptyToken)
 {
     EXPECT_EQ(tokenOf({"--taskrack-owner", "com.quillon.Taskrack", "--token", "t0k"}), "t0k");
     EXPECT_EQ(tokenOf({"--token", "t0k", "--taskrack-owner", "com.quillon.Taskrack"}), "t0k");
-    EXPECT_EQ(tokenOf({"--token", "old", "--taskrack-owner", "com.quillon.Taskrack", "--token", "new"}),
-              "new");
+    EXPECT_EQ(
+        tokenOf({"--token", "old", "--taskrack-owner", "com.quillon.Taskrack", "--token", "new"}),
+        "new");
 
     const std::vector<std::vector<const char *>> refused{
         {},

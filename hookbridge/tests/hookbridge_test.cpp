@@ -20,13 +20,15 @@ const QString token = QStringLiteral("5d0c9b8a-7f6e-4d5c-9b4a-3f2e1d0c9b8a"
 
 QByteArray stopPayload(const QString &sessionId)
 {
-    return QStringLiteral(R"({"session_id":"%1","transcript_path":"/h/.claude/projects/-w/%1.jsonl","cwd":"/w","prompt_id":"p","hook_event_name":"Stop","stop_hook_active":false,"last_assistant_message":"SECRET answer","prompt":"SECRET prompt","background_tasks":[{"id":"b1","type":"shell","status":"running","command":"SECRET"},{"id":"b2","type":"subagent","status":"running"}],"session_crons":[]})"
-                          "\n")
+    return QStringLiteral(
+               R"({"session_id":"%1","transcript_path":"/h/.claude/projects/-w/%1.jsonl","cwd":"/w","prompt_id":"p","hook_event_name":"Stop","stop_hook_active":false,"last_assistant_message":"SECRET answer","prompt":"SECRET prompt","background_tasks":[{"id":"b1","type":"shell","status":"running","command":"SECRET"},{"id":"b2","type":"subagent","status":"running"}],"session_crons":[]})"
+               "\n")
         .arg(sessionId)
         .toUtf8();
 }
 
-struct BridgeRun {
+struct BridgeRun
+{
     int exitCode = -1;
     QByteArray out;
     QByteArray err;
@@ -44,9 +46,9 @@ protected:
         ASSERT_TRUE(listener.isObserving());
     }
 
-    BridgeRun runBridge(const QByteArray &input, QStringList arguments = {},
-                        const QProcessEnvironment &environment =
-                            QProcessEnvironment::systemEnvironment())
+    BridgeRun
+    runBridge(const QByteArray &input, QStringList arguments = {},
+              const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
     {
         if (arguments.isEmpty())
             arguments = {"--taskrack-owner", "com.quillon.Taskrack", "--token", token};
@@ -70,8 +72,7 @@ protected:
         std::vector<ClaudeHookEvent> received;
         const bool seen = testing::waitUntil([&] {
             while (listener.events()->size() > 0) {
-                std::optional<ClaudeHookEvent> event =
-                    testing::await(nextEvent());
+                std::optional<ClaudeHookEvent> event = testing::await(nextEvent());
                 if (event)
                     received.push_back(*event);
             }
@@ -128,8 +129,8 @@ TEST_F(HookBridgeBusTest, SignalsWithAnotherTokenOrShapeAreIgnored)
     post({token, QStringList{"session_id"}});
     post({token, QVariantMap{{"session_id", "by-hand"}, {"hook_event_name", "Stop"}}});
     post({token, fields}); // a{sv} with string values: a shape the listener accepts
-    QDBusMessage ping = QDBusMessage::createMethodCall("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                                       "org.freedesktop.DBus.Peer", "Ping");
+    QDBusMessage ping = QDBusMessage::createMethodCall(
+        "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer", "Ping");
     other.call(ping);
     QDBusConnection::disconnectFromBus("other-sender");
 
@@ -179,8 +180,10 @@ TEST_F(HookBridgeBusTest, PosterRefusesStringsTheBusCannotCarry)
     const std::string address = sessionBusAddress()->toStdString();
     const std::string tokenText = token.toStdString();
     const std::map<std::string, std::string> fields{
-        {"session_id", "poster"}, {"cwd", "/home/\xc3\xa9l\xc3\xa8ve \xf0\x9f\x98\x80"},
-        {"hook_event_name", "Notification"}, {"notification_type", "permission_prompt"}};
+        {"session_id", "poster"},
+        {"cwd", "/home/\xc3\xa9l\xc3\xa8ve \xf0\x9f\x98\x80"},
+        {"hook_event_name", "Notification"},
+        {"notification_type", "permission_prompt"}};
     EXPECT_FALSE(postHookEvent(address, "\xff" + tokenText, fields, 1000));
     auto badValue = fields;
     badValue["cwd"] = "\xc0\xaf";
@@ -193,10 +196,10 @@ TEST_F(HookBridgeBusTest, PosterRefusesStringsTheBusCannotCarry)
     ASSERT_TRUE(postHookEvent(address, tokenText, fields, 1000));
     const std::vector<ClaudeHookEvent> received = eventsUpToMarker();
     ASSERT_EQ(received.size(), 1u);
-    EXPECT_EQ(received[0],
-              (ClaudeHookEvent{"poster", QStringLiteral("/home/\u00e9l\u00e8ve \U0001F600"),
-                               "Notification", "permission_prompt", std::nullopt, std::nullopt,
-                               false}));
+    EXPECT_EQ(
+        received[0],
+        (ClaudeHookEvent{"poster", QStringLiteral("/home/\u00e9l\u00e8ve \U0001F600"),
+                         "Notification", "permission_prompt", std::nullopt, std::nullopt, false}));
 }
 
 TEST_F(HookBridgeBusTest, WithoutABusItExitsAtOnceAndSaysNothing)

@@ -13,8 +13,8 @@ namespace {
 
 // Folders report entry changes and their children's writes; files report their own writes. A
 // rename over a watched file ends that file's watch, which is why owners also watch the folder.
-constexpr quint32 watchMask = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_FROM
-    | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr quint32 watchMask = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_CREATE | IN_DELETE |
+                              IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
 
 quint32 translate(quint32 mask, bool hasName)
 {
@@ -51,7 +51,8 @@ InotifyFileWatch::InotifyFileWatch()
     if (m_fd < 0)
         return;
     m_notifier = std::make_unique<QSocketNotifier>(m_fd, QSocketNotifier::Read);
-    QObject::connect(m_notifier.get(), &QSocketNotifier::activated, m_notifier.get(), [this] { readEvents(); });
+    QObject::connect(m_notifier.get(), &QSocketNotifier::activated, m_notifier.get(),
+                     [this] { readEvents(); });
 }
 
 InotifyFileWatch::~InotifyFileWatch()

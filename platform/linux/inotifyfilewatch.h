@@ -32,8 +32,8 @@ private:
     std::unique_ptr<QSocketNotifier> m_notifier;
     Handler m_handler;
     int m_nextHandle = 1;
-    QHash<int, int> m_watchByHandle;        // handle -> inotify watch descriptor
-    QMultiHash<int, int> m_handlesByWatch;  // watch descriptor -> handles
+    QHash<int, int> m_watchByHandle;       // handle -> inotify watch descriptor
+    QMultiHash<int, int> m_handlesByWatch; // watch descriptor -> handles
 };
 
 } // namespace taskrack

@@ -90,7 +90,9 @@ std::optional<QStringList> splitExec(const QString &exec)
 
 bool isSafeFromOthers(const QString &path)
 {
-    struct stat status {};
+    struct stat status
+    {
+    };
     if (::stat(QFile::encodeName(path).constData(), &status) != 0)
         return false;
     if (!S_ISREG(status.st_mode))
@@ -134,10 +136,10 @@ QStringList XdgWorkspaceRouting::applicationFolders() const
     const QString dataHome = m_environment.value(QStringLiteral("XDG_DATA_HOME"),
                                                  home() + QStringLiteral("/.local/share"));
     QStringList folders{dataHome + QStringLiteral("/applications")};
-    for (const QString &dir : m_environment
-                                  .value(QStringLiteral("XDG_DATA_DIRS"),
-                                         QStringLiteral("/usr/local/share:/usr/share"))
-                                  .split(QLatin1Char(':'), Qt::SkipEmptyParts))
+    for (const QString &dir :
+         m_environment
+             .value(QStringLiteral("XDG_DATA_DIRS"), QStringLiteral("/usr/local/share:/usr/share"))
+             .split(QLatin1Char(':'), Qt::SkipEmptyParts))
         folders.append(dir + QStringLiteral("/applications"));
     return folders;
 }
@@ -158,8 +160,9 @@ QStringList XdgWorkspaceRouting::handlersFor(const QByteArray &mimeApps, const Q
     QStringList ids;
     if (mimeApps.size() > maxEntryBytes)
         return ids;
-    for (const QString &group : {QStringLiteral("Default Applications"),
-                                 QStringLiteral("Added Associations"), QStringLiteral("MIME Cache")}) {
+    for (const QString &group :
+         {QStringLiteral("Default Applications"), QStringLiteral("Added Associations"),
+          QStringLiteral("MIME Cache")}) {
         if (auto value = keyValue(mimeApps, group, mimeType)) {
             for (const QString &id : value->split(QLatin1Char(';'), Qt::SkipEmptyParts))
                 ids.append(id.trimmed());
@@ -177,7 +180,8 @@ std::optional<QString> XdgWorkspaceRouting::applicationForURL(const QUrl &url) c
             const QString direct = folder + QLatin1Char('/') + desktopId;
             if (QFileInfo(direct).isFile())
                 return direct;
-            const QString nested = folder + QLatin1Char('/') + QString(desktopId).replace(QLatin1Char('-'), QLatin1Char('/'));
+            const QString nested = folder + QLatin1Char('/') +
+                                   QString(desktopId).replace(QLatin1Char('-'), QLatin1Char('/'));
             if (QFileInfo(nested).isFile())
                 return nested;
         }
@@ -232,13 +236,15 @@ std::optional<QString> XdgWorkspaceRouting::programOf(const QString &desktopEntr
     if (program.startsWith(QLatin1Char('/')))
         return program;
     const QString found = QStandardPaths::findExecutable(
-        program, m_environment.value(QStringLiteral("PATH")).split(QLatin1Char(':'), Qt::SkipEmptyParts));
+        program,
+        m_environment.value(QStringLiteral("PATH")).split(QLatin1Char(':'), Qt::SkipEmptyParts));
     if (found.isEmpty())
         return std::nullopt;
     return found;
 }
 
-bool XdgWorkspaceRouting::isTrusted(const QString &application, const QString &expectedIdentifier) const
+bool XdgWorkspaceRouting::isTrusted(const QString &application,
+                                    const QString &expectedIdentifier) const
 {
     if (applicationIdentifier(application) != expectedIdentifier)
         return false;
@@ -251,7 +257,8 @@ bool XdgWorkspaceRouting::isTrusted(const QString &application, const QString &e
     return !resolved.isEmpty() && QFileInfo(resolved).isExecutable() && isSafeFromOthers(resolved);
 }
 
-std::optional<QStringList> XdgWorkspaceRouting::commandLine(const QString &desktopEntry, const QUrl &url)
+std::optional<QStringList> XdgWorkspaceRouting::commandLine(const QString &desktopEntry,
+                                                            const QUrl &url)
 {
     const std::optional<QByteArray> bytes = readSmallFile(desktopEntry);
     if (!bytes)
@@ -269,7 +276,8 @@ std::optional<QStringList> XdgWorkspaceRouting::commandLine(const QString &deskt
             placed = true;
             continue;
         }
-        if (argument.size() == 2 && argument.startsWith(QLatin1Char('%')) && argument != QLatin1String("%%"))
+        if (argument.size() == 2 && argument.startsWith(QLatin1Char('%')) &&
+            argument != QLatin1String("%%"))
             continue; // %i, %c, %k and the deprecated codes carry nothing we need
         line.append(QString(argument).replace(QStringLiteral("%%"), QStringLiteral("%")));
     }

@@ -11,7 +11,8 @@ namespace taskrack {
 class XdgWorkspaceRouting : public WorkspaceRouting
 {
 public:
-    explicit XdgWorkspaceRouting(QProcessEnvironment environment = QProcessEnvironment::systemEnvironment());
+    explicit XdgWorkspaceRouting(
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment());
 
     std::optional<QString> applicationForURL(const QUrl &url) const override;
     std::optional<QString> findApplication(const QStringList &names,

@@ -22,7 +22,8 @@ protected:
         watch.setHandler([this](const FileWatchNotice &notice) { notices.append(notice); });
     }
 
-    QString write(const QString &name, const QByteArray &content, QIODevice::OpenMode mode = QIODevice::WriteOnly)
+    QString write(const QString &name, const QByteArray &content,
+                  QIODevice::OpenMode mode = QIODevice::WriteOnly)
     {
         QFile file(temp.filePath(name));
         EXPECT_TRUE(file.open(mode));
@@ -34,7 +35,8 @@ protected:
     bool sawEvent(int handle, quint32 events, const QString &child = {}) const
     {
         for (const FileWatchNotice &notice : notices) {
-            if (notice.handle == handle && (notice.events & events) && (child.isEmpty() || notice.childName == child))
+            if (notice.handle == handle && (notice.events & events) &&
+                (child.isEmpty() || notice.childName == child))
                 return true;
         }
         return false;
@@ -61,7 +63,8 @@ TEST_F(InotifyFileWatchTest, ReportsWritesWithTheWatchedIdentity)
     EXPECT_EQ(watch.identityOf(path), target->identity);
 
     write("a.jsonl", "two\n", QIODevice::Append);
-    ASSERT_TRUE(waitUntil([&] { return sawEvent(target->handle, FileWatchEvents::closedAfterWrite); }));
+    ASSERT_TRUE(
+        waitUntil([&] { return sawEvent(target->handle, FileWatchEvents::closedAfterWrite); }));
     EXPECT_TRUE(sawEvent(target->handle, FileWatchEvents::modified));
     EXPECT_FALSE(watch.add(temp.filePath("missing")));
 }
@@ -74,7 +77,8 @@ TEST_F(InotifyFileWatchTest, AtomicReplacementEndsTheFileWatchAndShowsInTheFolde
     ASSERT_TRUE(file && folder);
 
     const QString staged = write("a.jsonl.tmp", "new\n");
-    ASSERT_EQ(::rename(QFile::encodeName(staged).constData(), QFile::encodeName(path).constData()), 0);
+    ASSERT_EQ(::rename(QFile::encodeName(staged).constData(), QFile::encodeName(path).constData()),
+              0);
 
     ASSERT_TRUE(waitUntil([&] { return sawEvent(file->handle, FileWatchEvents::watchEnded); }));
     EXPECT_TRUE(sawEvent(folder->handle, FileWatchEvents::childMovedIn, "a.jsonl"));
@@ -109,9 +113,11 @@ TEST_F(InotifyFileWatchTest, FolderReportsEntriesByName)
     const auto folder = watch.add(temp.path());
     ASSERT_TRUE(folder);
     const QString created = write("b.jsonl", "x\n");
-    ASSERT_TRUE(waitUntil([&] { return sawEvent(folder->handle, FileWatchEvents::childCreated, "b.jsonl"); }));
+    ASSERT_TRUE(waitUntil(
+        [&] { return sawEvent(folder->handle, FileWatchEvents::childCreated, "b.jsonl"); }));
     QFile::remove(created);
-    ASSERT_TRUE(waitUntil([&] { return sawEvent(folder->handle, FileWatchEvents::childDeleted, "b.jsonl"); }));
+    ASSERT_TRUE(waitUntil(
+        [&] { return sawEvent(folder->handle, FileWatchEvents::childDeleted, "b.jsonl"); }));
 }
 
 } // namespace

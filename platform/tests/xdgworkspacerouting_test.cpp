@@ -35,19 +35,26 @@ protected:
         file.write(content);
         file.close();
         QFile::Permissions permissions;
-        if (mode & 0400) permissions |= QFileDevice::ReadOwner;
-        if (mode & 0200) permissions |= QFileDevice::WriteOwner;
-        if (mode & 0100) permissions |= QFileDevice::ExeOwner;
-        if (mode & 0020) permissions |= QFileDevice::WriteGroup;
-        if (mode & 0002) permissions |= QFileDevice::WriteOther;
+        if (mode & 0400)
+            permissions |= QFileDevice::ReadOwner;
+        if (mode & 0200)
+            permissions |= QFileDevice::WriteOwner;
+        if (mode & 0100)
+            permissions |= QFileDevice::ExeOwner;
+        if (mode & 0020)
+            permissions |= QFileDevice::WriteGroup;
+        if (mode & 0002)
+            permissions |= QFileDevice::WriteOther;
         file.setPermissions(permissions);
     }
 
     void installCodexHandler()
     {
         write("share/applications/com.openai.codex.desktop",
-              "[Desktop Entry]\nName=Codex\nExec=codex-desktop --open \"%u\" %i\nMimeType=x-scheme-handler/codex;\n");
-        write("config/mimeapps.list", "[Default Applications]\nx-scheme-handler/codex=com.openai.codex.desktop\n");
+              "[Desktop Entry]\nName=Codex\nExec=codex-desktop --open \"%u\" "
+              "%i\nMimeType=x-scheme-handler/codex;\n");
+        write("config/mimeapps.list",
+              "[Default Applications]\nx-scheme-handler/codex=com.openai.codex.desktop\n");
     }
 };
 
@@ -84,8 +91,8 @@ TEST_F(XdgWorkspaceRoutingTest, OversizedOrBrokenEntriesAreIgnored)
     XdgWorkspaceRouting routing(environment);
     EXPECT_FALSE(routing.applicationForURL(QUrl("codex://x")));
     write("share/applications/broken.desktop", "[Desktop Entry]\nExec=\"unterminated\n");
-    EXPECT_FALSE(XdgWorkspaceRouting::commandLine(root.filePath("share/applications/broken.desktop"),
-                                                  QUrl("codex://x")));
+    EXPECT_FALSE(XdgWorkspaceRouting::commandLine(
+        root.filePath("share/applications/broken.desktop"), QUrl("codex://x")));
 }
 
 } // namespace

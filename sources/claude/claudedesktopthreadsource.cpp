@@ -27,7 +27,8 @@ constexpr int snapshotLimit = 400;
 bool hasHiddenComponent(const QString &relativePath)
 {
     const QStringList parts = relativePath.split(QLatin1Char('/'), Qt::SkipEmptyParts);
-    return std::any_of(parts.cbegin(), parts.cend(), [](const QString &part) { return part.startsWith(QLatin1Char('.')); });
+    return std::any_of(parts.cbegin(), parts.cend(),
+                       [](const QString &part) { return part.startsWith(QLatin1Char('.')); });
 }
 
 QString trimmedTitle(const std::optional<QString> &title)
@@ -50,7 +51,8 @@ ClaudeSourcePaths ClaudeSourcePaths::forHome(const QString &home, const QString 
     paths.sessionRoot = home + QStringLiteral("/.config/Claude/claude-code-sessions");
     paths.transcriptRoot = home + QStringLiteral("/.claude/projects");
     paths.liveSessionsPath = home + QStringLiteral("/.claude/sessions");
-    paths.observedStatusesPath = data + QStringLiteral("/taskrack/claude-observed-statuses-v2.json");
+    paths.observedStatusesPath =
+        data + QStringLiteral("/taskrack/claude-observed-statuses-v2.json");
     return paths;
 }
 
@@ -61,8 +63,7 @@ ClaudeDesktopThreadSource::ClaudeDesktopThreadSource(Configuration configuration
       m_fileWatchFactory(std::move(configuration.fileWatchFactory)),
       m_fileSystem(*configuration.fileSystem),
       m_processExitWatchFactory(std::move(configuration.processExitWatchFactory)),
-      m_reader(m_fileSystem, configuration.paths.transcriptRoot),
-      m_discovery(m_reader),
+      m_reader(m_fileSystem, configuration.paths.transcriptRoot), m_discovery(m_reader),
       m_registry(m_fileSystem, configuration.paths.liveSessionsPath,
                  std::move(configuration.processProbe))
 {
@@ -110,13 +111,15 @@ bool ClaudeDesktopThreadSource::isCurrent(quint64 generation) const
 // still reconciles in full.
 bool ClaudeDesktopThreadSource::isUpToDate() const
 {
-    return m_isMonitoring && m_hasCompletedInitialReconciliation && !m_isReconciling && !m_manifestsMayHaveChanged
-        && !m_transcriptsMayHaveChanged && m_watcher->isRunning() && m_transcriptWatcher->isRunning();
+    return m_isMonitoring && m_hasCompletedInitialReconciliation && !m_isReconciling &&
+           !m_manifestsMayHaveChanged && !m_transcriptsMayHaveChanged && m_watcher->isRunning() &&
+           m_transcriptWatcher->isRunning();
 }
 
 // ---- public operations: each hops onto the actor and back ----
 
-QCoro::Task<ThreadCollection> ClaudeDesktopThreadSource::fetchThreads(int limit, std::stop_token stop)
+QCoro::Task<ThreadCollection> ClaudeDesktopThreadSource::fetchThreads(int limit,
+                                                                      std::stop_token stop)
 {
     throwIfCancelled(stop);
     if (limit < 1)
@@ -205,7 +208,8 @@ QCoro::Task<void> ClaudeDesktopThreadSource::receive(ClaudeHookEvent event, QDat
         co_await receiveSignal(std::move(*signal), std::move(receivedAt));
 }
 
-QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal signal, QDateTime receivedAt)
+QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal signal,
+                                                           QDateTime receivedAt)
 {
     QObject *caller = threadAnchor();
     co_await ClaudeThreadHop{m_executor.context()};
@@ -219,7 +223,8 @@ QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal s
             // Claude Code often fires a hook before the transcript file exists.
             if (m_pendingSignals.size() >= pendingSignalLimit)
                 m_pendingSignals.erase(m_pendingSignals.begin(),
-                                       m_pendingSignals.begin() + (m_pendingSignals.size() - pendingSignalLimit + 1));
+                                       m_pendingSignals.begin() +
+                                           (m_pendingSignals.size() - pendingSignalLimit + 1));
             m_pendingSignals.append(PendingSignal{std::move(signal), receivedAt});
         }
     }
@@ -240,10 +245,10 @@ void ClaudeDesktopThreadSource::startOnActor()
         return;
     m_isMonitoring = true;
     if (!m_watcher) {
-        m_watcher = std::make_unique<ClaudeSessionDirectoryWatcher>(m_paths.sessionRoot, true, false, m_clock,
-                                                                    m_fileWatchFactory);
-        m_transcriptWatcher = std::make_unique<ClaudeSessionDirectoryWatcher>(m_paths.transcriptRoot, false, true,
-                                                                              m_clock, m_fileWatchFactory);
+        m_watcher = std::make_unique<ClaudeSessionDirectoryWatcher>(
+            m_paths.sessionRoot, true, false, m_clock, m_fileWatchFactory);
+        m_transcriptWatcher = std::make_unique<ClaudeSessionDirectoryWatcher>(
+            m_paths.transcriptRoot, false, true, m_clock, m_fileWatchFactory);
         m_transcriptRefresh = std::make_unique<Coalescer>(m_clock, transcriptCoalescing,
                                                           [this] { runTranscriptRefresh(); });
         // Claude Code's registry of running processes: an entry that changes or goes, and a
@@ -306,8 +311,8 @@ void ClaudeDesktopThreadSource::stopOnActor()
 }
 
 QCoro::Task<void> ClaudeDesktopThreadSource::runWatchLoop(ChannelPtr<std::monostate> channel,
-                                                          std::function<void()> onChange, quint64 generation,
-                                                          std::stop_token stop)
+                                                          std::function<void()> onChange,
+                                                          quint64 generation, std::stop_token stop)
 {
     const std::weak_ptr<int> alive = m_lifetime;
     while (true) {
@@ -412,8 +417,8 @@ QStringList ClaudeDesktopThreadSource::listManifests() const
     const QDir root(m_paths.sessionRoot);
     if (!root.exists())
         return paths;
-    QDirIterator it(m_paths.sessionRoot, {QStringLiteral("local_*.json")}, QDir::Files | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
+    QDirIterator it(m_paths.sessionRoot, {QStringLiteral("local_*.json")},
+                    QDir::Files | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();
         if (!hasHiddenComponent(root.relativeFilePath(path)))
@@ -423,17 +428,18 @@ QStringList ClaudeDesktopThreadSource::listManifests() const
     return paths;
 }
 
-std::optional<ClaudeSessionFileFingerprint> ClaudeDesktopThreadSource::manifestFingerprint(const QString &path) const
+std::optional<ClaudeSessionFileFingerprint>
+ClaudeDesktopThreadSource::manifestFingerprint(const QString &path) const
 {
     const auto stat = statClaudePath(m_fileSystem, path);
-    if (!stat || !stat->isRegularFile || !stat->modificationDate.isValid() || stat->size < 0
-        || stat->size > claudelimits::manifestBytes)
+    if (!stat || !stat->isRegularFile || !stat->modificationDate.isValid() || stat->size < 0 ||
+        stat->size > claudelimits::manifestBytes)
         return std::nullopt;
     return ClaudeSessionFileFingerprint{stat->modificationDate, stat->size, std::nullopt};
 }
 
-QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> ClaudeDesktopThreadSource::loadManifest(
-    QString path, bool retrying, quint64 generation)
+QCoro::Task<std::optional<ClaudeDesktopSessionManifest>>
+ClaudeDesktopThreadSource::loadManifest(QString path, bool retrying, quint64 generation)
 {
     using namespace std::chrono_literals;
     static const std::chrono::milliseconds retryDelays[] = {0ms, 50ms, 150ms, 500ms};
@@ -516,7 +522,8 @@ bool ClaudeDesktopThreadSource::refreshDiscovery(const QDateTime &now)
     const auto signature = [this] {
         QHash<QString, QPair<QString, QString>> result;
         for (const auto &session : std::as_const(m_discovered))
-            result.insert(session.sessionId, {session.cwd, session.title(m_reader.cachedState(session.transcript))});
+            result.insert(session.sessionId,
+                          {session.cwd, session.title(m_reader.cachedState(session.transcript))});
         return result;
     };
     const auto before = signature();
@@ -548,7 +555,8 @@ void ClaudeDesktopThreadSource::rebuildIndexes()
     }
     for (const ClaudeDesktopSessionManifest &session : allSessions()) {
         if (!m_localSessionPathByID.contains(session.sessionId)) {
-            m_localSessionPathByID.insert(session.sessionId, m_discovered.value(session.sessionId).transcript.path);
+            m_localSessionPathByID.insert(session.sessionId,
+                                          m_discovered.value(session.sessionId).transcript.path);
             m_localSessionIDByAlias.insert(session.sessionId, session.sessionId);
         }
         if (auto key = session.transcriptKey())
@@ -558,7 +566,8 @@ void ClaudeDesktopThreadSource::rebuildIndexes()
         m_transcriptWatcher->updateWatchedRegularFiles(transcriptNames);
 }
 
-void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &now, bool afterDiscovery)
+void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &now,
+                                                              bool afterDiscovery)
 {
     const QList<ClaudeDesktopSessionManifest> sessions = allSessions();
     QHash<QString, ClaudeIndexedTranscript> indexed;
@@ -573,14 +582,15 @@ void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &n
         });
     }
     const auto observations = afterDiscovery && m_discoversTranscriptSessions
-        ? m_reader.observations(sessions, now, indexed)
-        : m_reader.observations(sessions, now);
+                                  ? m_reader.observations(sessions, now, indexed)
+                                  : m_reader.observations(sessions, now);
     for (auto it = observations.cbegin(); it != observations.cend(); ++it) {
         const auto previous = m_evidence.observations.constFind(it.key());
         std::optional<QDateTime> submitted = it->lastUserSubmittedAt;
         if (!submitted && previous != m_evidence.observations.cend())
             submitted = previous->lastUserSubmittedAt;
-        m_evidence.observations.insert(it.key(), ClaudeObservedStatus{it->status, it->observedAt, submitted});
+        m_evidence.observations.insert(it.key(),
+                                       ClaudeObservedStatus{it->status, it->observedAt, submitted});
     }
     refreshLiveRegistry();
 }
@@ -619,7 +629,8 @@ void ClaudeDesktopThreadSource::noteProcessExit(qint64 pid)
     publishStatusChanges();
 }
 
-bool ClaudeDesktopThreadSource::applySignal(const ClaudeSessionSignal &signal, const QDateTime &receivedAt)
+bool ClaudeDesktopThreadSource::applySignal(const ClaudeSessionSignal &signal,
+                                            const QDateTime &receivedAt)
 {
     std::optional<QString> sessionId;
     if (signal.transcriptPath && !signal.transcriptPath->isEmpty()) {
@@ -647,7 +658,8 @@ bool ClaudeDesktopThreadSource::applySignal(const ClaudeSessionSignal &signal, c
     }
     if (signal.activeBackgroundTaskCount) {
         m_evidence.backgroundTaskSnapshots.insert(
-            *sessionId, ClaudeBackgroundTaskSnapshot{std::max<qint64>(0, *signal.activeBackgroundTaskCount), receivedAt});
+            *sessionId, ClaudeBackgroundTaskSnapshot{
+                            std::max<qint64>(0, *signal.activeBackgroundTaskCount), receivedAt});
     }
     return true;
 }
@@ -679,7 +691,8 @@ void ClaudeDesktopThreadSource::persist()
     }
 }
 
-ClaudeSessionFacts ClaudeDesktopThreadSource::factsOf(const ClaudeDesktopSessionManifest &manifest) const
+ClaudeSessionFacts
+ClaudeDesktopThreadSource::factsOf(const ClaudeDesktopSessionManifest &manifest) const
 {
     ClaudeSessionFacts facts;
     const auto find = [&](const auto &map) {
@@ -694,7 +707,8 @@ ClaudeSessionFacts ClaudeDesktopThreadSource::factsOf(const ClaudeDesktopSession
         const auto live = m_liveEntries.constFind(*key);
         if (live != m_liveEntries.cend() && live->isRunning)
             facts.liveEntry = &*live;
-        facts.processEnded = live != m_liveEntries.cend() ? !live->isRunning : m_endedSessions.contains(*key);
+        facts.processEnded =
+            live != m_liveEntries.cend() ? !live->isRunning : m_endedSessions.contains(*key);
     }
     facts.lastActivityAtMs = manifest.lastActivityAt;
     return facts;
@@ -706,8 +720,9 @@ bool ClaudeDesktopThreadSource::publishStatusChanges()
     bool changed = false;
     for (const ClaudeDesktopSessionManifest &session : allSessions()) {
         const ClaudeSessionFacts facts = factsOf(session);
-        const RackStatusUpdate update{threadPrefix + session.sessionId, claudeLiveStatus(facts, now),
-                                      claudeUpdatedAt(facts), claudeRecencyAt(facts)};
+        const RackStatusUpdate update{threadPrefix + session.sessionId,
+                                      claudeLiveStatus(facts, now), claudeUpdatedAt(facts),
+                                      claudeRecencyAt(facts)};
         const auto previous = m_lastPublishedStatus.constFind(session.sessionId);
         if (previous != m_lastPublishedStatus.cend() && *previous == update)
             continue;
@@ -739,14 +754,15 @@ ThreadCollection ClaudeDesktopThreadSource::buildSnapshot(int limit) const
             ++childCount[*session.parentSessionId];
         if (session.isArchived || !session.lastFocusedAt)
             continue;
-        if (!focused || *session.lastFocusedAt > focusedAt
-            || (*session.lastFocusedAt == focusedAt && session.sessionId < *focused)) {
+        if (!focused || *session.lastFocusedAt > focusedAt ||
+            (*session.lastFocusedAt == focusedAt && session.sessionId < *focused)) {
             focused = session.sessionId;
             focusedAt = *session.lastFocusedAt;
         }
     }
 
-    struct Entry {
+    struct Entry
+    {
         const ClaudeDesktopSessionManifest *session;
         ClaudeSessionFacts facts;
         QDateTime recencyAt;
@@ -788,7 +804,8 @@ ThreadCollection ClaudeDesktopThreadSource::buildSnapshot(int limit) const
         thread.workspacePath = session.cwd;
         const QString projectPath = session.projectPath();
         if (!identities.contains(projectPath))
-            identities.insert(projectPath, makeProjectIdentity(m_fileSystem, projectPath, std::nullopt, m_paths.home));
+            identities.insert(projectPath, makeProjectIdentity(m_fileSystem, projectPath,
+                                                               std::nullopt, m_paths.home));
         thread.projectIdentity = identities.value(projectPath);
         thread.updatedAt = claudeUpdatedAt(entry.facts);
         thread.recencyAt = entry.recencyAt;
@@ -797,7 +814,8 @@ ThreadCollection ClaudeDesktopThreadSource::buildSnapshot(int limit) const
         thread.isProviderFocused = focused == session.sessionId;
         const QString checkoutKey = session.cwd + QChar(0) + session.originCwd;
         if (!checkouts.contains(checkoutKey))
-            checkouts.insert(checkoutKey, probeCheckout(m_fileSystem, {session.cwd, session.originCwd}));
+            checkouts.insert(checkoutKey,
+                             probeCheckout(m_fileSystem, {session.cwd, session.originCwd}));
         thread.checkoutMetadata = checkouts.value(checkoutKey);
         std::optional<QString> parentTitle;
         if (session.parentSessionId && titleByID.contains(*session.parentSessionId))

@@ -27,7 +27,8 @@
 
 namespace taskrack {
 
-struct ClaudeSourcePaths {
+struct ClaudeSourcePaths
+{
     QString home;                 // for project identities
     QString sessionRoot;          // desktop manifests
     QString transcriptRoot;       // Claude Code's "projects" folder
@@ -42,7 +43,8 @@ struct ClaudeSourcePaths {
 
 // What one hook event asks of a session, already decided from the event's name: the hook
 // layer maps its events onto this, the source resolves the session and applies it.
-struct ClaudeSessionSignal {
+struct ClaudeSessionSignal
+{
     enum class InputRequest { leave, set, clear };
 
     QString sessionId;
@@ -54,7 +56,8 @@ struct ClaudeSessionSignal {
     bool operator==(const ClaudeSessionSignal &) const = default;
 };
 
-struct ClaudeCachedSession {
+struct ClaudeCachedSession
+{
     ClaudeSessionFileFingerprint fingerprint;
     ClaudeDesktopSessionManifest manifest;
 };
@@ -62,7 +65,8 @@ struct ClaudeCachedSession {
 class ClaudeDesktopThreadSource : public ThreadSource
 {
 public:
-    struct Configuration {
+    struct Configuration
+    {
         ClaudeSourcePaths paths;
         Clock *clock = nullptr; // the system clock when absent
         ClaudeSessionDirectoryWatcher::FileWatchFactory fileWatchFactory;
@@ -114,18 +118,20 @@ public:
     const ClaudeReadCounters &manifestReadCounters() const { return m_manifestCounters; }
 
 private:
-    struct PendingSignal {
+    struct PendingSignal
+    {
         ClaudeSessionSignal signal;
         QDateTime receivedAt;
     };
 
     // Runs on the actor.
     QCoro::Task<void> reconcile(bool retrying, quint64 generation);
-    QCoro::Task<std::optional<ClaudeDesktopSessionManifest>> loadManifest(QString path, bool retrying,
-                                                                          quint64 generation);
+    QCoro::Task<std::optional<ClaudeDesktopSessionManifest>>
+    loadManifest(QString path, bool retrying, quint64 generation);
     void runTranscriptRefresh();
-    QCoro::Task<void> runWatchLoop(ChannelPtr<std::monostate> channel, std::function<void()> onChange,
-                                   quint64 generation, std::stop_token stop);
+    QCoro::Task<void> runWatchLoop(ChannelPtr<std::monostate> channel,
+                                   std::function<void()> onChange, quint64 generation,
+                                   std::stop_token stop);
     QCoro::Task<void> runSafetyNet(quint64 generation, std::stop_token stop);
     QStringList listManifests() const;
     std::optional<ClaudeSessionFileFingerprint> manifestFingerprint(const QString &path) const;

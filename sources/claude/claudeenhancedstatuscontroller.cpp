@@ -26,13 +26,13 @@ bool isHealthy(ClaudeHookInstallationStatus status)
 
 // Installer calls end in a status or in an error a person may read; never in an exception that
 // escapes the controller.
-struct Outcome {
+struct Outcome
+{
     std::optional<ClaudeHookInstallationStatus> status;
     QString error;
 };
 
-template<typename Call>
-QCoro::Task<Outcome> attempt(Call call)
+template <typename Call> QCoro::Task<Outcome> attempt(Call call)
 {
     Outcome outcome;
     try {
@@ -282,7 +282,8 @@ QCoro::Task<void> ClaudeEnhancedStatusController::removeIntegration()
     return removeHooks(ClaudeEnhancedStatusRecoveryAction::remove);
 }
 
-QCoro::Task<void> ClaudeEnhancedStatusController::removeHooks(ClaudeEnhancedStatusRecoveryAction action)
+QCoro::Task<void>
+ClaudeEnhancedStatusController::removeHooks(ClaudeEnhancedStatusRecoveryAction action)
 {
     const std::optional<quint64> generation = beginOperation();
     if (!generation)
@@ -313,7 +314,8 @@ QCoro::Task<void> ClaudeEnhancedStatusController::removeHooks(ClaudeEnhancedStat
     } else {
         m_lastError = outcome.error;
         if (removing)
-            qCWarning(lcEnhancedStatus, "Enhanced Claude integration removal failed; details omitted");
+            qCWarning(lcEnhancedStatus,
+                      "Enhanced Claude integration removal failed; details omitted");
         else
             qCWarning(lcEnhancedStatus, "Enhanced Claude status disable failed; details omitted");
     }

@@ -8,8 +8,7 @@ ClaudeFileStat claudeFileStat(const FileAttributes &attributes)
     result.isRegularFile = attributes.isRegular();
     result.isDirectory = attributes.isDirectory();
     result.size = attributes.size;
-    result.modificationDate =
-        QDateTime::fromMSecsSinceEpoch(attributes.modificationMs(), Qt::UTC);
+    result.modificationDate = QDateTime::fromMSecsSinceEpoch(attributes.modificationMs(), Qt::UTC);
     result.device = attributes.device;
     result.inode = attributes.inode;
     return result;

@@ -16,7 +16,8 @@
 
 namespace taskrack {
 
-struct ClaudeFileStat {
+struct ClaudeFileStat
+{
     bool isRegularFile = false;
     bool isDirectory = false;
     qint64 size = 0;
@@ -29,7 +30,8 @@ ClaudeFileStat claudeFileStat(const FileAttributes &attributes);
 // stat(2) of a path (links followed); nothing when it does not exist.
 std::optional<ClaudeFileStat> statClaudePath(const FileSystem &fileSystem, const QString &path);
 
-struct ClaudeReadCounters {
+struct ClaudeReadCounters
+{
     std::atomic<qint64> filesOpened{0};
     std::atomic<qint64> bytesRead{0};
 };

@@ -93,7 +93,8 @@ std::optional<ClaudeHookEvent> decodeClaudeHookInput(QByteArrayView json)
 {
     if (json.size() > claudeHookInputMaximumBytes)
         return std::nullopt;
-    const std::optional<QJsonObject> parsed = parseJsonObject(QByteArrayView(json.data(), json.size()));
+    const std::optional<QJsonObject> parsed =
+        parseJsonObject(QByteArrayView(json.data(), json.size()));
     if (!parsed)
         return std::nullopt;
     const QJsonObject &object = *parsed;

@@ -16,7 +16,8 @@
 
 namespace taskrack {
 
-struct ClaudeHookEvent {
+struct ClaudeHookEvent
+{
     QString sessionId;
     // Carried for completeness; no decision reads it.
     QString cwd;

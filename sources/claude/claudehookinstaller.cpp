@@ -167,16 +167,16 @@ ClaudeHookInstallerError ClaudeHookInstallerError::invalidEventValue(const QStri
 {
     return ClaudeHookInstallerError(
         Kind::invalidEventValue,
-        event + QStringLiteral(
-                    " hook value in Claude settings is not a list, so Taskrack did not change it."));
+        event +
+            QStringLiteral(
+                " hook value in Claude settings is not a list, so Taskrack did not change it."));
 }
 
 ClaudeHookInstallerError ClaudeHookInstallerError::helperMissing(const QString &path)
 {
-    return ClaudeHookInstallerError(Kind::helperMissing,
-                                    QStringLiteral("Taskrack’s signed Claude helper is missing at ") +
-                                        path +
-                                        QStringLiteral(". Reinstall Taskrack and try again."));
+    return ClaudeHookInstallerError(
+        Kind::helperMissing, QStringLiteral("Taskrack’s signed Claude helper is missing at ") +
+                                 path + QStringLiteral(". Reinstall Taskrack and try again."));
 }
 
 ClaudeHookInstallerError ClaudeHookInstallerError::make(Kind kind, const QString &path)
@@ -201,8 +201,9 @@ ClaudeHookInstallerError ClaudeHookInstallerError::make(Kind kind, const QString
                                      "and objects for Taskrack to update safely.") +
                           unchanged};
     case Kind::settingsTooLarge:
-        return {kind, path + QStringLiteral(" is larger than 1 MiB, too large for Taskrack to "
-                                            "update safely.") +
+        return {kind, path +
+                          QStringLiteral(" is larger than 1 MiB, too large for Taskrack to "
+                                         "update safely.") +
                           unchanged};
     case Kind::settingsChangedDuringUpdate:
         return {kind, QStringLiteral("Claude settings changed while Taskrack was preparing an "
@@ -218,16 +219,19 @@ ClaudeHookInstallerError ClaudeHookInstallerError::make(Kind kind, const QString
         return {kind, QStringLiteral("Taskrack could not save Claude settings. Nothing was "
                                      "changed.")};
     case Kind::settingsDanglingLink:
-        return {kind, path + QStringLiteral(" is a symbolic link to a file that does not exist. "
-                                            "Fix or remove the link, then try again.") +
+        return {kind, path +
+                          QStringLiteral(" is a symbolic link to a file that does not exist. "
+                                         "Fix or remove the link, then try again.") +
                           unchanged};
     case Kind::settingsIsDirectory:
-        return {kind, path + QStringLiteral(" is a folder, not a file. Move it out of the way, "
-                                            "then try again.") +
+        return {kind, path +
+                          QStringLiteral(" is a folder, not a file. Move it out of the way, "
+                                         "then try again.") +
                           unchanged};
     case Kind::settingsNotRegular:
-        return {kind, path + QStringLiteral(" is not a regular file (a pipe or a device). Replace "
-                                            "it with a file, then try again.") +
+        return {kind, path +
+                          QStringLiteral(" is not a regular file (a pipe or a device). Replace "
+                                         "it with a file, then try again.") +
                           unchanged};
     case Kind::settingsUnreadable:
         return {kind, QStringLiteral("Taskrack may not read ") + path +
@@ -240,8 +244,9 @@ ClaudeHookInstallerError ClaudeHookInstallerError::make(Kind kind, const QString
                                             "it. Run Taskrack as that user, or pass "
                                             "--allow-other-owner to edit it and keep its owner.")};
     case Kind::claudeFolderMissing:
-        return {kind, path + QStringLiteral(" does not exist, so there is no Claude Code to add "
-                                            "hooks to. Run Claude Code once, or check --home.") +
+        return {kind, path +
+                          QStringLiteral(" does not exist, so there is no Claude Code to add "
+                                         "hooks to. Run Claude Code once, or check --home.") +
                           unchanged};
     }
     return {kind, QString()};
@@ -465,7 +470,8 @@ ClaudeSettingsSnapshot ClaudeHookInstaller::loadSnapshot() const
     return snapshot;
 }
 
-bool ClaudeHookInstaller::write(const JSONValue::Object &root, const ClaudeSettingsSnapshot &snapshot)
+bool ClaudeHookInstaller::write(const JSONValue::Object &root,
+                                const ClaudeSettingsSnapshot &snapshot)
 {
     if (root == snapshot.root)
         return true;
@@ -496,8 +502,8 @@ bool ClaudeHookInstaller::write(const JSONValue::Object &root, const ClaudeSetti
         if (backup && *backup != FileError::alreadyExists)
             fail(Kind::backupFailed);
     }
-    const auto replaced = m_fileSystem.replace(snapshot.filePath, encoded, like,
-                                               ReplaceExpectation{snapshot.attributes, snapshot.data});
+    const auto replaced = m_fileSystem.replace(
+        snapshot.filePath, encoded, like, ReplaceExpectation{snapshot.attributes, snapshot.data});
     if (replaced == FileError::changedBeforeReplace)
         return false;
     if (replaced)
@@ -589,8 +595,9 @@ ClaudeHookInstaller::statusNow(const QString &helperPath, const std::optional<QS
     const auto &definitions = claudeInstalledHookDefinitions();
     for (const auto &member : hooks) {
         const QString &event = member.first;
-        const bool known = std::any_of(definitions.begin(), definitions.end(),
-                                       [&](const ClaudeHookDefinition &d) { return d.event == event; });
+        const bool known =
+            std::any_of(definitions.begin(), definitions.end(),
+                        [&](const ClaudeHookDefinition &d) { return d.event == event; });
         if (!known && eventHoldsOwnedEntry(member.second))
             return ClaudeHookInstallationStatus::needsRepair;
     }
@@ -612,8 +619,8 @@ ClaudeHookInstaller::statusNow(const QString &helperPath, const std::optional<QS
         if (!ownedGroup)
             return ClaudeHookInstallationStatus::needsRepair;
         const JSONValue *matcher = member(*ownedGroup->object(), matcherKey);
-        const bool matcherRight = definition.matcher ? isStringValue(matcher, *definition.matcher)
-                                                     : matcher == nullptr;
+        const bool matcherRight =
+            definition.matcher ? isStringValue(matcher, *definition.matcher) : matcher == nullptr;
         if (!matcherRight)
             return ClaudeHookInstallationStatus::needsRepair;
         const JSONValue *ownedEntry = nullptr;

@@ -85,7 +85,8 @@ public:
 };
 
 // The events Taskrack listens to, in the order their groups are written.
-struct ClaudeHookDefinition {
+struct ClaudeHookDefinition
+{
     QString event;
     std::optional<QString> matcher;
 };
@@ -105,7 +106,8 @@ bool isOwnedClaudeHookEntry(const JSONValue &entry);
 // where it was; groups left empty and events left empty disappear.
 JSONValue::Object removingOwnedClaudeHookEntries(const JSONValue::Object &hooks);
 
-struct ClaudeSettingsSnapshot {
+struct ClaudeSettingsSnapshot
+{
     QString filePath; // where the bytes live: the settings path, or the target of its link
     std::optional<FileAttributes> attributes; // none when the file does not exist
     QByteArray data;
@@ -115,7 +117,8 @@ struct ClaudeSettingsSnapshot {
 class ClaudeHookInstaller : public ClaudeHookInstalling
 {
 public:
-    struct Options {
+    struct Options
+    {
         // Edit a file that belongs to another user (e.g. as root on someone's home), keeping its
         // owner. Refused unless asked for.
         bool allowOtherOwner = false;

@@ -32,7 +32,8 @@ public:
 private:
     void skipWhitespace()
     {
-        while (m_pos != m_end && (*m_pos == ' ' || *m_pos == '\t' || *m_pos == '\n' || *m_pos == '\r'))
+        while (m_pos != m_end &&
+               (*m_pos == ' ' || *m_pos == '\t' || *m_pos == '\n' || *m_pos == '\r'))
             ++m_pos;
     }
 
@@ -61,7 +62,8 @@ private:
             return JSONValue(std::move(*text));
         }
         case 't':
-            return consumeLiteral("true") ? std::optional<JSONValue>(JSONValue(true)) : std::nullopt;
+            return consumeLiteral("true") ? std::optional<JSONValue>(JSONValue(true))
+                                          : std::nullopt;
         case 'f':
             return consumeLiteral("false") ? std::optional<JSONValue>(JSONValue(false))
                                            : std::nullopt;
@@ -303,14 +305,30 @@ private:
                 return std::nullopt;
             const char escape = *m_pos++;
             switch (escape) {
-            case '"': out.append(u'"'); break;
-            case '\\': out.append(u'\\'); break;
-            case '/': out.append(u'/'); break;
-            case 'b': out.append(u'\b'); break;
-            case 'f': out.append(u'\f'); break;
-            case 'n': out.append(u'\n'); break;
-            case 'r': out.append(u'\r'); break;
-            case 't': out.append(u'\t'); break;
+            case '"':
+                out.append(u'"');
+                break;
+            case '\\':
+                out.append(u'\\');
+                break;
+            case '/':
+                out.append(u'/');
+                break;
+            case 'b':
+                out.append(u'\b');
+                break;
+            case 'f':
+                out.append(u'\f');
+                break;
+            case 'n':
+                out.append(u'\n');
+                break;
+            case 'r':
+                out.append(u'\r');
+                break;
+            case 't':
+                out.append(u'\t');
+                break;
             case 'u': {
                 std::optional<char16_t> unit = parseHex4();
                 if (!unit)
@@ -350,13 +368,27 @@ void writeString(QByteArray &out, const QString &text)
     for (const char ch : utf8) {
         const unsigned char c = static_cast<unsigned char>(ch);
         switch (c) {
-        case '"': out.append("\\\""); break;
-        case '\\': out.append("\\\\"); break;
-        case '\b': out.append("\\b"); break;
-        case '\f': out.append("\\f"); break;
-        case '\n': out.append("\\n"); break;
-        case '\r': out.append("\\r"); break;
-        case '\t': out.append("\\t"); break;
+        case '"':
+            out.append("\\\"");
+            break;
+        case '\\':
+            out.append("\\\\");
+            break;
+        case '\b':
+            out.append("\\b");
+            break;
+        case '\f':
+            out.append("\\f");
+            break;
+        case '\n':
+            out.append("\\n");
+            break;
+        case '\r':
+            out.append("\\r");
+            break;
+        case '\t':
+            out.append("\\t");
+            break;
         default:
             if (c < 0x20) {
                 static const char hex[] = "0123456789abcdef";

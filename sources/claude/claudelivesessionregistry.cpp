@@ -49,7 +49,8 @@ std::optional<ClaudeLiveSessionEntry> decodeClaudeLiveSessionEntry(QByteArrayVie
     entry.pid = *pid;
     entry.sessionId = sessionId.toString();
     entry.cwd = object.value(QLatin1StringView("cwd")).toString();
-    entry.isBusy = object.value(QLatin1StringView("status")).toString() == QLatin1StringView("busy");
+    entry.isBusy =
+        object.value(QLatin1StringView("status")).toString() == QLatin1StringView("busy");
     if (const auto ms = wholeNumber(object.value(QLatin1StringView("statusUpdatedAt"))))
         entry.statusUpdatedAt = QDateTime::fromMSecsSinceEpoch(*ms, Qt::UTC);
     return entry;
@@ -59,7 +60,8 @@ ClaudeLiveSessionRegistry::ClaudeLiveSessionRegistry(const FileSystem &fileSyste
                                                      QString sessionsPath,
                                                      ProcessProbe isProcessAlive)
     : m_fileSystem(fileSystem), m_sessionsPath(std::move(sessionsPath)),
-      m_isProcessAlive(isProcessAlive ? std::move(isProcessAlive) : ProcessProbe(defaultProcessProbe))
+      m_isProcessAlive(isProcessAlive ? std::move(isProcessAlive)
+                                      : ProcessProbe(defaultProcessProbe))
 {
 }
 
@@ -67,8 +69,9 @@ QHash<QString, ClaudeLiveSessionEntry> ClaudeLiveSessionRegistry::read() const
 {
     QHash<QString, ClaudeLiveSessionEntry> entries;
     const QString root = m_fileSystem.resolvedPath(m_sessionsPath);
-    const auto listing = root.isEmpty() ? FileResult<std::vector<DirectoryEntry>>(FileError::notFound)
-                                        : m_fileSystem.list(root);
+    const auto listing = root.isEmpty()
+                             ? FileResult<std::vector<DirectoryEntry>>(FileError::notFound)
+                             : m_fileSystem.list(root);
     if (!listing)
         return entries;
     for (const DirectoryEntry &file : *listing) {
@@ -89,9 +92,9 @@ QHash<QString, ClaudeLiveSessionEntry> ClaudeLiveSessionRegistry::read() const
             continue;
         entry->isRunning = m_isProcessAlive(entry->pid);
         const auto existing = entries.constFind(entry->sessionId);
-        if (existing != entries.cend()
-            && std::pair(existing->isRunning, existing->statusUpdatedAt.value_or(QDateTime()))
-                >= std::pair(entry->isRunning, entry->statusUpdatedAt.value_or(QDateTime())))
+        if (existing != entries.cend() &&
+            std::pair(existing->isRunning, existing->statusUpdatedAt.value_or(QDateTime())) >=
+                std::pair(entry->isRunning, entry->statusUpdatedAt.value_or(QDateTime())))
             continue;
         entries.insert(entry->sessionId, *entry);
     }

@@ -5,9 +5,9 @@
 // before the transcript says so. An entry left behind by a process that is gone (killed, so it
 // could not remove it) says the opposite: whatever turn that process had open ended with it.
 
+#include "platform/filesystem.h"
 #include <QByteArrayView>
 #include <QDateTime>
-#include "platform/filesystem.h"
 
 #include <QHash>
 #include <QString>
@@ -16,7 +16,8 @@
 
 namespace taskrack {
 
-struct ClaudeLiveSessionEntry {
+struct ClaudeLiveSessionEntry
+{
     qint64 pid = 0;
     QString sessionId;
     QString cwd;

@@ -1,8 +1,8 @@
 #include "sources/claude/claudesessiondirectorywatcher.h"
 
 #include "core/threadanchor.h"
-#include "sources/claude/claudethreadhop.h"
 #include "platform/linux/inotifyfilewatch.h"
+#include "sources/claude/claudethreadhop.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -20,13 +20,13 @@ bool isHidden(const QString &name)
 
 } // namespace
 
-ClaudeSessionDirectoryWatcher::ClaudeSessionDirectoryWatcher(QString rootPath, bool watchesNestedDirectories,
+ClaudeSessionDirectoryWatcher::ClaudeSessionDirectoryWatcher(QString rootPath,
+                                                             bool watchesNestedDirectories,
                                                              bool watchesRegularFiles, Clock &clock,
                                                              FileWatchFactory fileWatchFactory)
     : m_rootPath(QDir::cleanPath(std::move(rootPath))),
       m_watchesNestedDirectories(watchesNestedDirectories),
-      m_watchesRegularFiles(watchesRegularFiles),
-      m_clock(clock),
+      m_watchesRegularFiles(watchesRegularFiles), m_clock(clock),
       m_fileWatchFactory(std::move(fileWatchFactory)),
       m_coalescer(clock, debounce, [this] { fireInvalidation(); })
 {
@@ -42,7 +42,8 @@ void ClaudeSessionDirectoryWatcher::start()
     if (m_isRunning)
         return;
     if (!m_fileWatch) {
-        m_fileWatch = m_fileWatchFactory ? m_fileWatchFactory() : std::make_unique<InotifyFileWatch>();
+        m_fileWatch =
+            m_fileWatchFactory ? m_fileWatchFactory() : std::make_unique<InotifyFileWatch>();
         m_fileWatch->setHandler([this](const FileWatchNotice &notice) { handleNotice(notice); });
     }
     m_isRunning = true;
@@ -142,7 +143,8 @@ void ClaudeSessionDirectoryWatcher::refreshTargets()
         const auto target = m_fileWatch->add(path);
         if (!target)
             continue;
-        m_sources.insert(path, WatchedTarget{target->handle, target->identity, QFileInfo(path).isDir()});
+        m_sources.insert(path,
+                         WatchedTarget{target->handle, target->identity, QFileInfo(path).isDir()});
         m_pathByHandle.insert(target->handle, path);
     }
 }
@@ -170,8 +172,10 @@ void ClaudeSessionDirectoryWatcher::handleNotice(const FileWatchNotice &notice)
     if (isDirectory && !notice.childName.isEmpty()) {
         // A folder changes when its entries do. Writes inside a child count only for the files
         // the owner named; the transcript watcher must not fire for every other file.
-        const bool entryChanged = notice.events & (childCreated | childDeleted | childMovedIn | childMovedOut);
-        const bool namedChild = !m_watchesRegularFiles || m_watchedRegularFileNames.contains(notice.childName);
+        const bool entryChanged =
+            notice.events & (childCreated | childDeleted | childMovedIn | childMovedOut);
+        const bool namedChild =
+            !m_watchesRegularFiles || m_watchedRegularFileNames.contains(notice.childName);
         if (!entryChanged && !namedChild)
             return;
     }

@@ -26,8 +26,9 @@ public:
 
     // Lives on the creating thread; every call must come from it. The file watch is created at
     // the first start() on that thread (inotify by default).
-    ClaudeSessionDirectoryWatcher(QString rootPath, bool watchesNestedDirectories, bool watchesRegularFiles,
-                                  Clock &clock, FileWatchFactory fileWatchFactory = {});
+    ClaudeSessionDirectoryWatcher(QString rootPath, bool watchesNestedDirectories,
+                                  bool watchesRegularFiles, Clock &clock,
+                                  FileWatchFactory fileWatchFactory = {});
     ~ClaudeSessionDirectoryWatcher();
     ClaudeSessionDirectoryWatcher(const ClaudeSessionDirectoryWatcher &) = delete;
     ClaudeSessionDirectoryWatcher &operator=(const ClaudeSessionDirectoryWatcher &) = delete;
@@ -48,7 +49,8 @@ public:
     void finish();
 
 private:
-    struct WatchedTarget {
+    struct WatchedTarget
+    {
         int handle = -1;
         FileIdentity identity;
         bool isDirectory = false;

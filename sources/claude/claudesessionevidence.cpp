@@ -27,7 +27,7 @@ std::optional<QDateTime> dateOf(const QJsonValue &value)
 }
 
 // Each entry decoder returns nothing on a malformed entry, which fails the whole file.
-template<typename T, typename F>
+template <typename T, typename F>
 std::optional<QHash<QString, T>> decodeMap(const QJsonObject &root, const char *key, F decodeEntry)
 {
     QHash<QString, T> result;
@@ -66,25 +66,30 @@ QDateTime claudeDateFromReferenceSeconds(double seconds)
 {
     if (!std::isfinite(seconds) || std::abs(seconds) > 1e11)
         return {};
-    return QDateTime::fromMSecsSinceEpoch(referenceEpochMs + qint64(std::llround(seconds * 1000.0)), Qt::UTC);
+    return QDateTime::fromMSecsSinceEpoch(referenceEpochMs + qint64(std::llround(seconds * 1000.0)),
+                                          Qt::UTC);
 }
 
 QByteArray encodeClaudeSessionEvidence(const ClaudeSessionEvidence &evidence)
 {
     QJsonObject observations;
     for (auto it = evidence.observations.cbegin(); it != evidence.observations.cend(); ++it) {
-        QJsonObject entry{{"status", rawValue(it->status)}, {"observedAt", claudeReferenceSeconds(it->observedAt)}};
+        QJsonObject entry{{"status", rawValue(it->status)},
+                          {"observedAt", claudeReferenceSeconds(it->observedAt)}};
         if (it->lastUserSubmittedAt)
             entry.insert("lastUserSubmittedAt", claudeReferenceSeconds(*it->lastUserSubmittedAt));
         observations.insert(it.key(), entry);
     }
     QJsonObject inputRequests;
     for (auto it = evidence.inputRequests.cbegin(); it != evidence.inputRequests.cend(); ++it)
-        inputRequests.insert(it.key(), QJsonObject{{"requestedAt", claudeReferenceSeconds(it->requestedAt)}});
+        inputRequests.insert(it.key(),
+                             QJsonObject{{"requestedAt", claudeReferenceSeconds(it->requestedAt)}});
     QJsonObject snapshots;
-    for (auto it = evidence.backgroundTaskSnapshots.cbegin(); it != evidence.backgroundTaskSnapshots.cend(); ++it) {
-        snapshots.insert(it.key(), QJsonObject{{"activeTaskCount", it->activeTaskCount},
-                                               {"observedAt", claudeReferenceSeconds(it->observedAt)}});
+    for (auto it = evidence.backgroundTaskSnapshots.cbegin();
+         it != evidence.backgroundTaskSnapshots.cend(); ++it) {
+        snapshots.insert(it.key(),
+                         QJsonObject{{"activeTaskCount", it->activeTaskCount},
+                                     {"observedAt", claudeReferenceSeconds(it->observedAt)}});
     }
     const QJsonObject root{{"observations", observations},
                            {"inputRequests", inputRequests},
@@ -99,31 +104,33 @@ std::optional<ClaudeSessionEvidence> decodeClaudeSessionEvidence(QByteArrayView 
         return std::nullopt;
     const QJsonObject &root = *parsed;
 
-    auto observations = decodeMap<ClaudeObservedStatus>(root, "observations", [](const QJsonObject &entry)
-                                                            -> std::optional<ClaudeObservedStatus> {
-        const auto status = statusFromRaw(entry.value("status").toString());
-        const auto observedAt = dateOf(entry.value("observedAt"));
-        if (!status || !observedAt)
-            return std::nullopt;
-        ClaudeObservedStatus observed{*status, *observedAt, std::nullopt};
-        const QJsonValue submitted = entry.value("lastUserSubmittedAt");
-        if (!submitted.isUndefined() && !submitted.isNull()) {
-            observed.lastUserSubmittedAt = dateOf(submitted);
-            if (!observed.lastUserSubmittedAt)
+    auto observations = decodeMap<ClaudeObservedStatus>(
+        root, "observations", [](const QJsonObject &entry) -> std::optional<ClaudeObservedStatus> {
+            const auto status = statusFromRaw(entry.value("status").toString());
+            const auto observedAt = dateOf(entry.value("observedAt"));
+            if (!status || !observedAt)
                 return std::nullopt;
-        }
-        return observed;
-    });
-    auto inputRequests = decodeMap<ClaudeInputRequest>(root, "inputRequests", [](const QJsonObject &entry)
-                                                           -> std::optional<ClaudeInputRequest> {
-        const auto requestedAt = dateOf(entry.value("requestedAt"));
-        return requestedAt ? std::optional(ClaudeInputRequest{*requestedAt}) : std::nullopt;
-    });
+            ClaudeObservedStatus observed{*status, *observedAt, std::nullopt};
+            const QJsonValue submitted = entry.value("lastUserSubmittedAt");
+            if (!submitted.isUndefined() && !submitted.isNull()) {
+                observed.lastUserSubmittedAt = dateOf(submitted);
+                if (!observed.lastUserSubmittedAt)
+                    return std::nullopt;
+            }
+            return observed;
+        });
+    auto inputRequests = decodeMap<ClaudeInputRequest>(
+        root, "inputRequests", [](const QJsonObject &entry) -> std::optional<ClaudeInputRequest> {
+            const auto requestedAt = dateOf(entry.value("requestedAt"));
+            return requestedAt ? std::optional(ClaudeInputRequest{*requestedAt}) : std::nullopt;
+        });
     auto snapshots = decodeMap<ClaudeBackgroundTaskSnapshot>(
-        root, "backgroundTaskSnapshots", [](const QJsonObject &entry) -> std::optional<ClaudeBackgroundTaskSnapshot> {
+        root, "backgroundTaskSnapshots",
+        [](const QJsonObject &entry) -> std::optional<ClaudeBackgroundTaskSnapshot> {
             const QJsonValue count = entry.value("activeTaskCount");
             const auto observedAt = dateOf(entry.value("observedAt"));
-            if (!count.isDouble() || count.toDouble() != std::floor(count.toDouble()) || !observedAt)
+            if (!count.isDouble() || count.toDouble() != std::floor(count.toDouble()) ||
+                !observedAt)
                 return std::nullopt;
             return ClaudeBackgroundTaskSnapshot{count.toInteger(), *observedAt};
         });
@@ -156,7 +163,8 @@ RackStatus claudeLiveStatus(const ClaudeSessionFacts &facts, const QDateTime &no
     if (facts.observation) {
         RackStatus observed = facts.observation->status;
         // A turn still open when its process died was cut short: shown as an interrupted one.
-        if (facts.processEnded && (observed == RackStatus::working || observed == RackStatus::requiresInput))
+        if (facts.processEnded &&
+            (observed == RackStatus::working || observed == RackStatus::requiresInput))
             observed = RackStatus::error;
         if (ageSeconds(facts.observation->observedAt, now) < claudeStatusAgeLimit(observed))
             status = observed;
@@ -167,22 +175,25 @@ RackStatus claudeLiveStatus(const ClaudeSessionFacts &facts, const QDateTime &no
 
     // A running process that says it is busy, more recently than the transcript spoke, is
     // working whatever the transcript's last line was.
-    if (const auto *live = facts.liveEntry; live && live->isBusy && live->statusUpdatedAt
-        && ageSeconds(*live->statusUpdatedAt, now) < claudeLiveBusyAgeLimit
-        && (!facts.observation || *live->statusUpdatedAt > facts.observation->observedAt)) {
+    if (const auto *live = facts.liveEntry;
+        live && live->isBusy && live->statusUpdatedAt &&
+        ageSeconds(*live->statusUpdatedAt, now) < claudeLiveBusyAgeLimit &&
+        (!facts.observation || *live->statusUpdatedAt > facts.observation->observedAt)) {
         if (status != RackStatus::requiresInput)
             status = RackStatus::working;
     }
 
-    if (const auto *tasks = facts.backgroundTasks; tasks && tasks->activeTaskCount >= 1
-        && ageSeconds(tasks->observedAt, now) < claudeBackgroundTaskAgeLimit) {
-        if (status == RackStatus::completed || status == RackStatus::idle || status == RackStatus::recent)
+    if (const auto *tasks = facts.backgroundTasks;
+        tasks && tasks->activeTaskCount >= 1 &&
+        ageSeconds(tasks->observedAt, now) < claudeBackgroundTaskAgeLimit) {
+        if (status == RackStatus::completed || status == RackStatus::idle ||
+            status == RackStatus::recent)
             status = RackStatus::working;
     }
 
-    if (const auto *request = facts.inputRequest; request
-        && ageSeconds(request->requestedAt, now) < claudeInputRequestAgeLimit
-        && (!facts.observation || request->requestedAt > facts.observation->observedAt)) {
+    if (const auto *request = facts.inputRequest;
+        request && ageSeconds(request->requestedAt, now) < claudeInputRequestAgeLimit &&
+        (!facts.observation || request->requestedAt > facts.observation->observedAt)) {
         if (status != RackStatus::recent)
             status = RackStatus::requiresInput;
     }
@@ -191,14 +202,15 @@ RackStatus claudeLiveStatus(const ClaudeSessionFacts &facts, const QDateTime &no
 
 QDateTime claudeUpdatedAt(const ClaudeSessionFacts &facts)
 {
-    QDateTime updated = facts.observation ? facts.observation->observedAt
-                                          : QDateTime::fromMSecsSinceEpoch(facts.lastActivityAtMs, Qt::UTC);
+    QDateTime updated = facts.observation
+                            ? facts.observation->observedAt
+                            : QDateTime::fromMSecsSinceEpoch(facts.lastActivityAtMs, Qt::UTC);
     if (facts.inputRequest && facts.inputRequest->requestedAt > updated)
         updated = facts.inputRequest->requestedAt;
     if (facts.backgroundTasks && facts.backgroundTasks->observedAt > updated)
         updated = facts.backgroundTasks->observedAt;
-    if (facts.liveEntry && facts.liveEntry->isBusy && facts.liveEntry->statusUpdatedAt
-        && *facts.liveEntry->statusUpdatedAt > updated)
+    if (facts.liveEntry && facts.liveEntry->isBusy && facts.liveEntry->statusUpdatedAt &&
+        *facts.liveEntry->statusUpdatedAt > updated)
         updated = *facts.liveEntry->statusUpdatedAt;
     return updated;
 }

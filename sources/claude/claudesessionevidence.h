@@ -12,7 +12,8 @@
 
 namespace taskrack {
 
-struct ClaudeObservedStatus {
+struct ClaudeObservedStatus
+{
     RackStatus status = RackStatus::recent;
     QDateTime observedAt;
     std::optional<QDateTime> lastUserSubmittedAt;
@@ -20,13 +21,15 @@ struct ClaudeObservedStatus {
     bool operator==(const ClaudeObservedStatus &) const = default;
 };
 
-struct ClaudeInputRequest {
+struct ClaudeInputRequest
+{
     QDateTime requestedAt;
 
     bool operator==(const ClaudeInputRequest &) const = default;
 };
 
-struct ClaudeBackgroundTaskSnapshot {
+struct ClaudeBackgroundTaskSnapshot
+{
     qint64 activeTaskCount = 0;
     QDateTime observedAt;
 
@@ -34,7 +37,8 @@ struct ClaudeBackgroundTaskSnapshot {
 };
 
 // Everything that survives a restart, by session id.
-struct ClaudeSessionEvidence {
+struct ClaudeSessionEvidence
+{
     QHash<QString, ClaudeObservedStatus> observations;
     QHash<QString, ClaudeInputRequest> inputRequests;
     QHash<QString, ClaudeBackgroundTaskSnapshot> backgroundTaskSnapshots;
@@ -59,7 +63,8 @@ inline constexpr double claudeBackgroundTaskAgeLimit = 43'200;
 inline constexpr double claudeLiveBusyAgeLimit = 43'200;
 
 // What is known of one session at a moment, for the three derived values below.
-struct ClaudeSessionFacts {
+struct ClaudeSessionFacts
+{
     const ClaudeObservedStatus *observation = nullptr;
     const ClaudeInputRequest *inputRequest = nullptr;
     const ClaudeBackgroundTaskSnapshot *backgroundTasks = nullptr;

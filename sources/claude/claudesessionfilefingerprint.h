@@ -7,7 +7,8 @@
 
 namespace taskrack {
 
-struct ClaudeSessionFileFingerprint {
+struct ClaudeSessionFileFingerprint
+{
     QDateTime modificationDate;
     qint64 fileSize = 0;
     // The inode. Manifests leave it empty; transcripts set it so that a replaced file is seen

@@ -11,7 +11,8 @@ namespace taskrack {
 
 namespace {
 
-struct Decoder {
+struct Decoder
+{
     const QJsonObject &object;
     bool failed = false;
 
@@ -167,15 +168,15 @@ bool ClaudeDesktopSessionManifest::isWithinLimits() const
     using namespace claudelimits;
     if (bridgeSessionIds.size() > bridgeIdCount)
         return false;
-    if (!fits(sessionId, identifierBytes) || !fits(cliSessionId, identifierBytes)
-        || !fits(parentSessionId, identifierBytes))
+    if (!fits(sessionId, identifierBytes) || !fits(cliSessionId, identifierBytes) ||
+        !fits(parentSessionId, identifierBytes))
         return false;
     for (const QString &id : bridgeSessionIds) {
         if (!fits(id, identifierBytes))
             return false;
     }
-    return fits(cwd, pathBytes) && fits(originCwd, pathBytes) && fits(model, modelBytes)
-        && fits(title, textBytes) && fits(error, textBytes);
+    return fits(cwd, pathBytes) && fits(originCwd, pathBytes) && fits(model, modelBytes) &&
+           fits(title, textBytes) && fits(error, textBytes);
 }
 
 std::optional<QString> ClaudeDesktopSessionManifest::transcriptKey() const

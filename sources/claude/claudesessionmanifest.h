@@ -11,7 +11,8 @@
 
 namespace taskrack {
 
-struct ClaudeDesktopSessionManifest {
+struct ClaudeDesktopSessionManifest
+{
     QString sessionId;
     std::optional<QString> cliSessionId;
     QStringList bridgeSessionIds;

@@ -11,7 +11,8 @@ namespace taskrack {
 // `co_await ClaudeThreadHop{anchor}` continues the coroutine on the thread that owns `anchor`.
 // Used after awaits that may resume elsewhere (a fake clock resumes sleepers on the thread that
 // moves it) and to enter an actor's thread.
-struct ClaudeThreadHop {
+struct ClaudeThreadHop
+{
     QObject *anchor;
     bool await_ready() const { return QThread::currentThread() == anchor->thread(); }
     void await_suspend(std::coroutine_handle<> handle) const { resumeOn(anchor, handle); }

@@ -10,7 +10,8 @@ ClaudeTranscriptHead parseTranscriptHead(QByteArrayView lines)
     qsizetype start = 0;
     while (start < lines.size() && !(head.cwd && head.firstPromptTitle)) {
         const void *newline = std::memchr(lines.data() + start, '\n', size_t(lines.size() - start));
-        const qsizetype end = newline ? static_cast<const char *>(newline) - lines.data() : lines.size();
+        const qsizetype end =
+            newline ? static_cast<const char *>(newline) - lines.data() : lines.size();
         const QByteArrayView piece = lines.sliced(start, end - start);
         start = end + 1;
         if (piece.isEmpty() || piece.size() > claudetranscript::pieceLimit)
@@ -20,8 +21,8 @@ ClaudeTranscriptHead parseTranscriptHead(QByteArrayView lines)
             continue;
         if (!head.cwd && envelope->cwd && !envelope->cwd->trimmed().isEmpty())
             head.cwd = envelope->cwd;
-        if (!head.firstPromptTitle && isUserSubmission(*envelope) && envelope->message
-            && envelope->message->text) {
+        if (!head.firstPromptTitle && isUserSubmission(*envelope) && envelope->message &&
+            envelope->message->text) {
             const QString title = transcriptTitleFromText(*envelope->message->text);
             if (!title.isEmpty())
                 head.firstPromptTitle = title;
@@ -49,8 +50,8 @@ QString ClaudeDiscoveredSession::title(const std::optional<ClaudeTranscriptTailS
     return {};
 }
 
-ClaudeDesktopSessionManifest ClaudeDiscoveredSession::asManifest(
-    const std::optional<ClaudeTranscriptTailState> &tail) const
+ClaudeDesktopSessionManifest
+ClaudeDiscoveredSession::asManifest(const std::optional<ClaudeTranscriptTailState> &tail) const
 {
     ClaudeDesktopSessionManifest manifest;
     manifest.sessionId = sessionId;
@@ -85,7 +86,8 @@ QHash<QString, ClaudeDiscoveredSession> ClaudeTranscriptDiscovery::discover(cons
     return sessions;
 }
 
-std::optional<ClaudeTranscriptHead> ClaudeTranscriptDiscovery::readHead(const ClaudeIndexedTranscript &transcript)
+std::optional<ClaudeTranscriptHead>
+ClaudeTranscriptDiscovery::readHead(const ClaudeIndexedTranscript &transcript)
 {
     std::optional<CachedHead> known;
     {
@@ -103,10 +105,11 @@ std::optional<ClaudeTranscriptHead> ClaudeTranscriptDiscovery::readHead(const Cl
     if (!file)
         return std::nullopt;
     if (known) {
-        const bool complete = (known->head.cwd && known->head.firstPromptTitle)
-            || known->scannedUpTo >= headBytes;
+        const bool complete =
+            (known->head.cwd && known->head.firstPromptTitle) || known->scannedUpTo >= headBytes;
         const auto prefix = file->size() >= known->prefixLength
-            ? file->readAt(0, known->prefixLength) : std::nullopt;
+                                ? file->readAt(0, known->prefixLength)
+                                : std::nullopt;
         if (complete && prefix && qHash(QByteArrayView(*prefix)) == known->prefixHash) {
             known->fingerprint = transcript.fingerprint();
             std::lock_guard lock(m_cacheLock);
@@ -124,8 +127,12 @@ std::optional<ClaudeTranscriptHead> ClaudeTranscriptDiscovery::readHead(const Cl
         const qsizetype lastNewline = window->lastIndexOf('\n');
         lines = lastNewline < 0 ? QByteArrayView() : lines.first(lastNewline + 1);
     }
-    CachedHead cached{file->stat().inode, lines.size(), parseTranscriptHead(lines),
-                      transcript.fingerprint(), std::min<qint64>(lines.size(), prefixBytes), 0};
+    CachedHead cached{file->stat().inode,
+                      lines.size(),
+                      parseTranscriptHead(lines),
+                      transcript.fingerprint(),
+                      std::min<qint64>(lines.size(), prefixBytes),
+                      0};
     cached.prefixHash = qHash(lines.first(cached.prefixLength));
     if (length >= headBytes)
         cached.scannedUpTo = headBytes;

@@ -14,7 +14,8 @@
 
 namespace taskrack {
 
-struct ClaudeDiscoveredSession {
+struct ClaudeDiscoveredSession
+{
     QString sessionId; // the file stem, which is also Claude Code's own session id
     ClaudeIndexedTranscript transcript;
     QString cwd;
@@ -29,12 +30,14 @@ struct ClaudeDiscoveredSession {
     QString title(const std::optional<ClaudeTranscriptTailState> &tail) const;
 
     // The manifest-shaped record that lets these sessions share every rule of manifest ones.
-    ClaudeDesktopSessionManifest asManifest(const std::optional<ClaudeTranscriptTailState> &tail) const;
+    ClaudeDesktopSessionManifest
+    asManifest(const std::optional<ClaudeTranscriptTailState> &tail) const;
 };
 
 // What the first lines of a transcript say, read once per file and again only while something
 // is still missing and the file grew.
-struct ClaudeTranscriptHead {
+struct ClaudeTranscriptHead
+{
     std::optional<QString> cwd;
     std::optional<QString> firstPromptTitle;
     std::optional<QString> customTitle;
@@ -58,7 +61,8 @@ private:
     // A file that only grew keeps its head; one rewritten in place (same identity, new
     // beginning) is read again. The beginning is compared by a hash of its first bytes.
     static constexpr qint64 prefixBytes = 65'536;
-    struct CachedHead {
+    struct CachedHead
+    {
         std::optional<quint64> identity;
         qint64 scannedUpTo = 0;
         ClaudeTranscriptHead head;

@@ -13,7 +13,8 @@ namespace {
 
 // Mirrors a strict decoder: a key that is absent or null gives nothing, a key of another type
 // fails the whole line.
-struct Strict {
+struct Strict
+{
     bool failed = false;
 
     std::optional<QString> string(const QJsonObject &object, QLatin1StringView key)
@@ -47,7 +48,8 @@ std::optional<QString> lenientString(const QJsonObject &object, QLatin1StringVie
     return value.isString() ? std::optional<QString>(value.toString()) : std::nullopt;
 }
 
-struct ContentItem {
+struct ContentItem
+{
     QString type;
     std::optional<QString> text;
 };
@@ -105,10 +107,11 @@ std::optional<TranscriptMessage> decodeMessage(const QJsonValue &value, Strict &
     if (text) {
         const QString trimmed = text->trimmed();
         message.text = trimmed;
-        message.isInterruptMarker = trimmed == QLatin1StringView("[Request interrupted by user]")
-            || trimmed == QLatin1StringView("[Request interrupted by user for tool use]");
-        message.isLocalCommandEcho = trimmed.startsWith(QLatin1StringView("<local-command-"))
-            || trimmed.startsWith(QLatin1StringView("<command-name>"));
+        message.isInterruptMarker =
+            trimmed == QLatin1StringView("[Request interrupted by user]") ||
+            trimmed == QLatin1StringView("[Request interrupted by user for tool use]");
+        message.isLocalCommandEcho = trimmed.startsWith(QLatin1StringView("<local-command-")) ||
+                                     trimmed.startsWith(QLatin1StringView("<command-name>"));
     }
     return message;
 }
@@ -159,7 +162,8 @@ std::optional<TranscriptEnvelope> decodeTranscriptEnvelope(QByteArrayView line)
     return envelope;
 }
 
-std::optional<TranscriptLifecycleEvent> classifyTranscriptEnvelope(const TranscriptEnvelope &envelope)
+std::optional<TranscriptLifecycleEvent>
+classifyTranscriptEnvelope(const TranscriptEnvelope &envelope)
 {
     using Event = TranscriptLifecycleEvent;
     if (!envelope.timestamp || !parseTranscriptTimestamp(*envelope.timestamp))
@@ -210,12 +214,13 @@ std::optional<TranscriptLifecycleEvent> classifyTranscriptEnvelope(const Transcr
 
 bool isUserSubmission(const TranscriptEnvelope &envelope)
 {
-    if (envelope.type != QLatin1StringView("user") || isTrue(envelope.isMeta)
-        || isTrue(envelope.isCompactSummary)
-        || envelope.originKind == QLatin1StringView("task-notification"))
+    if (envelope.type != QLatin1StringView("user") || isTrue(envelope.isMeta) ||
+        isTrue(envelope.isCompactSummary) ||
+        envelope.originKind == QLatin1StringView("task-notification"))
         return false;
     if (const auto &message = envelope.message)
-        return !message->hasToolResult && !message->isInterruptMarker && !message->isLocalCommandEcho;
+        return !message->hasToolResult && !message->isInterruptMarker &&
+               !message->isLocalCommandEcho;
     return true;
 }
 

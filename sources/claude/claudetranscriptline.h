@@ -12,7 +12,8 @@ namespace taskrack {
 
 enum class TranscriptLifecycleEvent { working, completed, error, interrupted };
 
-struct TranscriptMessage {
+struct TranscriptMessage
+{
     std::optional<QString> stopReason;
     bool hasToolUse = false;
     bool hasToolResult = false;
@@ -24,7 +25,8 @@ struct TranscriptMessage {
     bool operator==(const TranscriptMessage &) const = default;
 };
 
-struct TranscriptEnvelope {
+struct TranscriptEnvelope
+{
     QString type;
     std::optional<QString> subtype;
     std::optional<QString> timestamp;
@@ -50,7 +52,8 @@ std::optional<TranscriptEnvelope> decodeTranscriptEnvelope(QByteArrayView line);
 // The lifecycle a line announces, if any. A line without a usable timestamp announces nothing:
 // Claude Code stamps every line that speaks of a turn, and unstamped metadata lines are often
 // the last ones in a file.
-std::optional<TranscriptLifecycleEvent> classifyTranscriptEnvelope(const TranscriptEnvelope &envelope);
+std::optional<TranscriptLifecycleEvent>
+classifyTranscriptEnvelope(const TranscriptEnvelope &envelope);
 
 // Whether a person (not a tool, a hook or Claude Code itself) submitted this line.
 bool isUserSubmission(const TranscriptEnvelope &envelope);
@@ -59,7 +62,8 @@ bool isUserSubmission(const TranscriptEnvelope &envelope);
 std::optional<QDateTime> parseTranscriptTimestamp(const QString &text);
 
 // One line at a glance, for the readers and the fuzz target.
-struct TranscriptLineFacts {
+struct TranscriptLineFacts
+{
     bool isSidechain = false;
     std::optional<TranscriptLifecycleEvent> lifecycle;
     std::optional<QDateTime> timestamp;

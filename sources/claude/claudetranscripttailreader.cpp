@@ -32,7 +32,8 @@ std::optional<QString> newestLineWith(QByteArrayView data, const char *marker,
     std::optional<QString> newest;
     qsizetype from = 0;
     while (from < data.size()) {
-        const void *hit = ::memmem(data.data() + from, size_t(data.size() - from), marker, markerLength);
+        const void *hit =
+            ::memmem(data.data() + from, size_t(data.size() - from), marker, markerLength);
         if (!hit)
             break;
         const qsizetype at = static_cast<const char *>(hit) - data.data();
@@ -40,7 +41,8 @@ std::optional<QString> newestLineWith(QByteArrayView data, const char *marker,
         while (begin > 0 && data[begin - 1] != '\n')
             --begin;
         const void *lineEnd = std::memchr(data.data() + at, '\n', size_t(data.size() - at));
-        const qsizetype end = lineEnd ? static_cast<const char *>(lineEnd) - data.data() : data.size();
+        const qsizetype end =
+            lineEnd ? static_cast<const char *>(lineEnd) - data.data() : data.size();
         if (end - begin <= claudetranscript::pieceLimit) {
             auto envelope = decodeTranscriptEnvelope(data.sliced(begin, end - begin));
             if (envelope && (*envelope).*field)
@@ -60,8 +62,8 @@ bool isPlausibleSessionStem(QStringView stem)
     if (stem.startsWith(u"agent-"))
         return false;
     for (QChar c : stem) {
-        const bool allowed = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9')
-            || c == u'-' || c == u'_';
+        const bool allowed = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') ||
+                             (c >= u'0' && c <= u'9') || c == u'-' || c == u'_';
         if (!allowed)
             return false;
     }
@@ -111,12 +113,14 @@ ClaudeTranscriptTailState parseTranscriptTail(QByteArrayView lines)
 ClaudeTranscriptTitleLines findTranscriptTitleLines(QByteArrayView lines)
 {
     ClaudeTranscriptTitleLines titles;
-    titles.customTitle = newestLineWith(lines, "\"custom-title\"", &TranscriptEnvelope::customTitle);
+    titles.customTitle =
+        newestLineWith(lines, "\"custom-title\"", &TranscriptEnvelope::customTitle);
     titles.summary = newestLineWith(lines, "\"summary\"", &TranscriptEnvelope::summary);
     return titles;
 }
 
-std::optional<QDateTime> deepScanLastUserSubmission(qint64 fileSize, const ClaudeRangeReader &readAt)
+std::optional<QDateTime> deepScanLastUserSubmission(qint64 fileSize,
+                                                    const ClaudeRangeReader &readAt)
 {
     using namespace claudetranscript;
     qint64 remaining = fileSize;
@@ -169,15 +173,16 @@ RackStatus statusOfLifecycle(TranscriptLifecycleEvent lifecycle)
     return RackStatus::recent;
 }
 
-ClaudeTranscriptTailReader::ClaudeTranscriptTailReader(const FileSystem &fileSystem, QString rootPath,
-                                                       double indexHorizon)
+ClaudeTranscriptTailReader::ClaudeTranscriptTailReader(const FileSystem &fileSystem,
+                                                       QString rootPath, double indexHorizon)
     : m_fileSystem(fileSystem), m_rootPath(QDir::cleanPath(std::move(rootPath))),
       m_indexHorizon(indexHorizon)
 {
 }
 
-QHash<QString, ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observations(
-    const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now)
+QHash<QString, ClaudeTranscriptObservation>
+ClaudeTranscriptTailReader::observations(const QList<ClaudeDesktopSessionManifest> &manifests,
+                                         const QDateTime &now)
 {
     QSet<QString> wanted;
     for (const auto &manifest : manifests) {
@@ -189,9 +194,10 @@ QHash<QString, ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observat
     return observations(manifests, now, index(&wanted, now));
 }
 
-QHash<QString, ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observations(
-    const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now,
-    const QHash<QString, ClaudeIndexedTranscript> &indexed)
+QHash<QString, ClaudeTranscriptObservation>
+ClaudeTranscriptTailReader::observations(const QList<ClaudeDesktopSessionManifest> &manifests,
+                                         const QDateTime &now,
+                                         const QHash<QString, ClaudeIndexedTranscript> &indexed)
 {
     QHash<QString, ClaudeTranscriptObservation> result;
     for (const auto &manifest : manifests) {
@@ -207,16 +213,17 @@ QHash<QString, ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observat
     return result;
 }
 
-QHash<QString, ClaudeIndexedTranscript> ClaudeTranscriptTailReader::index(const QSet<QString> *wanted,
-                                                                          const QDateTime &now) const
+QHash<QString, ClaudeIndexedTranscript>
+ClaudeTranscriptTailReader::index(const QSet<QString> *wanted, const QDateTime &now) const
 {
     QHash<QString, ClaudeIndexedTranscript> result;
     // The root may itself be a link (it is taken where it points); below it, a link is followed
     // only while it stays inside, like every read of a provider's files.
     const QString root = m_fileSystem.resolvedPath(m_rootPath);
     int unreadable = 0;
-    const auto projects = root.isEmpty() ? FileResult<std::vector<DirectoryEntry>>(FileError::notFound)
-                                         : m_fileSystem.list(root);
+    const auto projects = root.isEmpty()
+                              ? FileResult<std::vector<DirectoryEntry>>(FileError::notFound)
+                              : m_fileSystem.list(root);
     if (!projects && projects.error() != FileError::notFound)
         ++unreadable;
     const qint64 nowMs = now.toMSecsSinceEpoch();
@@ -256,16 +263,17 @@ QHash<QString, ClaudeIndexedTranscript> ClaudeTranscriptTailReader::index(const 
             const auto existing = result.constFind(stem);
             if (existing != result.cend() && existing->modificationDate >= stat.modificationDate)
                 continue;
-            result.insert(stem, ClaudeIndexedTranscript{path, stat.modificationDate, stat.size,
-                                                        stat.inode});
+            result.insert(
+                stem, ClaudeIndexedTranscript{path, stat.modificationDate, stat.size, stat.inode});
         }
     }
     m_unreadableFolders.store(unreadable, std::memory_order_relaxed);
     return result;
 }
 
-std::optional<ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observation(
-    const ClaudeIndexedTranscript &transcript, const QDateTime &now)
+std::optional<ClaudeTranscriptObservation>
+ClaudeTranscriptTailReader::observation(const ClaudeIndexedTranscript &transcript,
+                                        const QDateTime &now)
 {
     const ClaudeSessionFileFingerprint fingerprint = transcript.fingerprint();
     std::optional<ClaudeTranscriptTailState> state;
@@ -289,15 +297,15 @@ std::optional<ClaudeTranscriptObservation> ClaudeTranscriptTailReader::observati
     }
     if (!state->lifecycle || !state->observedAt)
         return std::nullopt;
-    if (double(now.toMSecsSinceEpoch() - state->observedAt->toMSecsSinceEpoch()) / 1000.0
-        < -claudetranscript::clockSkewSeconds)
+    if (double(now.toMSecsSinceEpoch() - state->observedAt->toMSecsSinceEpoch()) / 1000.0 <
+        -claudetranscript::clockSkewSeconds)
         return std::nullopt;
     return ClaudeTranscriptObservation{statusOfLifecycle(*state->lifecycle), *state->observedAt,
                                        state->lastUserSubmittedAt};
 }
 
-std::optional<ClaudeTranscriptTailState> ClaudeTranscriptTailReader::cachedState(
-    const ClaudeIndexedTranscript &transcript) const
+std::optional<ClaudeTranscriptTailState>
+ClaudeTranscriptTailReader::cachedState(const ClaudeIndexedTranscript &transcript) const
 {
     std::lock_guard lock(m_cacheLock);
     const auto cached = m_cachedStates.constFind(transcript.path);
@@ -306,8 +314,8 @@ std::optional<ClaudeTranscriptTailState> ClaudeTranscriptTailReader::cachedState
     return cached->state;
 }
 
-std::optional<ClaudeTranscriptTailState> ClaudeTranscriptTailReader::readState(
-    const ClaudeIndexedTranscript &transcript, bool *isStable)
+std::optional<ClaudeTranscriptTailState>
+ClaudeTranscriptTailReader::readState(const ClaudeIndexedTranscript &transcript, bool *isStable)
 {
     using namespace claudetranscript;
     auto file = ClaudeCheckedFile::open(m_fileSystem, transcript.path,
@@ -327,8 +335,8 @@ std::optional<ClaudeTranscriptTailState> ClaudeTranscriptTailReader::readState(
         state.lastUserSubmittedAt = deepScanLastUserSubmission(
             size, [&file](qint64 at, qint64 length) { return file->readAt(at, length); });
     }
-    *isStable = file->isUnchangedSinceOpen() && file->stat().size == transcript.fileSize
-        && file->stat().modificationDate == transcript.modificationDate;
+    *isStable = file->isUnchangedSinceOpen() && file->stat().size == transcript.fileSize &&
+                file->stat().modificationDate == transcript.modificationDate;
     return state;
 }
 

@@ -17,7 +17,8 @@
 
 namespace taskrack {
 
-struct ClaudeTranscriptObservation {
+struct ClaudeTranscriptObservation
+{
     RackStatus status = RackStatus::recent;
     QDateTime observedAt;
     std::optional<QDateTime> lastUserSubmittedAt;
@@ -25,18 +26,23 @@ struct ClaudeTranscriptObservation {
     bool operator==(const ClaudeTranscriptObservation &) const = default;
 };
 
-struct ClaudeIndexedTranscript {
+struct ClaudeIndexedTranscript
+{
     QString path;
     QDateTime modificationDate;
     qint64 fileSize = 0;
     std::optional<quint64> fileIdentity;
 
     bool operator==(const ClaudeIndexedTranscript &) const = default;
-    ClaudeSessionFileFingerprint fingerprint() const { return {modificationDate, fileSize, fileIdentity}; }
+    ClaudeSessionFileFingerprint fingerprint() const
+    {
+        return {modificationDate, fileSize, fileIdentity};
+    }
 };
 
 // What one read of a transcript's end found.
-struct ClaudeTranscriptTailState {
+struct ClaudeTranscriptTailState
+{
     std::optional<TranscriptLifecycleEvent> lifecycle;
     std::optional<QDateTime> observedAt;
     std::optional<QDateTime> lastUserSubmittedAt;
@@ -65,7 +71,8 @@ ClaudeTranscriptTailState parseTranscriptTail(QByteArrayView lines);
 
 // The newest "custom-title" and "summary" lines among whole lines; only lines that mention
 // them are decoded.
-struct ClaudeTranscriptTitleLines {
+struct ClaudeTranscriptTitleLines
+{
     std::optional<QString> customTitle;
     std::optional<QString> summary;
 };
@@ -74,7 +81,8 @@ ClaudeTranscriptTitleLines findTranscriptTitleLines(QByteArrayView lines);
 // Walks a large file backwards in windows, at most deepScanBytes in all, for the newest user
 // submission. `readAt(offset, length)` returns exactly that many bytes or nothing.
 using ClaudeRangeReader = std::function<std::optional<QByteArray>(qint64 offset, qint64 length)>;
-std::optional<QDateTime> deepScanLastUserSubmission(qint64 fileSize, const ClaudeRangeReader &readAt);
+std::optional<QDateTime> deepScanLastUserSubmission(qint64 fileSize,
+                                                    const ClaudeRangeReader &readAt);
 
 RackStatus statusOfLifecycle(TranscriptLifecycleEvent lifecycle);
 
@@ -90,30 +98,33 @@ public:
     double indexHorizon() const { return m_indexHorizon; }
 
     // Observations by manifest sessionId, for the manifests whose transcript is indexed.
-    QHash<QString, ClaudeTranscriptObservation> observations(
-        const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now);
+    QHash<QString, ClaudeTranscriptObservation>
+    observations(const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now);
     // The same over an index made moments ago (discovery's), so the folders are listed once.
-    QHash<QString, ClaudeTranscriptObservation> observations(
-        const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now,
-        const QHash<QString, ClaudeIndexedTranscript> &indexed);
+    QHash<QString, ClaudeTranscriptObservation>
+    observations(const QList<ClaudeDesktopSessionManifest> &manifests, const QDateTime &now,
+                 const QHash<QString, ClaudeIndexedTranscript> &indexed);
 
     // The transcripts directly inside the project folders of the root, modified within the
     // horizon, keyed by file stem; the newest wins when a stem is found in several folders.
     // `wanted` limits the stems; without it every plausible session file is listed.
-    QHash<QString, ClaudeIndexedTranscript> index(const QSet<QString> *wanted, const QDateTime &now) const;
+    QHash<QString, ClaudeIndexedTranscript> index(const QSet<QString> *wanted,
+                                                  const QDateTime &now) const;
 
-    std::optional<ClaudeTranscriptObservation> observation(const ClaudeIndexedTranscript &transcript,
-                                                           const QDateTime &now);
+    std::optional<ClaudeTranscriptObservation>
+    observation(const ClaudeIndexedTranscript &transcript, const QDateTime &now);
 
     // The state last read for a file, if its fingerprint still matches.
-    std::optional<ClaudeTranscriptTailState> cachedState(const ClaudeIndexedTranscript &transcript) const;
+    std::optional<ClaudeTranscriptTailState>
+    cachedState(const ClaudeIndexedTranscript &transcript) const;
 
     ClaudeReadCounters &counters() { return m_counters; }
     // Folders the last index() could not read (permissions): reported, never silently empty.
     int unreadableFolders() const { return m_unreadableFolders.load(std::memory_order_relaxed); }
 
 private:
-    struct CachedTranscriptState {
+    struct CachedTranscriptState
+    {
         ClaudeSessionFileFingerprint fingerprint;
         ClaudeTranscriptTailState state;
     };

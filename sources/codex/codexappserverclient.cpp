@@ -303,7 +303,8 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
     // Remembered until reaped, so that every way out of Taskrack can end the group.
     const pid_t leader = pid_t(process->processId());
     ChildProcessGroups::add(leader);
-    connect(process, &QProcess::finished, process, [leader] { ChildProcessGroups::remove(leader); });
+    connect(process, &QProcess::finished, process,
+            [leader] { ChildProcessGroups::remove(leader); });
     connect(process, &QObject::destroyed, [leader] { ChildProcessGroups::remove(leader); });
 
     connection->process = process;
@@ -793,10 +794,9 @@ QCoro::Task<QList<RackThread>> CodexAppServerClient::listThreads(int limit, std:
             auto workspace = workspaces.find(workspaceKey);
             if (workspace == workspaces.end())
                 workspace = workspaces.insert(
-                    workspaceKey,
-                    {makeProjectIdentity(*m_options.fileSystem, payload.cwd, origin,
-                                         m_options.homeDirectory),
-                     probeCheckout(*m_options.fileSystem, {payload.cwd})});
+                    workspaceKey, {makeProjectIdentity(*m_options.fileSystem, payload.cwd, origin,
+                                                       m_options.homeDirectory),
+                                   probeCheckout(*m_options.fileSystem, {payload.cwd})});
             RackThread thread = mapCodexThreadPayload(payload, workspace->first, workspace->second);
             const auto override = m_statusOverrides.constFind(payload.id);
             if (override != m_statusOverrides.constEnd()) {

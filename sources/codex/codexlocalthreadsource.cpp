@@ -4,8 +4,7 @@ namespace taskrack {
 
 CodexLocalThreadSource::CodexLocalThreadSource(const QString &codexHome, const QString &homeDir,
                                                Clock &clock, const FileSystem &fileSystem)
-    : m_clock(clock),
-      m_history(fileSystem, codexHome, homeDir),
+    : m_clock(clock), m_history(fileSystem, codexHome, homeDir),
       m_overlay(fileSystem, SQLiteThreadSource::databasePathIn(codexHome), codexHome),
       m_executor(QStringLiteral("CodexLocalThreadSource"))
 {

@@ -39,8 +39,8 @@ QCoro::Task<void> stopAfter(Clock &clock, std::chrono::milliseconds delay,
 ThreadSourceFailure failure(const QString &sourceName, bool cached,
                             std::optional<RackProvider> provider)
 {
-    return ThreadSourceFailure{sourceName, ThreadSourceFailureState::degraded, cached, provider,
-                               std::nullopt, false};
+    return ThreadSourceFailure{
+        sourceName, ThreadSourceFailureState::degraded, cached, provider, std::nullopt, false};
 }
 
 void appendUnique(QList<ThreadSourceFailure> &failures, const QList<ThreadSourceFailure> &more)
@@ -65,7 +65,8 @@ public:
     QCoro::Task<ThreadCollection> apply(ThreadCollection collection, QDateTime now) override
     {
         // Named awaitables: g++ 12 destroys temporaries of a co_await expression twice.
-        auto work = m_executor.run([this, &collection, now] { return m_overlay.apply(collection, now); });
+        auto work =
+            m_executor.run([this, &collection, now] { return m_overlay.apply(collection, now); });
         co_return co_await work;
     }
 
@@ -84,9 +85,8 @@ private:
 
 CodexThreadRepositoryError::CodexThreadRepositoryError(QString liveSourceMessage,
                                                        QString fallbackSourceMessage)
-    : TaskrackError(QStringLiteral("Codex tasks are temporarily unavailable. Live source: ")
-                    + liveSourceMessage + QStringLiteral(" Local history: ")
-                    + fallbackSourceMessage),
+    : TaskrackError(QStringLiteral("Codex tasks are temporarily unavailable. Live source: ") +
+                    liveSourceMessage + QStringLiteral(" Local history: ") + fallbackSourceMessage),
       m_live(std::move(liveSourceMessage)), m_fallback(std::move(fallbackSourceMessage))
 {
 }
@@ -152,8 +152,8 @@ QString CodexThreadRepository::sourceName() const
 
 bool CodexThreadRepository::isStale(quint64 generation, const std::stop_token &stop) const
 {
-    return generation != m_lifecycleGeneration || m_isSuspended || m_isShutdown
-        || stop.stop_requested();
+    return generation != m_lifecycleGeneration || m_isSuspended || m_isShutdown ||
+           stop.stop_requested();
 }
 
 void CodexThreadRepository::throwIfStale(quint64 generation, const std::stop_token &stop) const
@@ -231,19 +231,23 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
                 liveFailure.provider = RackProvider::codex;
                 liveFailure.isExpectedLimitation = true;
             } else {
-                fallbackResult->sourceDescription += answer ? liveUnavailableSuffix : liveSilentSuffix;
+                fallbackResult->sourceDescription +=
+                    answer ? liveUnavailableSuffix : liveSilentSuffix;
             }
             fallbackResult->sourceFailures.append(liveFailure);
             result = co_await applyOverlay(std::move(*fallbackResult), generation, stop);
         } else if (!m_parts.desktopSource) {
             if (!answer)
-                liveError = std::make_exception_ptr(CodexAppServerError::timedOut(QStringLiteral("thread/list")));
+                liveError = std::make_exception_ptr(
+                    CodexAppServerError::timedOut(QStringLiteral("thread/list")));
             throw CodexThreadRepositoryError(describeException(liveError),
                                              describeException(fallbackError));
         } else {
-            result = ThreadCollection{{}, bothUnavailableDescription, false,
-                                      {failure(QStringLiteral("Codex local history"), false,
-                                               RackProvider::codex)}};
+            result = ThreadCollection{
+                {},
+                bothUnavailableDescription,
+                false,
+                {failure(QStringLiteral("Codex local history"), false, RackProvider::codex)}};
         }
     }
 
@@ -256,7 +260,8 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
     co_return result;
 }
 
-struct CodexThreadRepository::LiveFetch {
+struct CodexThreadRepository::LiveFetch
+{
     std::optional<ThreadCollection> result;
     std::exception_ptr error;
     bool done = false;
@@ -374,10 +379,9 @@ CodexThreadRepository::readDesktopProjection(int limit, quint64 generation, std:
     co_return degraded;
 }
 
-ThreadCollection CodexThreadRepository::reconcile(const QList<RackThread> &localThreads,
-                                                  const std::optional<ThreadCollection> &liveCollection,
-                                                  QList<ThreadSourceFailure> failures,
-                                                  const QList<ThreadSourceFailure> &liveSourceFailures)
+ThreadCollection CodexThreadRepository::reconcile(
+    const QList<RackThread> &localThreads, const std::optional<ThreadCollection> &liveCollection,
+    QList<ThreadSourceFailure> failures, const QList<ThreadSourceFailure> &liveSourceFailures)
 {
     QHash<QString, const RackThread *> live;
     if (liveCollection) {
@@ -390,9 +394,9 @@ ThreadCollection CodexThreadRepository::reconcile(const QList<RackThread> &local
         const RackThread *counterpart = local.codexDesktopIdentity ? nullptr : live.value(local.id);
         // The list comes from the local side; the live side only lends its status, and only
         // when it is not older than what the local files say.
-        if (counterpart && counterpart->status != RackStatus::recent
-            && counterpart->recencyAt >= local.recencyAt
-            && counterpart->updatedAt >= local.updatedAt) {
+        if (counterpart && counterpart->status != RackStatus::recent &&
+            counterpart->recencyAt >= local.recencyAt &&
+            counterpart->updatedAt >= local.updatedAt) {
             RackThread merged = *counterpart;
             merged.recencyAt = local.recencyAt;
             result.threads.append(std::move(merged));
@@ -409,8 +413,9 @@ ThreadCollection CodexThreadRepository::reconcile(const QList<RackThread> &local
     return result;
 }
 
-ThreadCollection CodexThreadRepository::mergeDesktopProjection(
-    ThreadCollection base, const std::optional<ThreadCollection> &projection)
+ThreadCollection
+CodexThreadRepository::mergeDesktopProjection(ThreadCollection base,
+                                              const std::optional<ThreadCollection> &projection)
 {
     if (!projection || projection->threads.isEmpty())
         return base;
@@ -474,7 +479,9 @@ QCoro::Task<void> CodexThreadRepository::runLocalRefresh(quint64 generation, std
             if (m_parts.desktopSource) {
                 const QList<RackThread> kept =
                     m_localCollection ? m_localCollection->threads : QList<RackThread>{};
-                collection = ThreadCollection{kept, localUnavailableDescription, false,
+                collection = ThreadCollection{kept,
+                                              localUnavailableDescription,
+                                              false,
                                               {failure(QStringLiteral("Codex local history"),
                                                        !kept.isEmpty(), RackProvider::codex)}};
             }
@@ -484,10 +491,10 @@ QCoro::Task<void> CodexThreadRepository::runLocalRefresh(quint64 generation, std
                 co_await readDesktopProjection(localFetchLimit, generation, stop);
             m_localCollection = *collection;
             ++m_localRevision;
-            snapshot = mergeDesktopProjection(
-                reconcile(collection->threads, m_liveCollection, collection->sourceFailures,
-                          m_liveSourceFailures),
-                projection);
+            snapshot =
+                mergeDesktopProjection(reconcile(collection->threads, m_liveCollection,
+                                                 collection->sourceFailures, m_liveSourceFailures),
+                                       projection);
         }
     } catch (...) {
         // Cancelled or overtaken by a suspend: the work of an old generation ends without a
@@ -621,8 +628,8 @@ QCoro::Task<void> CodexThreadRepository::passOnStatusUpdates()
         const RackStatusUpdate delta = rackStatusUpdate(*update);
         m_statusUpdates->send(delta);
         // A turn began or ended: its rollout joins or leaves the watched set.
-        if (delta.status == RackStatus::working || delta.status == RackStatus::completed
-            || delta.status == RackStatus::error)
+        if (delta.status == RackStatus::working || delta.status == RackStatus::completed ||
+            delta.status == RackStatus::error)
             requestLocalRefresh();
     }
 }

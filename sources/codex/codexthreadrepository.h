@@ -65,7 +65,8 @@ public:
     static constexpr int localFetchLimit = 400;
     static constexpr std::chrono::milliseconds defaultSafetyNetInterval{30000};
 
-    struct Parts {
+    struct Parts
+    {
         // Normally the app-server source; asked first.
         std::shared_ptr<ThreadSource> liveSource;
         // The same object when the live side is the app-server: its status updates and list
@@ -134,8 +135,9 @@ public:
                                       const std::optional<ThreadCollection> &liveCollection,
                                       QList<ThreadSourceFailure> failures,
                                       const QList<ThreadSourceFailure> &liveSourceFailures);
-    static ThreadCollection mergeDesktopProjection(ThreadCollection base,
-                                                   const std::optional<ThreadCollection> &projection);
+    static ThreadCollection
+    mergeDesktopProjection(ThreadCollection base,
+                           const std::optional<ThreadCollection> &projection);
 
 private:
     Clock &clock() const { return *m_parts.clock; }
@@ -144,8 +146,8 @@ private:
 
     QCoro::Task<ThreadCollection> applyOverlay(ThreadCollection collection, quint64 generation,
                                                std::stop_token stop);
-    QCoro::Task<std::optional<ThreadCollection>> readDesktopProjection(int limit, quint64 generation,
-                                                                       std::stop_token stop);
+    QCoro::Task<std::optional<ThreadCollection>>
+    readDesktopProjection(int limit, quint64 generation, std::stop_token stop);
     QCoro::Task<void> runLocalRefresh(quint64 generation, std::stop_token stop);
     QCoro::Task<void> renewWatchedFiles(quint64 generation);
     QCoro::Task<void> consumeFileChanges();
@@ -154,7 +156,8 @@ private:
     QCoro::Task<void> runSafetyNet();
     void foldIntoLiveCollection(const CodexStatusUpdate &update);
     struct LiveFetch;
-    QCoro::Task<void> runLiveFetch(int limit, std::shared_ptr<LiveFetch> fetch, std::stop_token stop);
+    QCoro::Task<void> runLiveFetch(int limit, std::shared_ptr<LiveFetch> fetch,
+                                   std::stop_token stop);
     // The live answer, or nothing when the live side did not answer within its patience.
     QCoro::Task<std::optional<std::pair<std::optional<ThreadCollection>, std::exception_ptr>>>
     awaitLive(int limit, std::stop_token stop);

@@ -28,8 +28,8 @@ QString messageOf(sqlite3 *db, int resultCode)
 
 bool isUnreservedPathByte(unsigned char c)
 {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-'
-           || c == '.' || c == '_' || c == '~' || c == '/';
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_' || c == '~' || c == '/';
 }
 
 } // namespace
@@ -61,7 +61,9 @@ ReadOnlyDatabase::ReadOnlyDatabase(const QString &path)
     // log without its index (left by a crash) is reported unavailable until Codex recovers it.
     QByteArray uri = sqliteFileUri(path) + QByteArrayLiteral("?mode=ro");
     const QByteArray local = QFile::encodeName(path);
-    struct stat info {};
+    struct stat info
+    {
+    };
     const bool hasIndex = ::stat((local + "-shm").constData(), &info) == 0;
     const bool hasLog = ::stat((local + "-wal").constData(), &info) == 0 && info.st_size > 0;
     if (!hasIndex && hasLog)
@@ -93,8 +95,9 @@ QSet<QString> ReadOnlyDatabase::columns(const QByteArray &table) const
     QSet<QString> names;
     const QByteArray sql = QByteArrayLiteral("PRAGMA table_info(") + table + ')';
     sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v2(m_db, sql.constData(), int(sql.size()), &statement, nullptr) != SQLITE_OK
-        || !statement) {
+    if (sqlite3_prepare_v2(m_db, sql.constData(), int(sql.size()), &statement, nullptr) !=
+            SQLITE_OK ||
+        !statement) {
         sqlite3_finalize(statement);
         return names;
     }
@@ -114,8 +117,8 @@ QString ReadOnlyDatabase::message(int resultCode) const
 ReadOnlyDatabase::Statement::Statement(const ReadOnlyDatabase &database, const QByteArray &sql)
     : m_database(database)
 {
-    const int rc = sqlite3_prepare_v2(database.m_db, sql.constData(), int(sql.size()), &m_statement,
-                                      nullptr);
+    const int rc =
+        sqlite3_prepare_v2(database.m_db, sql.constData(), int(sql.size()), &m_statement, nullptr);
     if (rc != SQLITE_OK || !m_statement) {
         const QString text = database.message(rc);
         sqlite3_finalize(m_statement);
@@ -139,8 +142,8 @@ void ReadOnlyDatabase::Statement::bindInt64(int index, qint64 value)
 
 void ReadOnlyDatabase::Statement::bindText(int index, const QByteArray &utf8)
 {
-    const int rc = sqlite3_bind_text(m_statement, index, utf8.constData(), int(utf8.size()),
-                                     SQLITE_TRANSIENT);
+    const int rc =
+        sqlite3_bind_text(m_statement, index, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
     if (rc != SQLITE_OK)
         throw SQLiteThreadSourceError(SQLiteThreadSourceError::Kind::queryFailed,
                                       m_database.message(rc));

@@ -78,13 +78,13 @@ void feedLine(RolloutLifecycleAccumulator &accumulator, QByteArrayView line)
         accumulator.feed(*event);
 }
 
-
 } // namespace
 
 qint64 RolloutActivityOverlay::FileState::modificationMs() const
 {
     // Floor, also before 1970.
-    return modificationNs >= 0 ? modificationNs / 1'000'000 : -((-modificationNs + 999'999) / 1'000'000);
+    return modificationNs >= 0 ? modificationNs / 1'000'000
+                               : -((-modificationNs + 999'999) / 1'000'000);
 }
 
 RolloutActivityOverlay::RolloutActivityOverlay(const FileSystem &fileSystem,
@@ -92,8 +92,8 @@ RolloutActivityOverlay::RolloutActivityOverlay(const FileSystem &fileSystem,
                                                const QString &allowedRoot)
     : m_fileSystem(fileSystem), m_databasePath(databasePath)
 {
-    const QString root = allowedRoot.isEmpty() ? QFileInfo(databasePath).absolutePath()
-                                               : allowedRoot;
+    const QString root =
+        allowedRoot.isEmpty() ? QFileInfo(databasePath).absolutePath() : allowedRoot;
     m_allowedRoot = resolvedPath(m_fileSystem, QDir(root).absolutePath());
 }
 
@@ -110,8 +110,8 @@ bool RolloutActivityOverlay::isInsideRoot(const QString &path) const
         return false;
     if (path == m_allowedRoot)
         return true;
-    const QString prefix = m_allowedRoot.endsWith(QLatin1Char('/')) ? m_allowedRoot
-                                                                    : m_allowedRoot + QLatin1Char('/');
+    const QString prefix =
+        m_allowedRoot.endsWith(QLatin1Char('/')) ? m_allowedRoot : m_allowedRoot + QLatin1Char('/');
     return path.startsWith(prefix);
 }
 
@@ -126,13 +126,13 @@ RolloutActivityOverlay::rolloutRecords(const QSet<QString> &threadIDs) const
 
     ReadOnlyDatabase database(m_databasePath);
     const QSet<QString> columns = database.columns("threads");
-    QByteArray recency = columns.contains(QStringLiteral("recency_at")) ? "NULLIF(recency_at, 0)"
-                                                                         : "NULL";
+    QByteArray recency =
+        columns.contains(QStringLiteral("recency_at")) ? "NULLIF(recency_at, 0)" : "NULL";
     if (columns.contains(QStringLiteral("recency_at_ms")))
         recency = "COALESCE(NULLIF(recency_at_ms, 0) / 1000.0, " + recency + ")";
 
-    QByteArray sql = "SELECT id, rollout_path, updated_at, " + recency
-                     + "\nFROM threads\nWHERE archived = 0\n  AND id IN (";
+    QByteArray sql = "SELECT id, rollout_path, updated_at, " + recency +
+                     "\nFROM threads\nWHERE archived = 0\n  AND id IN (";
     for (qsizetype i = 0; i < ids.size(); ++i)
         sql += i == 0 ? "?" : ", ?";
     sql += ")";
@@ -189,8 +189,8 @@ ThreadCollection RolloutActivityOverlay::apply(const ThreadCollection &collectio
 
     const qint64 nowMs = now.toMSecsSinceEpoch();
     for (RackThread &thread : result.threads) {
-        if (thread.provider != RackProvider::codex || thread.codexDesktopIdentity
-            || !candidates.contains(thread.providerThreadID))
+        if (thread.provider != RackProvider::codex || thread.codexDesktopIdentity ||
+            !candidates.contains(thread.providerThreadID))
             continue;
         const auto record = records.constFind(thread.providerThreadID);
         if (record == records.constEnd())
@@ -236,15 +236,15 @@ RolloutActivityOverlay::activityStatus(const QString &path,
     seen.modificationNs = attributes->modificationNs;
 
     const auto cached = m_activityCache.constFind(path);
-    if (cached != m_activityCache.constEnd() && cached->size == seen.size
-        && cached->device == seen.device && cached->inode == seen.inode
-        && cached->modificationNs == seen.modificationNs
-        && cached->databaseUpdatedAtMs == databaseUpdatedAtMs
-        && (!cached->expiresAtMs || nowMs <= *cached->expiresAtMs))
+    if (cached != m_activityCache.constEnd() && cached->size == seen.size &&
+        cached->device == seen.device && cached->inode == seen.inode &&
+        cached->modificationNs == seen.modificationNs &&
+        cached->databaseUpdatedAtMs == databaseUpdatedAtMs &&
+        (!cached->expiresAtMs || nowMs <= *cached->expiresAtMs))
         return cached->status;
 
-    const qint64 lastActivityMs = std::max(seen.modificationMs(), databaseUpdatedAtMs.value_or(
-                                                                      std::numeric_limits<qint64>::min()));
+    const qint64 lastActivityMs = std::max(
+        seen.modificationMs(), databaseUpdatedAtMs.value_or(std::numeric_limits<qint64>::min()));
     const qint64 ageMs = nowMs - lastActivityMs;
     const bool isFresh = ageMs >= -futureToleranceMs && ageMs <= workingFreshnessMs;
 
@@ -317,11 +317,11 @@ RolloutActivityOverlay::lifecycleSnapshot(const QString &path, const FileState &
 
     ParsedRollout entry;
     const auto known = m_parsedRollouts.constFind(path);
-    const bool canContinue = known != m_parsedRollouts.constEnd() && known->inode == seen.inode
-                             && known->device == seen.device && known->offset <= size
-                             && size - known->offset <= maximumLifecycleScanBytes
-                             && (size != known->offset
-                                 || known->modificationNs == seen.modificationNs);
+    const bool canContinue =
+        known != m_parsedRollouts.constEnd() && known->inode == seen.inode &&
+        known->device == seen.device && known->offset <= size &&
+        size - known->offset <= maximumLifecycleScanBytes &&
+        (size != known->offset || known->modificationNs == seen.modificationNs);
     if (canContinue) {
         entry = *known;
     } else {
@@ -364,7 +364,8 @@ RolloutActivityOverlay::lifecycleSnapshot(const QString &path, const FileState &
         const char *pos = chunk.data();
         const char *end = pos + got;
         while (pos < end) {
-            const auto *newline = static_cast<const char *>(std::memchr(pos, '\n', size_t(end - pos)));
+            const auto *newline =
+                static_cast<const char *>(std::memchr(pos, '\n', size_t(end - pos)));
             const char *segmentEnd = newline ? newline : end;
             const qint64 segmentLength = segmentEnd - pos;
             if (!entry.discardingLine) {
@@ -398,14 +399,14 @@ RolloutActivityOverlay::lifecycleSnapshot(const QString &path, const FileState &
         feedLine(entry.accumulator, entry.pendingLine);
 
     entry.modificationNs = seen.modificationNs;
-    const auto result = entry.accumulator.latestEvent ? std::optional(entry.accumulator)
-                                                      : std::nullopt;
+    const auto result =
+        entry.accumulator.latestEvent ? std::optional(entry.accumulator) : std::nullopt;
     m_parsedRollouts.insert(path, std::move(entry));
     return result;
 }
 
 std::optional<RolloutActivityOverlay::TailScan> RolloutActivityOverlay::tailScan(ReadableFile &file,
-                                                                                qint64 size)
+                                                                                 qint64 size)
 {
     const qint64 start = size >= maximumTailBytes ? size - maximumTailBytes : 0;
     if (size - start <= 0)
@@ -448,7 +449,8 @@ std::optional<RolloutActivityOverlay::TailScan> RolloutActivityOverlay::tailScan
 QStringList RolloutActivityOverlay::watchedRollouts(const QDateTime &now) const
 {
     const qint64 nowMs = now.toMSecsSinceEpoch();
-    struct Entry {
+    struct Entry
+    {
         qint64 modificationNs;
         QString path;
     };

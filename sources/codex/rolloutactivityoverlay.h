@@ -55,7 +55,8 @@ public:
     // Bytes taken from rollout files so far, for diagnostics and benchmarks. Any thread.
     quint64 bytesRead() const { return m_bytesRead.load(std::memory_order_relaxed); }
 
-    struct RolloutRecord {
+    struct RolloutRecord
+    {
         QString path;
         std::optional<qint64> databaseUpdatedAtMs;
         std::optional<qint64> recencyAtMs;
@@ -67,7 +68,8 @@ public:
     QHash<QString, RolloutRecord> rolloutRecords(const QSet<QString> &threadIDs) const;
 
 private:
-    struct FileState {
+    struct FileState
+    {
         quint64 device = 0;
         quint64 inode = 0;
         qint64 size = 0;
@@ -76,7 +78,8 @@ private:
         qint64 modificationMs() const;
     };
 
-    struct ParsedRollout {
+    struct ParsedRollout
+    {
         quint64 device = 0;
         quint64 inode = 0;
         qint64 modificationNs = 0;
@@ -86,7 +89,8 @@ private:
         bool discardingLine = false;
     };
 
-    struct CachedActivity {
+    struct CachedActivity
+    {
         qint64 size = 0;
         quint64 device = 0;
         quint64 inode = 0;
@@ -96,17 +100,16 @@ private:
         std::optional<qint64> expiresAtMs;
     };
 
-    struct TailScan {
+    struct TailScan
+    {
         RolloutLifecycleAccumulator accumulator;
         qint64 resumeOffset = 0;
     };
 
-    std::optional<RackStatus> activityStatus(const QString &path,
-                                             std::optional<qint64> databaseUpdatedAtMs,
-                                             qint64 nowMs);
-    std::optional<RolloutLifecycleAccumulator> lifecycleSnapshot(const QString &path,
-                                                                 const FileState &seen,
-                                                                 bool isFresh);
+    std::optional<RackStatus>
+    activityStatus(const QString &path, std::optional<qint64> databaseUpdatedAtMs, qint64 nowMs);
+    std::optional<RolloutLifecycleAccumulator>
+    lifecycleSnapshot(const QString &path, const FileState &seen, bool isFresh);
     std::optional<TailScan> tailScan(ReadableFile &file, qint64 size);
     bool isInsideRoot(const QString &path) const;
     void countBytes(qint64 count);

@@ -12,17 +12,17 @@ namespace {
 
 bool contains(QByteArrayView haystack, std::string_view needle)
 {
-    return std::string_view(haystack.data(), size_t(haystack.size())).find(needle)
-           != std::string_view::npos;
+    return std::string_view(haystack.data(), size_t(haystack.size())).find(needle) !=
+           std::string_view::npos;
 }
 
 // Most lines of a rollout are model output and tool records, some of them tens of kilobytes.
 // Only lines that mention a lifecycle payload type are worth a JSON parse.
 bool mayBeLifecycleLine(QByteArrayView line)
 {
-    return contains(line, "event_msg")
-           && (contains(line, "task_started") || contains(line, "task_complete")
-               || contains(line, "turn_aborted"));
+    return contains(line, "event_msg") &&
+           (contains(line, "task_started") || contains(line, "task_complete") ||
+            contains(line, "turn_aborted"));
 }
 
 std::optional<RolloutLifecycleKind> kindOf(const QString &payloadType, const QJsonObject &payload)
@@ -89,12 +89,12 @@ std::optional<qint64> parseRolloutTimestamp(QByteArrayView text)
     const auto year = digits(text, 0, 4), month = digits(text, 5, 2), day = digits(text, 8, 2);
     const auto hour = digits(text, 11, 2), minute = digits(text, 14, 2),
                second = digits(text, 17, 2);
-    if (!year || !month || !day || !hour || !minute || !second || text[4] != '-'
-        || text[7] != '-' || (text[10] != 'T' && text[10] != 't') || text[13] != ':'
-        || text[16] != ':')
+    if (!year || !month || !day || !hour || !minute || !second || text[4] != '-' ||
+        text[7] != '-' || (text[10] != 'T' && text[10] != 't') || text[13] != ':' ||
+        text[16] != ':')
         return std::nullopt;
-    if (*month < 1 || *month > 12 || *day < 1 || *day > daysInMonth(*year, *month) || *hour > 23
-        || *minute > 59 || *second > 59)
+    if (*month < 1 || *month > 12 || *day < 1 || *day > daysInMonth(*year, *month) || *hour > 23 ||
+        *minute > 59 || *second > 59)
         return std::nullopt;
 
     qsizetype pos = 19;
@@ -136,8 +136,8 @@ std::optional<qint64> parseRolloutTimestamp(QByteArrayView text)
         return std::nullopt;
 
     const qint64 days = daysFromCivil(*year, *month, *day);
-    const qint64 seconds = days * 86400 + *hour * 3600 + *minute * 60 + *second
-                           - qint64(offsetMinutes) * 60;
+    const qint64 seconds =
+        days * 86400 + *hour * 3600 + *minute * 60 + *second - qint64(offsetMinutes) * 60;
     return seconds * 1000 + milliseconds;
 }
 
@@ -154,8 +154,8 @@ std::optional<RolloutLifecycleEvent> classifyRolloutLine(QByteArrayView line)
     const QJsonValue type = envelope.value(QLatin1String("type"));
     const QJsonValue timestamp = envelope.value(QLatin1String("timestamp"));
     const QJsonValue payloadValue = envelope.value(QLatin1String("payload"));
-    if (!type.isString() || (!isAbsent(timestamp) && !timestamp.isString())
-        || (!isAbsent(payloadValue) && !payloadValue.isObject()))
+    if (!type.isString() || (!isAbsent(timestamp) && !timestamp.isString()) ||
+        (!isAbsent(payloadValue) && !payloadValue.isObject()))
         return std::nullopt;
     if (type.toString() != QLatin1String("event_msg") || !payloadValue.isObject())
         return std::nullopt;

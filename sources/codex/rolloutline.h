@@ -21,7 +21,8 @@ enum class RolloutLifecycleKind {
     turnAborted,
 };
 
-struct RolloutLifecycleEvent {
+struct RolloutLifecycleEvent
+{
     RolloutLifecycleKind kind = RolloutLifecycleKind::taskStarted;
     // Milliseconds since 1970; absent when the line had no time or it did not parse. The event
     // counts all the same.
@@ -39,7 +40,8 @@ std::optional<RolloutLifecycleEvent> classifyRolloutLine(QByteArrayView line);
 std::optional<qint64> parseRolloutTimestamp(QByteArrayView text);
 
 // What a run of lifecycle lines adds up to. File order decides, not timestamps.
-struct RolloutLifecycleAccumulator {
+struct RolloutLifecycleAccumulator
+{
     std::optional<RolloutLifecycleEvent> latestEvent;
     std::optional<qint64> latestStartMs;
 

@@ -24,8 +24,8 @@ QByteArray recencyExpression(const QSet<QString> &columns)
                                 ? "CASE WHEN recency_at > 0 THEN recency_at ELSE updated_at END"
                                 : "updated_at";
     if (columns.contains(QStringLiteral("recency_at_ms")))
-        expression = "CASE WHEN recency_at_ms > 0 THEN recency_at_ms / 1000.0 ELSE (" + expression
-                     + ") END";
+        expression =
+            "CASE WHEN recency_at_ms > 0 THEN recency_at_ms / 1000.0 ELSE (" + expression + ") END";
     return expression;
 }
 
@@ -40,8 +40,7 @@ QDateTime dateFromSeconds(double seconds)
 
 SQLiteThreadSource::SQLiteThreadSource(const FileSystem &fileSystem, const QString &codexHome,
                                        const QString &homeDir)
-    : m_fileSystem(fileSystem), m_databasePath(databasePathIn(codexHome)),
-      m_homeDir(homeDir),
+    : m_fileSystem(fileSystem), m_databasePath(databasePathIn(codexHome)), m_homeDir(homeDir),
       m_executor(QStringLiteral("SQLiteThreadSource"))
 {
 }
@@ -133,7 +132,8 @@ ThreadCollection SQLiteThreadSource::readThreads(int limit, const std::stop_toke
 
         auto checkout = checkouts.constFind(thread.workspacePath);
         if (checkout == checkouts.constEnd())
-            checkout = checkouts.insert(thread.workspacePath, probeCheckout(m_fileSystem, {thread.workspacePath}));
+            checkout = checkouts.insert(thread.workspacePath,
+                                        probeCheckout(m_fileSystem, {thread.workspacePath}));
         thread.checkoutMetadata = *checkout;
 
         collection.threads.append(std::move(thread));

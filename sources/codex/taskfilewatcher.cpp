@@ -7,7 +7,8 @@ namespace taskrack {
 
 namespace {
 
-struct Location {
+struct Location
+{
     QString folder;
     QString name;
 };

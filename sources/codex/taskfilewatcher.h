@@ -2,9 +2,10 @@
 
 // Watches the files that tell of Codex activity (the state database, its write-ahead log, the
 // rollouts of running tasks) and reports that they changed: the first write after a quiet spell
-// at once, the writes that follow within the collapse window in one more report at its end. A watch follows a file's device and inode, so a file replaced by an atomic rename is
-// noticed through its folder and watched again; a file that does not exist yet is picked up as
-// soon as it appears in its folder.
+// at once, the writes that follow within the collapse window in one more report at its end. A watch
+// follows a file's device and inode, so a file replaced by an atomic rename is noticed through its
+// folder and watched again; a file that does not exist yet is picked up as soon as it appears in
+// its folder.
 //
 // Threading: lives on the thread that creates it, like its FileWatch. The report channel may be
 // consumed from any thread.
@@ -24,7 +25,8 @@ namespace taskrack {
 
 // The paths whose files changed during one collapse window. `everything` is set when events
 // were lost and every file must be treated as changed.
-struct TaskFileChanges {
+struct TaskFileChanges
+{
     QSet<QString> paths;
     bool everything = false;
 
@@ -62,7 +64,8 @@ public:
     int watchedFolderCount() const { return int(m_folders.size()); }
 
 private:
-    struct Watch {
+    struct Watch
+    {
         int handle = -1;
         FileIdentity identity;
     };

@@ -1,5 +1,5 @@
-#include "sources/claude/claudedesktopthreadsource.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/claude/claudedesktopthreadsource.h"
 #include "testing/testsupport.h"
 
 #include <QCoroTimer>
@@ -24,9 +24,15 @@ namespace {
 class SharedTestClock : public Clock
 {
 public:
-    QDateTime now() const override { return QDateTime::fromMSecsSinceEpoch(m_nowMs.load(), Qt::UTC); }
+    QDateTime now() const override
+    {
+        return QDateTime::fromMSecsSinceEpoch(m_nowMs.load(), Qt::UTC);
+    }
     double uptime() const override { return double(m_started.nsecsElapsed()) / 1e9; }
-    QCoro::Task<void> sleep(std::chrono::milliseconds duration) override { co_await QCoro::sleepFor(duration); }
+    QCoro::Task<void> sleep(std::chrono::milliseconds duration) override
+    {
+        co_await QCoro::sleepFor(duration);
+    }
     void set(const QDateTime &at) { m_nowMs.store(at.toMSecsSinceEpoch()); }
 
 private:
@@ -45,20 +51,20 @@ QByteArray stamp(const QDateTime &at)
     return at.toUTC().toString(Qt::ISODateWithMs).toUtf8();
 }
 
-QByteArray promptLine(const QDateTime &at, const QByteArray &text, const QByteArray &cwd = "/work/app")
+QByteArray promptLine(const QDateTime &at, const QByteArray &text,
+                      const QByteArray &cwd = "/work/app")
 {
-    return R"({"type":"user","isSidechain":false,"message":{"role":"user","content":")" + text + R"("},"timestamp":")"
-        + stamp(at) + R"(","cwd":")" + cwd + "\"}\n";
+    return R"({"type":"user","isSidechain":false,"message":{"role":"user","content":")" + text +
+           R"("},"timestamp":")" + stamp(at) + R"(","cwd":")" + cwd + "\"}\n";
 }
 
 QByteArray assistantLine(const QDateTime &at, const QByteArray &stopReason = "end_turn")
 {
-    return R"({"type":"assistant","message":{"stop_reason":")" + stopReason
-        + R"(","content":[{"type":"text","text":"ok"}]},"timestamp":")" + stamp(at) + "\"}\n";
+    return R"({"type":"assistant","message":{"stop_reason":")" + stopReason +
+           R"(","content":[{"type":"text","text":"ok"}]},"timestamp":")" + stamp(at) + "\"}\n";
 }
 
-template<typename T>
-QList<T> drain(const ChannelPtr<T> &channel)
+template <typename T> QList<T> drain(const ChannelPtr<T> &channel)
 {
     drainEvents();
     QList<T> items;
@@ -93,7 +99,8 @@ protected:
         return std::make_unique<ClaudeDesktopThreadSource>(std::move(configuration));
     }
 
-    static void writeFile(const QString &path, const QByteArray &data, QIODevice::OpenMode mode = QIODevice::WriteOnly)
+    static void writeFile(const QString &path, const QByteArray &data,
+                          QIODevice::OpenMode mode = QIODevice::WriteOnly)
     {
         // Written beside and renamed over, so that a watcher never sees the content before its
         // modification time is moved to the test's clock.
@@ -110,13 +117,18 @@ protected:
         const qint64 ms = baseTime.toMSecsSinceEpoch();
         struct timespec times[2] = {{ms / 1000, 0}, {ms / 1000, 0}};
         ::utimensat(AT_FDCWD, QFile::encodeName(staged).constData(), times, 0);
-        ASSERT_EQ(::rename(QFile::encodeName(staged).constData(), QFile::encodeName(path).constData()), 0);
+        ASSERT_EQ(
+            ::rename(QFile::encodeName(staged).constData(), QFile::encodeName(path).constData()),
+            0);
     }
 
-    QString writeManifest(const QString &id, QJsonObject extra = {}, const QString &folder = "acct/org")
+    QString writeManifest(const QString &id, QJsonObject extra = {},
+                          const QString &folder = "acct/org")
     {
-        QJsonObject manifest{{"sessionId", id},          {"cwd", "/work/app"},
-                             {"originCwd", "/work/app"}, {"createdAt", baseTime.addSecs(-7200).toMSecsSinceEpoch()},
+        QJsonObject manifest{{"sessionId", id},
+                             {"cwd", "/work/app"},
+                             {"originCwd", "/work/app"},
+                             {"createdAt", baseTime.addSecs(-7200).toMSecsSinceEpoch()},
                              {"lastActivityAt", baseTime.addSecs(-3600).toMSecsSinceEpoch()},
                              {"model", "claude"}};
         for (auto it = extra.begin(); it != extra.end(); ++it)
@@ -135,8 +147,8 @@ protected:
     void writeSessionA(const QByteArray &stopReason)
     {
         writeManifest("local_a", {{"cliSessionId", "cli-a"}});
-        writeFile(transcriptPath("cli-a"),
-                  promptLine(baseTime.addSecs(-60), "go") + assistantLine(baseTime.addSecs(-30), stopReason));
+        writeFile(transcriptPath("cli-a"), promptLine(baseTime.addSecs(-60), "go") +
+                                               assistantLine(baseTime.addSecs(-30), stopReason));
     }
 
     ThreadCollection fetch(ClaudeDesktopThreadSource &source, int limit = 400)
@@ -163,7 +175,8 @@ protected:
 TEST_F(ClaudeSourceTest, ManifestsBecomeThreadsWithTheirRules)
 {
     writeManifest("local_a", {{"title", "  Parent task "}, {"lastFocusedAt", 5}});
-    writeManifest("local_b", {{"spawnedFrom", QJsonObject{{"sessionId", "local_a"}}}, {"lastFocusedAt", 9}});
+    writeManifest("local_b",
+                  {{"spawnedFrom", QJsonObject{{"sessionId", "local_a"}}}, {"lastFocusedAt", 9}});
     writeManifest("local_c", {{"forkedFromSessionId", "local_a"}, {"isArchived", true}});
     writeManifest("local_mismatch", {{"sessionId", "local_other"}});
     QJsonArray bridges;
@@ -191,7 +204,8 @@ TEST_F(ClaudeSourceTest, ManifestsBecomeThreadsWithTheirRules)
     ASSERT_TRUE(parent && child);
     EXPECT_EQ(parent->title, "Parent task");
     EXPECT_EQ(child->title, "Untitled Claude task");
-    EXPECT_EQ(parent->lineage, (RackThreadLineage{std::nullopt, 1})) << "the archived fork is not counted";
+    EXPECT_EQ(parent->lineage, (RackThreadLineage{std::nullopt, 1}))
+        << "the archived fork is not counted";
     EXPECT_EQ(child->lineage.parentTitle, QStringLiteral("Parent task"));
     EXPECT_TRUE(child->isProviderFocused);
     EXPECT_FALSE(parent->isProviderFocused);
@@ -234,13 +248,14 @@ TEST_F(ClaudeSourceTest, TranscriptDecidesStatusAndRecency)
     EXPECT_EQ(thread->status, RackStatus::working);
     EXPECT_EQ(thread->recencyAt, baseTime.addSecs(-60));
     EXPECT_EQ(thread->updatedAt, baseTime.addSecs(-30));
-    EXPECT_EQ(find(collection, "claude:cli-a"), nullptr) << "the manifest owns its transcript: no duplicate";
+    EXPECT_EQ(find(collection, "claude:cli-a"), nullptr)
+        << "the manifest owns its transcript: no duplicate";
 
     // Status updates are published once per change.
     const auto updates = drain(source->statusUpdates());
     ASSERT_EQ(updates.size(), 1);
-    EXPECT_EQ(updates.first(), (RackStatusUpdate{"claude:local_a", RackStatus::working, baseTime.addSecs(-30),
-                                                 baseTime.addSecs(-60)}));
+    EXPECT_EQ(updates.first(), (RackStatusUpdate{"claude:local_a", RackStatus::working,
+                                                 baseTime.addSecs(-30), baseTime.addSecs(-60)}));
     fetch(*source);
     EXPECT_TRUE(drain(source->statusUpdates()).isEmpty());
 }
@@ -248,10 +263,14 @@ TEST_F(ClaudeSourceTest, TranscriptDecidesStatusAndRecency)
 TEST_F(ClaudeSourceTest, DiscoversClaudeCodeSessionsFromTranscripts)
 {
     const QString id = "4c24e507-8be6-4c95-a6d0-17f41660da2f";
-    writeFile(transcriptPath(id, "-scratch-my-app"),
-              R"({"type":"queue-operation","operation":"enqueue","timestamp":")" + stamp(baseTime.addSecs(-20)) + "\"}\n"
-                  + promptLine(baseTime.addSecs(-20), "Fix the login form\\nand more", "/scratch/my_app")
-                  + assistantLine(baseTime.addSecs(-10)) + R"({"type":"last-prompt","lastPrompt":"x"})" "\n");
+    writeFile(
+        transcriptPath(id, "-scratch-my-app"),
+        R"({"type":"queue-operation","operation":"enqueue","timestamp":")" +
+            stamp(baseTime.addSecs(-20)) + "\"}\n" +
+            promptLine(baseTime.addSecs(-20), "Fix the login form\\nand more", "/scratch/my_app") +
+            assistantLine(baseTime.addSecs(-10)) +
+            R"({"type":"last-prompt","lastPrompt":"x"})"
+            "\n");
     writeFile(paths.transcriptRoot + "/-scratch-my-app/" + id + "/subagents/agent-a1.jsonl",
               promptLine(baseTime, "sub"));
     auto source = makeSource();
@@ -260,7 +279,8 @@ TEST_F(ClaudeSourceTest, DiscoversClaudeCodeSessionsFromTranscripts)
     const RackThread &thread = collection.threads.first();
     EXPECT_EQ(thread.id, "claude:" + id);
     EXPECT_EQ(thread.providerThreadID, id);
-    EXPECT_EQ(thread.workspacePath, "/scratch/my_app") << "taken from the lines, not the lossy folder name";
+    EXPECT_EQ(thread.workspacePath, "/scratch/my_app")
+        << "taken from the lines, not the lossy folder name";
     EXPECT_EQ(thread.title, "Fix the login form");
     EXPECT_EQ(thread.status, RackStatus::completed);
     EXPECT_EQ(thread.recencyAt, baseTime.addSecs(-20));
@@ -268,8 +288,9 @@ TEST_F(ClaudeSourceTest, DiscoversClaudeCodeSessionsFromTranscripts)
     // Rewritten in place, the session's title follows the file; a sidechain beside it (where
     // older versions put them) is no session of its own.
     writeFile(transcriptPath(id, "-scratch-my-app"),
-              promptLine(baseTime.addSecs(-20), "Rewritten prompt, longer than the first", "/scratch/my_app")
-                  + assistantLine(baseTime.addSecs(-10)));
+              promptLine(baseTime.addSecs(-20), "Rewritten prompt, longer than the first",
+                         "/scratch/my_app") +
+                  assistantLine(baseTime.addSecs(-10)));
     writeFile(transcriptPath("agent-a2b3c4", "-scratch-my-app"), promptLine(baseTime, "side"));
     clock.set(baseTime.addSecs(1));
     const ThreadCollection rewritten = fetch(*source);
@@ -277,7 +298,9 @@ TEST_F(ClaudeSourceTest, DiscoversClaudeCodeSessionsFromTranscripts)
     EXPECT_EQ(rewritten.threads.first().title, "Rewritten prompt, longer than the first");
 
     // A renamed session shows its custom title.
-    writeFile(transcriptPath(id, "-scratch-my-app"), R"({"type":"custom-title","customTitle":"Login work","sessionId":"x"})" "\n",
+    writeFile(transcriptPath(id, "-scratch-my-app"),
+              R"({"type":"custom-title","customTitle":"Login work","sessionId":"x"})"
+              "\n",
               QIODevice::Append);
     clock.set(baseTime.addSecs(1));
     EXPECT_EQ(fetch(*source).threads.first().title, "Login work");
@@ -293,12 +316,15 @@ TEST_F(ClaudeSourceTest, DiscoversClaudeCodeSessionsFromTranscripts)
 TEST_F(ClaudeSourceTest, LiveRegistryBusyEntryMeansWorking)
 {
     const QString id = "11111111-2222-3333-4444-555555555555";
-    writeFile(transcriptPath(id), promptLine(baseTime.addSecs(-60), "go") + assistantLine(baseTime.addSecs(-30)));
+    writeFile(transcriptPath(id),
+              promptLine(baseTime.addSecs(-60), "go") + assistantLine(baseTime.addSecs(-30)));
     writeFile(paths.liveSessionsPath + "/4242.json",
-              R"({"pid":4242,"sessionId":")" + id.toUtf8() + R"(","status":"busy","statusUpdatedAt":)"
-                  + QByteArray::number(baseTime.addSecs(-5).toMSecsSinceEpoch()) + "}");
+              R"({"pid":4242,"sessionId":")" + id.toUtf8() +
+                  R"(","status":"busy","statusUpdatedAt":)" +
+                  QByteArray::number(baseTime.addSecs(-5).toMSecsSinceEpoch()) + "}");
     auto source = makeSource();
-    EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::completed) << "the process is gone";
+    EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::completed)
+        << "the process is gone";
     livePids.insert(4242);
     EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::working);
 }
@@ -312,9 +338,13 @@ TEST_F(ClaudeSourceTest, EvidenceSurvivesARestartAndVanishedSessionsTakeItAlong)
     }
     QFile stored(paths.observedStatusesPath);
     ASSERT_TRUE(stored.open(QIODevice::ReadOnly));
-    const QJsonObject observed = QJsonDocument::fromJson(stored.readAll()).object()["observations"].toObject()["local_a"].toObject();
+    const QJsonObject observed = QJsonDocument::fromJson(stored.readAll())
+                                     .object()["observations"]
+                                     .toObject()["local_a"]
+                                     .toObject();
     EXPECT_EQ(observed["status"].toString(), "completed");
-    EXPECT_DOUBLE_EQ(observed["observedAt"].toDouble(), claudeReferenceSeconds(baseTime.addSecs(-30)));
+    EXPECT_DOUBLE_EQ(observed["observedAt"].toDouble(),
+                     claudeReferenceSeconds(baseTime.addSecs(-30)));
     stored.close();
 
     // The transcript has left the horizon, yet the stored observation still speaks.
@@ -338,7 +368,8 @@ TEST_F(ClaudeSourceTest, HookSignalsResolveByTranscriptAndWaitWhenUnknown)
     auto source = makeSource();
 
     // Arrives before any reconciliation: kept, then applied with its own time.
-    ClaudeSessionSignal permission{"hook-id", transcriptPath("cli-a"), ClaudeSessionSignal::InputRequest::set, {}};
+    ClaudeSessionSignal permission{
+        "hook-id", transcriptPath("cli-a"), ClaudeSessionSignal::InputRequest::set, {}};
     awaitVoid(source->receiveSignal(permission, baseTime.addSecs(-10)));
     const ThreadCollection collection = fetch(*source);
     ASSERT_EQ(collection.threads.size(), 1);
@@ -373,7 +404,8 @@ TEST_F(ClaudeSourceTest, HookEventsFromSubAgentsAreFilteredBeforeTheyApply)
     ClaudeHookEvent agentStopWithCount{"cli-a", "/work/app", "Stop", {}, {}, 3, true};
     awaitVoid(source->receive(agentStopWithCount, baseTime.addSecs(-8)));
     writeFile(transcriptPath("cli-a"), assistantLine(baseTime.addSecs(-7)), QIODevice::Append);
-    EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::working) << "three background tasks still run";
+    EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::working)
+        << "three background tasks still run";
 }
 
 TEST_F(ClaudeSourceTest, MonitoringPublishesTranscriptChangesAndNewSessions)
@@ -399,7 +431,8 @@ TEST_F(ClaudeSourceTest, MonitoringPublishesTranscriptChangesAndNewSessions)
 
     // A new session in a new project folder appears in a snapshot.
     const QString second = "bbbbbbbb-2222-3333-4444-555555555555";
-    writeFile(transcriptPath(second, "-other"), promptLine(baseTime.addSecs(-2), "second", "/other"));
+    writeFile(transcriptPath(second, "-other"),
+              promptLine(baseTime.addSecs(-2), "second", "/other"));
     bool seen = false;
     ASSERT_TRUE(waitUntil([&] {
         for (const ThreadCollection &snapshot : drain(source->snapshots()))

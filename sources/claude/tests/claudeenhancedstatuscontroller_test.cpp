@@ -1,5 +1,5 @@
-#include "sources/claude/claudeenhancedstatuscontroller.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/claude/claudeenhancedstatuscontroller.h"
 #include "testing/testsupport.h"
 
 #include "core/threadanchor.h"
@@ -22,7 +22,8 @@ class Gate
 {
 public:
     // Awaiters may be copied on their way into a coroutine, so they only point at the gate.
-    struct Wait {
+    struct Wait
+    {
         Gate *gate;
         bool await_ready() const { return gate->m_open; }
         void await_suspend(std::coroutine_handle<> handle) { gate->m_waiter = handle; }
@@ -45,7 +46,8 @@ private:
 class FakeInstaller : public ClaudeHookInstalling
 {
 public:
-    struct Call {
+    struct Call
+    {
         QString operation;
         QString helperPath;
         std::optional<QString> token;
@@ -182,8 +184,8 @@ TEST_F(ClaudeEnhancedStatusControllerTest, AFailedEnableTurnsLiveStatusOffAndOff
 TEST_F(ClaudeEnhancedStatusControllerTest, RefreshWhileOffOffersToRemoveWhateverIsLeft)
 {
     const std::pair<Status, std::optional<Recovery>> cases[] = {
-        {Status::notConfigured, std::nullopt}, {Status::disabled, std::nullopt},
-        {Status::enabled, Recovery::disable},  {Status::hooksDisabled, Recovery::disable},
+        {Status::notConfigured, std::nullopt},      {Status::disabled, std::nullopt},
+        {Status::enabled, Recovery::disable},       {Status::hooksDisabled, Recovery::disable},
         {Status::helperMissing, Recovery::disable}, {Status::needsRepair, Recovery::disable},
     };
     for (const auto &[status, recovery] : cases) {
@@ -193,7 +195,8 @@ TEST_F(ClaudeEnhancedStatusControllerTest, RefreshWhileOffOffersToRemoveWhatever
         EXPECT_EQ(controller().recoveryAction(), recovery);
         EXPECT_EQ(installer.calls.back().token, std::nullopt) << "no token while off";
     }
-    EXPECT_EQ(installer.operations(), QStringList(6, "status")) << "refresh never repairs while off";
+    EXPECT_EQ(installer.operations(), QStringList(6, "status"))
+        << "refresh never repairs while off";
 
     installer.responses = {QStringLiteral("unreadable")};
     run(controller().refresh());
@@ -323,8 +326,9 @@ TEST(ClaudeIntegrationPreferencesTest, AcceptsTokensOfSixteenTo256Bytes)
     ClaudeIntegrationPreferences preferences(defaults);
     EXPECT_EQ(preferences.token(), std::nullopt);
     const std::pair<QString, bool> cases[] = {
-        {QString(15, 'a'), false}, {QString(16, 'a'), true},   {QString(256, 'a'), true},
-        {QString(257, 'a'), false}, {QString(128, QChar(0xe9)), true}, // 256 bytes of UTF-8
+        {QString(15, 'a'), false},          {QString(16, 'a'), true},
+        {QString(256, 'a'), true},          {QString(257, 'a'), false},
+        {QString(128, QChar(0xe9)), true}, // 256 bytes of UTF-8
         {QString(129, QChar(0xe9)), false},
     };
     for (const auto &[token, valid] : cases) {

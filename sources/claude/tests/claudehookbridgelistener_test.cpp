@@ -41,7 +41,9 @@ const QString token = QStringLiteral("6f1d2e3c-4b5a-4968-8776-5a4b3c2d1e0f"
 
 QVariantMap fields(const QString &sessionId)
 {
-    return {{"session_id", sessionId}, {"cwd", "/w"}, {"hook_event_name", "Stop"},
+    return {{"session_id", sessionId},
+            {"cwd", "/w"},
+            {"hook_event_name", "Stop"},
             {"background_task_count", "2"}};
 }
 

@@ -12,22 +12,30 @@ static void PrintTo(const ClaudeHookEvent &event, std::ostream *out)
     const auto fields = claudeHookNotificationFields(event);
     for (auto it = fields.begin(); it != fields.end(); ++it)
         map.insert(it.key(), it.value());
-    *out << QJsonDocument(QJsonObject::fromVariantMap(map)).toJson(QJsonDocument::Compact).toStdString();
+    *out << QJsonDocument(QJsonObject::fromVariantMap(map))
+                .toJson(QJsonDocument::Compact)
+                .toStdString();
 }
 
 namespace {
 
 // Payloads as Claude Code writes them (trimmed), with the private text they really carry.
-const QByteArray stopPayload = R"({"session_id":"c1a6d3fb-001b-4eb4-b448-ef4e7676cded","transcript_path":"/home/p/.claude/projects/-work-p13/c1a6d3fb-001b-4eb4-b448-ef4e7676cded.jsonl","cwd":"/work/p13","prompt_id":"76ccdd54","permission_mode":"default","effort":{"level":"high"},"hook_event_name":"Stop","stop_hook_active":false,"last_assistant_message":"SECRET answer","background_tasks":[{"id":"by2lti1nl","type":"shell","status":"running","description":"Sleep then print","command":"sleep 4; echo SECRET"}],"session_crons":[]}
+const QByteArray stopPayload =
+    R"({"session_id":"c1a6d3fb-001b-4eb4-b448-ef4e7676cded","transcript_path":"/home/p/.claude/projects/-work-p13/c1a6d3fb-001b-4eb4-b448-ef4e7676cded.jsonl","cwd":"/work/p13","prompt_id":"76ccdd54","permission_mode":"default","effort":{"level":"high"},"hook_event_name":"Stop","stop_hook_active":false,"last_assistant_message":"SECRET answer","background_tasks":[{"id":"by2lti1nl","type":"shell","status":"running","description":"Sleep then print","command":"sleep 4; echo SECRET"}],"session_crons":[]}
 )";
-const QByteArray promptPayload = R"({"session_id":"s-1","transcript_path":"/t/s-1.jsonl","cwd":"/w","prompt_id":"p","permission_mode":"default","hook_event_name":"UserPromptSubmit","prompt":"SECRET prompt"})";
-const QByteArray subagentPayload = R"({"session_id":"s-2","transcript_path":"/t/s-2.jsonl","cwd":"/w","agent_id":"ae4f9eb7ecbf4ec04","agent_type":"general-purpose","hook_event_name":"SubagentStop","stop_hook_active":false,"agent_transcript_path":"/t/s-2/subagents/agent-ae4f.jsonl","last_assistant_message":"SECRET","background_tasks":[],"session_crons":[]})";
-const QByteArray notificationPayload = R"({"session_id":"s-3","transcript_path":"/t/s-3.jsonl","cwd":"/w","prompt_id":"p","hook_event_name":"Notification","message":"SECRET message","notification_type":"permission_prompt"})";
-const QByteArray permissionPayload = R"({"session_id":"s-4","transcript_path":"/t/s-4.jsonl","cwd":"/w","hook_event_name":"PermissionRequest","tool_name":"Bash","tool_input":{"command":"SECRET"},"permission_suggestions":[{"type":"setMode","mode":"acceptEdits"}]})";
+const QByteArray promptPayload =
+    R"({"session_id":"s-1","transcript_path":"/t/s-1.jsonl","cwd":"/w","prompt_id":"p","permission_mode":"default","hook_event_name":"UserPromptSubmit","prompt":"SECRET prompt"})";
+const QByteArray subagentPayload =
+    R"({"session_id":"s-2","transcript_path":"/t/s-2.jsonl","cwd":"/w","agent_id":"ae4f9eb7ecbf4ec04","agent_type":"general-purpose","hook_event_name":"SubagentStop","stop_hook_active":false,"agent_transcript_path":"/t/s-2/subagents/agent-ae4f.jsonl","last_assistant_message":"SECRET","background_tasks":[],"session_crons":[]})";
+const QByteArray notificationPayload =
+    R"({"session_id":"s-3","transcript_path":"/t/s-3.jsonl","cwd":"/w","prompt_id":"p","hook_event_name":"Notification","message":"SECRET message","notification_type":"permission_prompt"})";
+const QByteArray permissionPayload =
+    R"({"session_id":"s-4","transcript_path":"/t/s-4.jsonl","cwd":"/w","hook_event_name":"PermissionRequest","tool_name":"Bash","tool_input":{"command":"SECRET"},"permission_suggestions":[{"type":"setMode","mode":"acceptEdits"}]})";
 
 TEST(ClaudeHookEventTest, DecodesRealPayloadsAndForwardsNothingPrivate)
 {
-    struct Case {
+    struct Case
+    {
         const QByteArray &payload;
         ClaudeHookEvent expected;
     };
@@ -36,11 +44,13 @@ TEST(ClaudeHookEventTest, DecodesRealPayloadsAndForwardsNothingPrivate)
          {"c1a6d3fb-001b-4eb4-b448-ef4e7676cded", "/work/p13", "Stop", std::nullopt,
           "/home/p/.claude/projects/-work-p13/c1a6d3fb-001b-4eb4-b448-ef4e7676cded.jsonl", 1,
           false}},
-        {promptPayload, {"s-1", "/w", "UserPromptSubmit", std::nullopt, "/t/s-1.jsonl", std::nullopt, false}},
+        {promptPayload,
+         {"s-1", "/w", "UserPromptSubmit", std::nullopt, "/t/s-1.jsonl", std::nullopt, false}},
         {subagentPayload, {"s-2", "/w", "SubagentStop", std::nullopt, "/t/s-2.jsonl", 0, true}},
         {notificationPayload,
          {"s-3", "/w", "Notification", "permission_prompt", "/t/s-3.jsonl", std::nullopt, false}},
-        {permissionPayload, {"s-4", "/w", "PermissionRequest", std::nullopt, "/t/s-4.jsonl", std::nullopt, false}},
+        {permissionPayload,
+         {"s-4", "/w", "PermissionRequest", std::nullopt, "/t/s-4.jsonl", std::nullopt, false}},
     };
     for (const Case &c : cases) {
         const std::optional<ClaudeHookEvent> event = decodeClaudeHookInput(c.payload);
@@ -50,8 +60,10 @@ TEST(ClaudeHookEventTest, DecodesRealPayloadsAndForwardsNothingPrivate)
         const QMap<QString, QString> fields = claudeHookNotificationFields(*event);
         for (auto it = fields.begin(); it != fields.end(); ++it)
             EXPECT_FALSE(it.value().contains("SECRET")) << it.key().toStdString();
-        const QStringList allowed{"session_id", "cwd", "hook_event_name", "notification_type",
-                                  "transcript_path", "background_task_count", "is_agent"};
+        const QStringList allowed{"session_id",      "cwd",
+                                  "hook_event_name", "notification_type",
+                                  "transcript_path", "background_task_count",
+                                  "is_agent"};
         for (const QString &key : fields.keys())
             EXPECT_TRUE(allowed.contains(key)) << key.toStdString();
 
@@ -72,15 +84,18 @@ TEST(ClaudeHookEventTest, RefusesPayloadsWhoseDeclaredKeysAreMissingOrOfTheWrong
         "{\"session_id\":1,\"cwd\":\"/w\",\"hook_event_name\":\"Stop\"}",
         "{\"session_id\":\"s\",\"cwd\":null,\"hook_event_name\":\"Stop\"}",
         "{\"session_id\":\"s\",\"cwd\":\"/w\",\"hook_event_name\":\"Stop\",\"agent_id\":7}",
-        "{\"session_id\":\"s\",\"cwd\":\"/w\",\"hook_event_name\":\"Stop\",\"notification_type\":[]}",
+        "{\"session_id\":\"s\",\"cwd\":\"/"
+        "w\",\"hook_event_name\":\"Stop\",\"notification_type\":[]}",
         "{\"session_id\":\"s\",\"cwd\":\"/w\",\"hook_event_name\":\"Stop\",\"background_tasks\":3}",
-        "{\"session_id\":\"s\",\"cwd\":\"/w\",\"hook_event_name\":\"Stop\",\"background_tasks\":[1]}",
+        "{\"session_id\":\"s\",\"cwd\":\"/"
+        "w\",\"hook_event_name\":\"Stop\",\"background_tasks\":[1]}",
         "{\"session_id\":\"s\",\"cwd\":\"/w\",\"hook_event_name\":\"Stop\"",
     };
     for (const QByteArray &payload : refused)
         EXPECT_FALSE(decodeClaudeHookInput(payload).has_value()) << payload.constData();
 
-    const QByteArray nulls = R"({"session_id":"s","cwd":"/w","hook_event_name":"Stop","agent_id":null,"background_tasks":null,"transcript_path":null})";
+    const QByteArray nulls =
+        R"({"session_id":"s","cwd":"/w","hook_event_name":"Stop","agent_id":null,"background_tasks":null,"transcript_path":null})";
     const std::optional<ClaudeHookEvent> event = decodeClaudeHookInput(nulls);
     ASSERT_TRUE(event.has_value());
     EXPECT_FALSE(event->isAgent);
@@ -116,12 +131,22 @@ TEST(ClaudeHookEventTest, RebuildsOnlyFromStringsWithTheRequiredKeys)
 
     // The background count is a decimal 64-bit integer in a string, and nothing else.
     const std::pair<QVariant, std::optional<qint64>> counts[] = {
-        {"3", 3}, {"+3", 3}, {"-2", -2}, {"0", 0},
+        {"3", 3},
+        {"+3", 3},
+        {"-2", -2},
+        {"0", 0},
         {"9223372036854775807", std::numeric_limits<qint64>::max()},
         {"-9223372036854775808", std::numeric_limits<qint64>::min()},
-        {"9223372036854775808", std::nullopt}, {"", std::nullopt}, {" 3", std::nullopt},
-        {"3 ", std::nullopt}, {"3.0", std::nullopt}, {"+-3", std::nullopt}, {"--3", std::nullopt},
-        {"+", std::nullopt}, {"٣", std::nullopt}, {3, std::nullopt},
+        {"9223372036854775808", std::nullopt},
+        {"", std::nullopt},
+        {" 3", std::nullopt},
+        {"3 ", std::nullopt},
+        {"3.0", std::nullopt},
+        {"+-3", std::nullopt},
+        {"--3", std::nullopt},
+        {"+", std::nullopt},
+        {"٣", std::nullopt},
+        {3, std::nullopt},
     };
     for (const auto &[value, expected] : counts) {
         QVariantMap fields = base;

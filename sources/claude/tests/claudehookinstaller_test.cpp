@@ -31,7 +31,8 @@ JSONValue ownEntry(const QString &helper, const QString &withToken)
     return JSONValue(JSONValue::Object{
         {"type", "command"},
         {"command", helper},
-        {"args", JSONValue::Array{"--taskrack-owner", "com.quillon.Taskrack", "--token", withToken}},
+        {"args",
+         JSONValue::Array{"--taskrack-owner", "com.quillon.Taskrack", "--token", withToken}},
         {"async", true},
         {"timeout", 2},
     });
@@ -86,7 +87,7 @@ protected:
     }
 
     // Runs `operation` and returns the kind of installer error it threw.
-    template<typename Operation>
+    template <typename Operation>
     std::optional<ErrorKind> errorOf(Operation operation, QString *message = nullptr)
     {
         try {
@@ -116,8 +117,8 @@ TEST_F(ClaudeHookInstallerTest, InstallsSevenGroupsInANewFileAndRemovesThemCompl
     ASSERT_EQ(hooks.size(), definitions.size());
     for (const ClaudeHookDefinition &definition : definitions) {
         SCOPED_TRACE(definition.event.toStdString());
-        const JSONValue expected = JSONValue(JSONValue::Array{group({ownEntry(helper, token)},
-                                                                    definition.matcher)});
+        const JSONValue expected =
+            JSONValue(JSONValue::Array{group({ownEntry(helper, token)}, definition.matcher)});
         EXPECT_EQ(hooks.at(definition.event), expected);
     }
     EXPECT_EQ(fileMode(settingsPath()), 0600u) << "a new file holds the token: owner only";
@@ -150,12 +151,13 @@ TEST_F(ClaudeHookInstallerTest, KeepsTheUsersOwnEntriesAndKeysInPlaceThroughInst
         {"cleanupPeriodDays", qint64(9'223'372'036'854'775'807)},
         {"temperatureHint", 1.0},
         {"env", JSONValue::Object{{"PATH_EXTRA", "/opt/bin"}}},
-        {"hooks", JSONValue::Object{
-                      {"Stop", JSONValue::Array{userStop}},
-                      {"PermissionRequest", JSONValue::Array{mixed}},
-                      {"PreToolUse", JSONValue::Array{group({userEntry("lint")}, "Edit")}},
-                      {"Custom", 7},
-                  }},
+        {"hooks",
+         JSONValue::Object{
+             {"Stop", JSONValue::Array{userStop}},
+             {"PermissionRequest", JSONValue::Array{mixed}},
+             {"PreToolUse", JSONValue::Array{group({userEntry("lint")}, "Edit")}},
+             {"Custom", 7},
+         }},
     });
     writeBytes(settingsPath(), original.toPrettyJSON());
 
@@ -190,21 +192,21 @@ TEST_F(ClaudeHookInstallerTest, KeepsTheUsersOwnEntriesAndKeysInPlaceThroughInst
 
 TEST_F(ClaudeHookInstallerTest, CleansUpEntriesAndAllowListOfTheLoopbackForm)
 {
-    const JSONValue httpEntry =
-        JSONValue(JSONValue::Object{{"type", "http"}, {"url", legacyURL}});
+    const JSONValue httpEntry = JSONValue(JSONValue::Object{{"type", "http"}, {"url", legacyURL}});
     const JSONValue otherHttp =
         JSONValue(JSONValue::Object{{"type", "http"}, {"url", "http://127.0.0.1:8080/hook"}});
-    writeBytes(settingsPath(),
-               JSONValue(JSONValue::Object{
-                             {"hooks", JSONValue::Object{
-                                           {"Stop", JSONValue::Array{group({httpEntry}),
-                                                                     group({otherHttp})}},
-                                           {"SessionStart", JSONValue::Array{group({httpEntry})}},
-                                       }},
-                             {"allowedHttpHookUrls",
-                              JSONValue::Array{legacyURL, "http://127.0.0.1:8080/hook"}},
-                         })
-                   .toPrettyJSON());
+    writeBytes(
+        settingsPath(),
+        JSONValue(
+            JSONValue::Object{
+                {"hooks",
+                 JSONValue::Object{
+                     {"Stop", JSONValue::Array{group({httpEntry}), group({otherHttp})}},
+                     {"SessionStart", JSONValue::Array{group({httpEntry})}},
+                 }},
+                {"allowedHttpHookUrls", JSONValue::Array{legacyURL, "http://127.0.0.1:8080/hook"}},
+            })
+            .toPrettyJSON());
 
     ASSERT_EQ(installer.installNow(helper, token), Status::enabled);
     const JSONValue root = settings();
@@ -333,8 +335,9 @@ TEST_F(ClaudeHookInstallerTest, RefusesBadTokensAndMissingHelpersBeforeReading)
     EXPECT_EQ(message, QStringLiteral("Taskrack’s signed Claude helper is missing at ") + missing +
                            QStringLiteral(". Reinstall Taskrack and try again."));
 
-    EXPECT_EQ(errorOf([&] { installer.installNow(QStringLiteral("bin/taskrack-hook-bridge"), token); }),
-              ErrorKind::helperMissing)
+    EXPECT_EQ(
+        errorOf([&] { installer.installNow(QStringLiteral("bin/taskrack-hook-bridge"), token); }),
+        ErrorKind::helperMissing)
         << "hooks run from the session's directory; a relative path would not be found";
 
     files.addFile(helper, "#!/bin/sh\n", 0644);
@@ -357,7 +360,8 @@ TEST_F(ClaudeHookInstallerTest, NeverCreatesClaudesFolder)
 
 // Files that are not a settings file Taskrack may edit: each has its own reason, naming the
 // file and what to do.
-struct FileRefusal {
+struct FileRefusal
+{
     const char *name;
     std::function<void(testing::VirtualFileSystem &files, const QString &path)> prepare;
     ErrorKind kind;
@@ -428,7 +432,8 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto &info) { return std::string(info.param.name); });
 
 // Files Taskrack must not change, and what it says about each.
-struct Refusal {
+struct Refusal
+{
     const char *name;
     QByteArray bytes;
     ErrorKind kind;
@@ -475,8 +480,7 @@ TEST_P(ClaudeHookInstallerRefusalTest, LeavesTheBytesAsTheyWere)
     writeBytes(settingsPath(), refusal.bytes);
 
     QString installMessage;
-    EXPECT_EQ(errorOf([&] { installer.installNow(helper, token); }, &installMessage),
-              refusal.kind);
+    EXPECT_EQ(errorOf([&] { installer.installNow(helper, token); }, &installMessage), refusal.kind);
     if (refusal.message) {
         EXPECT_EQ(installMessage, QString::fromUtf8(refusal.message));
     }
@@ -516,8 +520,8 @@ TEST_F(ClaudeHookInstallerTest, AcceptsFilesRightAtTheLimits)
 {
     // Brackets inside strings are text, not nesting.
     const QByteArray bracketsInAString = "{\"a\": \"" + QByteArray(100, '[') + "\\\"{\"}";
-    for (const QByteArray &bytes : {nested(64), withContainers(10'000), paddedTo(1'048'576),
-                                    bracketsInAString}) {
+    for (const QByteArray &bytes :
+         {nested(64), withContainers(10'000), paddedTo(1'048'576), bracketsInAString}) {
         writeBytes(settingsPath(), bytes);
         EXPECT_EQ(installer.statusNow(helper, token), Status::disabled);
     }
@@ -529,7 +533,8 @@ TEST_F(ClaudeHookInstallerTest, AcceptsFilesRightAtTheLimits)
 }
 
 // Changes to a good installation, and the status each one must give.
-struct Drift {
+struct Drift
+{
     const char *name;
     std::function<void(JSONValue::Object &hooks, const QString &helper)> change;
     Status expected;
@@ -562,8 +567,8 @@ INSTANTIATE_TEST_SUITE_P(
         Drift{"Untouched", [](auto &, auto &) {}, Status::enabled},
         Drift{"UserHookAddedBesideOurs",
               [](auto &hooks, auto &) {
-                  groupsOf(hooks, "Stop").insert(groupsOf(hooks, "Stop").begin(),
-                                                 group({userEntry("say done")}));
+                  groupsOf(hooks, "Stop")
+                      .insert(groupsOf(hooks, "Stop").begin(), group({userEntry("say done")}));
               },
               Status::enabled},
         Drift{"EventMissing", [](auto &hooks, auto &) { hooks.erase("StopFailure"); },

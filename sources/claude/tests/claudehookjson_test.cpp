@@ -22,7 +22,8 @@ JSONValue parseOrFail(const QByteArray &text)
 }
 
 // Values that other JSON libraries quietly change, and what must come back.
-struct Exact {
+struct Exact
+{
     const char *text;
     JSONValue value;
 };
@@ -46,19 +47,17 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Exact{"9223372036854775807", JSONValue(std::numeric_limits<qint64>::max())},
         Exact{"-9223372036854775808", JSONValue(std::numeric_limits<qint64>::min())},
-        Exact{"9007199254740993", JSONValue(qint64(9007199254740993))},
-        Exact{"-0", JSONValue(0)},
-        Exact{"1.0", JSONValue(1.0)},
-        Exact{"-0.0", JSONValue(-0.0)},
-        Exact{"0.1", JSONValue(0.1)},
-        Exact{"1E2", JSONValue(100.0)},
-        Exact{"2.5e-308", JSONValue(2.5e-308)},
+        Exact{"9007199254740993", JSONValue(qint64(9007199254740993))}, Exact{"-0", JSONValue(0)},
+        Exact{"1.0", JSONValue(1.0)}, Exact{"-0.0", JSONValue(-0.0)}, Exact{"0.1", JSONValue(0.1)},
+        Exact{"1E2", JSONValue(100.0)}, Exact{"2.5e-308", JSONValue(2.5e-308)},
         Exact{"18446744073709551616", JSONValue(18446744073709551616.0)},
         Exact{"[true, false, null]", JSONValue(JSONValue::Array{true, false, nullptr})},
-        Exact{R"("a\"b\\c\/d\b\f\n\r\t\u0000")", JSONValue(QString::fromUtf8("a\"b\\c/d\b\f\n\r\t") + QChar(0))},
+        Exact{R"("a\"b\\c\/d\b\f\n\r\t\u0000")",
+              JSONValue(QString::fromUtf8("a\"b\\c/d\b\f\n\r\t") + QChar(0))},
         Exact{R"("\u00e9\ud83d\ude00€")", JSONValue(QString::fromUtf8("é😀€"))},
         Exact{R"({"b": {}, "a": [], "": ""})",
-              JSONValue(JSONValue::Object{{"b", JSONValue::Object{}}, {"a", JSONValue::Array{}}, {"", ""}})}));
+              JSONValue(JSONValue::Object{
+                  {"b", JSONValue::Object{}}, {"a", JSONValue::Array{}}, {"", ""}})}));
 
 TEST(JSONValueTest, IntegersAndNumbersAreDifferentKinds)
 {
@@ -74,17 +73,17 @@ TEST(JSONValueTest, RefusesWhatCouldNotBeWrittenBackUnchanged)
     const QByteArray refused[] = {
         "",
         " ",
-        "{\"a\": 1, \"a\": 2}",     // one of the two would vanish
-        "\"\xff\"",                 // not UTF-8
-        "\"\xc0\xaf\"",             // overlong
-        "\"\xed\xa0\x80\"",         // an encoded surrogate
-        "\"\xf4\x90\x80\x80\"",     // past U+10FFFF
-        "\"\xe2\x82\"",             // cut short
-        R"("\ud800")",              // lone high surrogate
-        R"("\udc00")",              // lone low surrogate
-        R"("\ud800\u0041")",        // high surrogate without its pair
-        "1e400",                    // not a finite double
-        "\xef\xbb\xbf{}",           // byte order mark
+        "{\"a\": 1, \"a\": 2}", // one of the two would vanish
+        "\"\xff\"",             // not UTF-8
+        "\"\xc0\xaf\"",         // overlong
+        "\"\xed\xa0\x80\"",     // an encoded surrogate
+        "\"\xf4\x90\x80\x80\"", // past U+10FFFF
+        "\"\xe2\x82\"",         // cut short
+        R"("\ud800")",          // lone high surrogate
+        R"("\udc00")",          // lone low surrogate
+        R"("\ud800\u0041")",    // high surrogate without its pair
+        "1e400",                // not a finite double
+        "\xef\xbb\xbf{}",       // byte order mark
         "{} {}",
         "[1,]",
         "{\"a\":1,}",
@@ -96,7 +95,7 @@ TEST(JSONValueTest, RefusesWhatCouldNotBeWrittenBackUnchanged)
         "-",
         "tru",
         "nul",
-        "\"a\nb\"",                 // raw control character
+        "\"a\nb\"", // raw control character
         R"("\x")",
         R"("\u12")",
         "{'a': 1}",

@@ -53,7 +53,8 @@ protected:
     // Waits until the watcher has counted `count` changes in all.
     static void waitForChanges(const ClaudeSessionDirectoryWatcher &watcher, int count)
     {
-        ASSERT_TRUE(waitUntil([&] { return watcher.changeCount() >= count; })) << watcher.changeCount();
+        ASSERT_TRUE(waitUntil([&] { return watcher.changeCount() >= count; }))
+            << watcher.changeCount();
     }
 
     QTemporaryDir temp;
@@ -106,7 +107,9 @@ TEST_F(SessionDirectoryWatcherTest, WatchesNamedTranscriptsAndFollowsAtomicRepla
     staged.write("{}\n");
     staged.close();
     const int before = watcher->changeCount();
-    ASSERT_EQ(::rename(QFile::encodeName(staged.fileName()).constData(), QFile::encodeName(named).constData()), 0);
+    ASSERT_EQ(::rename(QFile::encodeName(staged.fileName()).constData(),
+                       QFile::encodeName(named).constData()),
+              0);
     waitForChanges(*watcher, before + 1);
     clock.advance(120ms);
     EXPECT_EQ(drainSignals(), 2);

@@ -1,5 +1,5 @@
-#include "sources/claude/claudelivesessionregistry.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/claude/claudelivesessionregistry.h"
 #include "sources/claude/claudesessionevidence.h"
 
 #include <QDir>
@@ -15,7 +15,8 @@ const QDateTime now = QDateTime::fromString("2026-11-22T20:00:00.000Z", Qt::ISOD
 
 TEST(LiveStatusTest, FoldsEvidenceIntoOneStatus)
 {
-    const struct {
+    const struct
+    {
         const char *name;
         std::optional<RackStatus> observed;
         double observedAgo;
@@ -32,22 +33,59 @@ TEST(LiveStatusTest, FoldsEvidenceIntoOneStatus)
         {"idleFadesAfter1800s", RackStatus::idle, 1800, {}, {}, {}, RackStatus::recent},
         {"workingLastsTwelveHours", RackStatus::working, 43199, {}, {}, {}, RackStatus::working},
         {"futureObservationIsFresh", RackStatus::error, -30, {}, {}, {}, RackStatus::error},
-        {"backgroundTasksKeepCompletedWorking", RackStatus::completed, 10, 2, {}, {}, RackStatus::working},
+        {"backgroundTasksKeepCompletedWorking",
+         RackStatus::completed,
+         10,
+         2,
+         {},
+         {},
+         RackStatus::working},
         {"backgroundTasksLeaveErrorAlone", RackStatus::error, 10, 2, {}, {}, RackStatus::error},
-        {"zeroBackgroundTasksChangeNothing", RackStatus::completed, 10, 0, {}, {}, RackStatus::completed},
+        {"zeroBackgroundTasksChangeNothing",
+         RackStatus::completed,
+         10,
+         0,
+         {},
+         {},
+         RackStatus::completed},
         {"newerInputRequestWins", RackStatus::working, 10, {}, 5, {}, RackStatus::requiresInput},
         {"olderInputRequestIgnored", RackStatus::working, 5, {}, 10, {}, RackStatus::working},
         {"equalInputRequestIgnored", RackStatus::working, 5, {}, 5, {}, RackStatus::working},
         {"inputRequestWithoutObservationStaysRecent", {}, 0, {}, 5, {}, RackStatus::recent},
-        {"inputRequestOverFadedStatusStaysRecent", RackStatus::completed, 1000, {}, 5, {}, RackStatus::recent},
-        {"busyNewerThanTranscriptIsWorking", RackStatus::completed, 10, {}, {}, 5, RackStatus::working},
-        {"busyOlderThanTranscriptIgnored", RackStatus::completed, 5, {}, {}, 10, RackStatus::completed},
+        {"inputRequestOverFadedStatusStaysRecent",
+         RackStatus::completed,
+         1000,
+         {},
+         5,
+         {},
+         RackStatus::recent},
+        {"busyNewerThanTranscriptIsWorking",
+         RackStatus::completed,
+         10,
+         {},
+         {},
+         5,
+         RackStatus::working},
+        {"busyOlderThanTranscriptIgnored",
+         RackStatus::completed,
+         5,
+         {},
+         {},
+         10,
+         RackStatus::completed},
         {"busyWithoutTranscriptIsWorking", {}, 0, {}, {}, 5, RackStatus::working},
-        {"busyThenPermissionPromptAsksForInput", RackStatus::completed, 10, {}, 2, 5, RackStatus::requiresInput},
+        {"busyThenPermissionPromptAsksForInput",
+         RackStatus::completed,
+         10,
+         {},
+         2,
+         5,
+         RackStatus::requiresInput},
     };
     const auto ago = [](double seconds) { return now.addMSecs(qint64(-seconds * 1000)); };
     for (const auto &c : cases) {
-        ClaudeObservedStatus observation{c.observed.value_or(RackStatus::recent), ago(c.observedAgo), std::nullopt};
+        ClaudeObservedStatus observation{c.observed.value_or(RackStatus::recent),
+                                         ago(c.observedAgo), std::nullopt};
         ClaudeBackgroundTaskSnapshot tasks{c.backgroundTasks.value_or(0), now.addSecs(-10)};
         ClaudeInputRequest request{ago(c.inputRequestedAgo.value_or(0))};
         ClaudeLiveSessionEntry live{1, "s", "/w", true, ago(c.busyAgo.value_or(0))};
@@ -62,7 +100,8 @@ TEST(LiveStatusTest, FoldsEvidenceIntoOneStatus)
 
 TEST(LiveStatusTest, ATurnLeftOpenByAProcessThatIsGoneLooksInterrupted)
 {
-    const struct {
+    const struct
+    {
         RackStatus observed;
         double observedAgo;
         RackStatus expected;
@@ -72,13 +111,15 @@ TEST(LiveStatusTest, ATurnLeftOpenByAProcessThatIsGoneLooksInterrupted)
         {RackStatus::completed, 10, RackStatus::completed},
     };
     for (const auto &c : cases) {
-        ClaudeObservedStatus observation{c.observed, now.addSecs(qint64(-c.observedAgo)), std::nullopt};
+        ClaudeObservedStatus observation{c.observed, now.addSecs(qint64(-c.observedAgo)),
+                                         std::nullopt};
         ClaudeBackgroundTaskSnapshot tasks{2, now.addSecs(-5)};
         ClaudeSessionFacts facts;
         facts.observation = &observation;
         facts.backgroundTasks = &tasks;
         facts.processEnded = true;
-        EXPECT_EQ(claudeLiveStatus(facts, now), c.expected) << int(c.observed) << " " << c.observedAgo;
+        EXPECT_EQ(claudeLiveStatus(facts, now), c.expected)
+            << int(c.observed) << " " << c.observedAgo;
     }
 }
 
@@ -93,13 +134,16 @@ TEST(SessionEvidenceTest, DatesAndRecencyComeFromTheNewestEvidence)
     facts.observation = &observation;
     facts.inputRequest = &request;
     EXPECT_EQ(claudeUpdatedAt(facts), now.addSecs(-30));
-    EXPECT_EQ(claudeRecencyAt(facts), now.addSecs(-90)) << "only a person's submission moves recency";
+    EXPECT_EQ(claudeRecencyAt(facts), now.addSecs(-90))
+        << "only a person's submission moves recency";
 }
 
 TEST(SessionEvidenceTest, PersistsDatesAsSecondsSince2001AndRoundTrips)
 {
     ClaudeSessionEvidence evidence;
-    evidence.observations.insert("a", {RackStatus::completed, QDateTime::fromString("2001-01-01T00:01:00.500Z", Qt::ISODateWithMs), std::nullopt});
+    evidence.observations.insert(
+        "a", {RackStatus::completed,
+              QDateTime::fromString("2001-01-01T00:01:00.500Z", Qt::ISODateWithMs), std::nullopt});
     evidence.observations.insert("b", {RackStatus::working, now, now.addSecs(-5)});
     evidence.inputRequests.insert("a", {now});
     evidence.backgroundTaskSnapshots.insert("b", {3, now});
@@ -113,7 +157,9 @@ TEST(SessionEvidenceTest, MalformedFileGivesNoEvidenceAtAll)
 {
     EXPECT_EQ(decodeClaudeSessionEvidence("{}"), ClaudeSessionEvidence{});
     const char *refused[] = {
-        "", "[]", R"({"observations":[]})",
+        "",
+        "[]",
+        R"({"observations":[]})",
         R"({"observations":{"a":{"status":"working","observedAt":1}},"inputRequests":{"b":{}}})",
         R"({"observations":{"a":{"status":"busy","observedAt":1}}})",
         R"({"backgroundTaskSnapshots":{"a":{"activeTaskCount":1.5,"observedAt":1}}})",
@@ -130,11 +176,17 @@ TEST(LiveSessionRegistryTest, ReadsEntriesTellingRunningFromDeadProcessesAndBoun
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(data);
     };
-    write("100.json", R"({"pid":100,"sessionId":"s1","cwd":"/w","status":"busy","statusUpdatedAt":1795380359823})");
-    write("200.json", R"({"pid":200,"sessionId":"s2","status":"busy","statusUpdatedAt":1})");      // process gone
-    write("300.json", R"({"pid":301,"sessionId":"s3","status":"busy"})");                          // name mismatch
-    write("400.json", R"({"pid":400,"sessionId":"s4","status":"idle","pad":")" + QByteArray(70000, 'x') + "\"}");
-    write("500.json", R"({"pid":500,"sessionId":"s1","status":"idle","statusUpdatedAt":1795380359000})"); // older
+    write(
+        "100.json",
+        R"({"pid":100,"sessionId":"s1","cwd":"/w","status":"busy","statusUpdatedAt":1795380359823})");
+    write("200.json",
+          R"({"pid":200,"sessionId":"s2","status":"busy","statusUpdatedAt":1})"); // process gone
+    write("300.json", R"({"pid":301,"sessionId":"s3","status":"busy"})");         // name mismatch
+    write("400.json", R"({"pid":400,"sessionId":"s4","status":"idle","pad":")" +
+                          QByteArray(70000, 'x') + "\"}");
+    write(
+        "500.json",
+        R"({"pid":500,"sessionId":"s1","status":"idle","statusUpdatedAt":1795380359000})"); // older
     const LinuxFileSystem fileSystem;
     const ClaudeLiveSessionRegistry registry(fileSystem, temp.path(),
                                              [](qint64 pid) { return pid != 200; });
@@ -144,7 +196,8 @@ TEST(LiveSessionRegistryTest, ReadsEntriesTellingRunningFromDeadProcessesAndBoun
     ASSERT_EQ(sessions, QList<QString>({"s1", "s2"}));
     EXPECT_FALSE(entries["s2"].isRunning) << "a dead process's entry is evidence too";
     EXPECT_TRUE(entries["s1"].isBusy && entries["s1"].isRunning);
-    EXPECT_EQ(entries["s1"].statusUpdatedAt, QDateTime::fromMSecsSinceEpoch(1795380359823, Qt::UTC));
+    EXPECT_EQ(entries["s1"].statusUpdatedAt,
+              QDateTime::fromMSecsSinceEpoch(1795380359823, Qt::UTC));
     EXPECT_TRUE(ClaudeLiveSessionRegistry(fileSystem, temp.filePath("missing")).read().isEmpty());
 }
 

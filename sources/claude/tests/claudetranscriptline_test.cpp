@@ -11,7 +11,8 @@ namespace {
 
 TEST(TranscriptClassificationTest, ClassifiesLineAndSubmission)
 {
-    const struct {
+    const struct
+    {
         const char *name;
         const char *line;
         std::optional<Event> lifecycle;
@@ -28,13 +29,16 @@ TEST(TranscriptClassificationTest, ClassifiesLineAndSubmission)
          Event::working, true},
         {"userWithoutMessage", R"({"type":"user",)" TS "}", Event::working, true},
         {"interruptWithTrailingBlanks",
-         R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user]  \n"}]},)" TS "}",
+         R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user]  \n"}]},)" TS
+         "}",
          Event::interrupted, false},
         {"interruptForToolUse",
-         R"({"type":"user","message":{"content":"[Request interrupted by user for tool use]"},)" TS "}",
+         R"({"type":"user","message":{"content":"[Request interrupted by user for tool use]"},)" TS
+         "}",
          Event::interrupted, false},
         {"taskNotification",
-         R"({"type":"user","origin":{"kind":"task-notification"},"message":{"content":"<task-notification>x"},)" TS "}",
+         R"({"type":"user","origin":{"kind":"task-notification"},"message":{"content":"<task-notification>x"},)" TS
+         "}",
          std::nullopt, false},
         {"compactSummary",
          R"({"type":"user","isCompactSummary":true,"message":{"content":"summary"},)" TS "}",
@@ -43,38 +47,47 @@ TEST(TranscriptClassificationTest, ClassifiesLineAndSubmission)
          R"({"type":"user","message":{"content":"<command-name>/compact</command-name>"},)" TS "}",
          std::nullopt, false},
         {"localCommandStdout",
-         R"({"type":"user","message":{"content":"<local-command-stdout>ok</local-command-stdout>"},)" TS "}",
+         R"({"type":"user","message":{"content":"<local-command-stdout>ok</local-command-stdout>"},)" TS
+         "}",
          std::nullopt, false},
         {"metaUserLineIsNothing",
          R"({"type":"user","isMeta":true,"message":{"content":"## Context Usage"},)" TS "}",
          std::nullopt, false},
         {"toolResultIsWorkNotSubmission",
-         R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"t","content":"hi"}]},)" TS "}",
+         R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"t","content":"hi"}]},)" TS
+         "}",
          Event::working, false},
         {"twoTextItemsIsStillPrompt",
-         R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user]"},{"type":"text","text":"x"}]},)" TS "}",
+         R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user]"},{"type":"text","text":"x"}]},)" TS
+         "}",
          Event::working, true},
         {"assistantWithoutMessage", R"({"type":"assistant",)" TS "}", std::nullopt, false},
         {"assistantEndTurn",
-         R"({"type":"assistant","message":{"stop_reason":"end_turn","content":[{"type":"text","text":"hi"}]},)" TS "}",
+         R"({"type":"assistant","message":{"stop_reason":"end_turn","content":[{"type":"text","text":"hi"}]},)" TS
+         "}",
          Event::completed, false},
         {"assistantNullStopWithToolUse",
-         R"({"type":"assistant","message":{"stop_reason":null,"content":[{"type":"tool_use","id":"t"}]},)" TS "}",
+         R"({"type":"assistant","message":{"stop_reason":null,"content":[{"type":"tool_use","id":"t"}]},)" TS
+         "}",
          Event::working, false},
         {"assistantNullStopTextOnly",
-         R"({"type":"assistant","message":{"stop_reason":null,"content":[{"type":"text","text":"par"}]},)" TS "}",
+         R"({"type":"assistant","message":{"stop_reason":null,"content":[{"type":"text","text":"par"}]},)" TS
+         "}",
          std::nullopt, false},
         {"assistantToolUseStop",
-         R"({"type":"assistant","message":{"stop_reason":"tool_use","content":[{"type":"text","text":"Running"}]},)" TS "}",
+         R"({"type":"assistant","message":{"stop_reason":"tool_use","content":[{"type":"text","text":"Running"}]},)" TS
+         "}",
          Event::working, false},
         {"assistantEmptyStop",
          R"({"type":"assistant","message":{"stop_reason":"","content":[]},)" TS "}", std::nullopt,
          false},
         {"syntheticApiErrorMessage",
-         R"({"type":"assistant","message":{"model":"<synthetic>","stop_reason":"stop_sequence","content":[{"type":"text","text":"API Error: 500"}]},"error":"server_error","isApiErrorMessage":true,)" TS "}",
+         R"({"type":"assistant","message":{"model":"<synthetic>","stop_reason":"stop_sequence","content":[{"type":"text","text":"API Error: 500"}]},"error":"server_error","isApiErrorMessage":true,)" TS
+         "}",
          Event::error, false},
         {"abortedStreamNotApiError",
-         R"({"type":"assistant","message":{"stop_reason":"stop_sequence","content":[]},"isApiErrorMessage":false,)" TS "}",
+         R"({"type":"assistant","message":{"stop_reason":"stop_sequence","content":[]},"isApiErrorMessage":false,)" TS
+         "}",
          Event::completed, false},
         {"metadataLine", R"({"type":"last-prompt","lastPrompt":"x"})", std::nullopt, false},
         {"unstampedAssistantIsNothing",
@@ -97,7 +110,7 @@ TEST(TranscriptEnvelopeTest, RefusesLinesAStrictDecoderWouldRefuse)
 {
     const char *refused[] = {
         R"({"type":"user","message":{"content":"x"})", // cut mid-write
-        R"({"subtype":"api_error"})",                 // no type
+        R"({"subtype":"api_error"})",                  // no type
         R"({"type":7})",
         R"({"type":"user","isMeta":"yes"})",
         R"({"type":"assistant","message":{"stop_reason":3}})",
@@ -112,12 +125,14 @@ TEST(TranscriptEnvelopeTest, RefusesLinesAStrictDecoderWouldRefuse)
 
 TEST(TranscriptEnvelopeTest, ReadsDiscoveryFieldsLeniently)
 {
-    auto envelope = decodeTranscriptEnvelope(R"({"type":"custom-title","customTitle":"Fix login","cwd":5})");
+    auto envelope =
+        decodeTranscriptEnvelope(R"({"type":"custom-title","customTitle":"Fix login","cwd":5})");
     ASSERT_TRUE(envelope);
     EXPECT_EQ(envelope->customTitle, QStringLiteral("Fix login"));
     EXPECT_FALSE(envelope->cwd);
 
-    envelope = decodeTranscriptEnvelope(R"({"type":"summary","summary":"Login flow","leafUuid":"u"})");
+    envelope =
+        decodeTranscriptEnvelope(R"({"type":"summary","summary":"Login flow","leafUuid":"u"})");
     ASSERT_TRUE(envelope);
     EXPECT_EQ(envelope->summary, QStringLiteral("Login flow"));
 }

@@ -1,12 +1,12 @@
-#include "sources/claude/claudetranscripttailreader.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/claude/claudetranscripttailreader.h"
 #include "testing/virtualfilesystem.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 using namespace taskrack;
@@ -22,20 +22,20 @@ QByteArray stamp(const QDateTime &at)
 
 QByteArray prompt(const QDateTime &at, const QByteArray &text = "Fix the build")
 {
-    return R"({"type":"user","message":{"role":"user","content":")" + text + R"("},"timestamp":")" + stamp(at)
-        + R"(","cwd":"/work/app"})";
+    return R"({"type":"user","message":{"role":"user","content":")" + text + R"("},"timestamp":")" +
+           stamp(at) + R"(","cwd":"/work/app"})";
 }
 
 QByteArray assistant(const QDateTime &at, const QByteArray &stopReason = "end_turn")
 {
-    return R"({"type":"assistant","message":{"stop_reason":")" + stopReason
-        + R"(","content":[{"type":"text","text":"done"}]},"timestamp":")" + stamp(at) + R"("})";
+    return R"({"type":"assistant","message":{"stop_reason":")" + stopReason +
+           R"(","content":[{"type":"text","text":"done"}]},"timestamp":")" + stamp(at) + R"("})";
 }
 
 QByteArray toolResult(const QDateTime &at)
 {
-    return R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"t","content":"ok"}]},"timestamp":")"
-        + stamp(at) + R"("})";
+    return R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"t","content":"ok"}]},"timestamp":")" +
+           stamp(at) + R"("})";
 }
 
 // An unstamped metadata line of exactly `size` bytes including its newline.
@@ -56,7 +56,8 @@ protected:
         QDir().mkpath(root + "/-work-app");
     }
 
-    QString write(const QString &stem, const QByteArray &content, const QString &folder = "-work-app")
+    QString write(const QString &stem, const QByteArray &content,
+                  const QString &folder = "-work-app")
     {
         QDir().mkpath(root + "/" + folder);
         const QString path = root + "/" + folder + "/" + stem + ".jsonl";
@@ -71,11 +72,13 @@ protected:
     static void setModified(const QString &path, const QDateTime &at)
     {
         const qint64 ms = at.toMSecsSinceEpoch();
-        struct timespec times[2] = {{ms / 1000, (ms % 1000) * 1000000}, {ms / 1000, (ms % 1000) * 1000000}};
+        struct timespec times[2] = {{ms / 1000, (ms % 1000) * 1000000},
+                                    {ms / 1000, (ms % 1000) * 1000000}};
         ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times, 0), 0);
     }
 
-    std::optional<ClaudeTranscriptObservation> observe(const QString &stem, const QDateTime &now = baseTime.addSecs(1))
+    std::optional<ClaudeTranscriptObservation> observe(const QString &stem,
+                                                       const QDateTime &now = baseTime.addSecs(1))
     {
         ClaudeDesktopSessionManifest manifest;
         manifest.sessionId = "local_" + stem;
@@ -104,12 +107,13 @@ protected:
 TEST_F(TranscriptReaderTest, NewestMeaningfulLineDecidesAndOnlyAPromptGivesRecency)
 {
     const QByteArray sidechain =
-        R"({"type":"assistant","isSidechain":true,"message":{"stop_reason":"end_turn","content":[]},"timestamp":")"
-        + stamp(baseTime.addSecs(-5)) + "\"}";
+        R"({"type":"assistant","isSidechain":true,"message":{"stop_reason":"end_turn","content":[]},"timestamp":")" +
+        stamp(baseTime.addSecs(-5)) + "\"}";
     const QByteArray interrupt =
-        R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user] "}]},"timestamp":")"
-        + stamp(baseTime.addSecs(-3)) + "\"}";
-    const struct {
+        R"({"type":"user","message":{"content":[{"type":"text","text":"[Request interrupted by user] "}]},"timestamp":")" +
+        stamp(baseTime.addSecs(-3)) + "\"}";
+    const struct
+    {
         const char *name;
         QByteArray content;
         RackStatus status;
@@ -117,8 +121,9 @@ TEST_F(TranscriptReaderTest, NewestMeaningfulLineDecidesAndOnlyAPromptGivesRecen
     } cases[] = {
         // Metadata and a line cut mid-write after the answer change nothing.
         {"completed",
-         lines({prompt(baseTime.addSecs(-30)), toolResult(baseTime.addSecs(-20)), assistant(baseTime.addSecs(-10)),
-                R"({"type":"last-prompt","lastPrompt":"Fix"})", R"({"type":"user","message":{"content":"half)"}),
+         lines({prompt(baseTime.addSecs(-30)), toolResult(baseTime.addSecs(-20)),
+                assistant(baseTime.addSecs(-10)), R"({"type":"last-prompt","lastPrompt":"Fix"})",
+                R"({"type":"user","message":{"content":"half)"}),
          RackStatus::completed, baseTime.addSecs(-10)},
         // Side-chain and tool traffic never count as a person's submission.
         {"sidechainAndTools",
@@ -218,8 +223,8 @@ TEST_F(TranscriptReaderTest, DeepScanSkipsOversizedPiecesAndJoinsLinesCutAtChunk
     using namespace claudetranscript;
     // A submission longer than the piece limit is passed over; the older one counts.
     const QByteArray huge = prompt(baseTime.addSecs(-100), QByteArray(pieceLimit + 10, 'y')) + "\n";
-    write("huge", prompt(baseTime.addSecs(-900)) + "\n" + huge + padding(64 * 1024).repeated(9)
-                      + assistant(baseTime) + "\n");
+    write("huge", prompt(baseTime.addSecs(-900)) + "\n" + huge + padding(64 * 1024).repeated(9) +
+                      assistant(baseTime) + "\n");
     const auto observed = observe("huge");
     ASSERT_TRUE(observed);
     EXPECT_EQ(observed->lastUserSubmittedAt, baseTime.addSecs(-900));
@@ -237,21 +242,25 @@ TEST_F(TranscriptReaderTest, DeepScanSkipsOversizedPiecesAndJoinsLinesCutAtChunk
 
 TEST_F(TranscriptReaderTest, UnchangedFingerprintReadsNothingAndReplacementIsNoticed)
 {
-    const QString path = write("s1", lines({prompt(baseTime.addSecs(-30)), assistant(baseTime.addSecs(-10))}));
+    const QString path =
+        write("s1", lines({prompt(baseTime.addSecs(-30)), assistant(baseTime.addSecs(-10))}));
     ASSERT_EQ(observe("s1")->status, RackStatus::completed);
     const qint64 opened = reader.counters().filesOpened.load();
     ASSERT_EQ(observe("s1")->status, RackStatus::completed);
     EXPECT_EQ(reader.counters().filesOpened.load(), opened);
 
     // Same size, same date, new inode: an atomic replacement must be read again.
-    const QByteArray replacement = lines({prompt(baseTime.addSecs(-30)), assistant(baseTime.addSecs(-10), "tool_use")});
+    const QByteArray replacement =
+        lines({prompt(baseTime.addSecs(-30)), assistant(baseTime.addSecs(-10), "tool_use")});
     ASSERT_EQ(replacement.size(), QFileInfo(path).size());
     QFile tmp(path + ".tmp");
     ASSERT_TRUE(tmp.open(QIODevice::WriteOnly));
     tmp.write(replacement);
     tmp.close();
     setModified(tmp.fileName(), baseTime);
-    ASSERT_EQ(::rename(QFile::encodeName(tmp.fileName()).constData(), QFile::encodeName(path).constData()), 0);
+    ASSERT_EQ(::rename(QFile::encodeName(tmp.fileName()).constData(),
+                       QFile::encodeName(path).constData()),
+              0);
     EXPECT_EQ(observe("s1")->status, RackStatus::working);
     EXPECT_EQ(reader.counters().filesOpened.load(), opened + 1);
 }

@@ -1,5 +1,5 @@
-#include "sources/codex/codexappserverclient.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/codex/codexappserverclient.h"
 #include "sources/codex/codexappserverthreadsource.h"
 #include "testing/fakeclock.h"
 #include "testing/testsupport.h"

@@ -102,7 +102,8 @@ TEST(CodexAppServerMessageTest, ClassifiesTheThreeShapes)
 
 TEST(CodexAppServerMessageTest, ErrorResponsesCompleteTheRequestWithARemoteError)
 {
-    const struct {
+    const struct
+    {
         const char *line;
         qint64 code;
         const char *message;

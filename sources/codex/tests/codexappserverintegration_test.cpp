@@ -2,8 +2,8 @@
 // a mock Responses API on 127.0.0.1, a temporary HOME and CODEX_HOME, a scratch git repository.
 // Skipped when the CLI cannot be installed, unless CI is set, where that is a failure.
 
-#include "sources/codex/codexappserverclient.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/codex/codexappserverclient.h"
 #include "testing/testsupport.h"
 
 #include <QDir>

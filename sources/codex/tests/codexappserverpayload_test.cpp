@@ -93,7 +93,8 @@ TEST(CodexThreadTitleTest, FollowsNameThenPreviewThenFixedText)
 {
     const QString e = QStringLiteral("\u00e9");                  // one character, one code unit
     const QString flag = QStringLiteral("\U0001F1EB\U0001F1F7"); // one character, four code units
-    const struct {
+    const struct
+    {
         std::optional<QString> name;
         QString preview;
         QString expected;

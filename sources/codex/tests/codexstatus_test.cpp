@@ -14,7 +14,8 @@ QJsonValue json(const char *text)
 
 TEST(CodexStatusMappingTest, MapsTypesAndFlagsToRackStatus)
 {
-    const struct {
+    const struct
+    {
         const char *type;
         std::optional<QStringList> flags;
         RackStatus expected;

@@ -22,7 +22,8 @@ QDateTime at(int seconds)
 
 RackThread codexThread(const QString &id, RackStatus status, int updated, int recency)
 {
-    RackThread thread = taskrack::testing::makeThread(QStringLiteral("codex:") + id, status, at(updated));
+    RackThread thread =
+        taskrack::testing::makeThread(QStringLiteral("codex:") + id, status, at(updated));
     thread.recencyAt = at(recency);
     return thread;
 }
@@ -35,15 +36,20 @@ RackThread desktopThread(const QString &id, RackStatus status, bool liveCloud)
     return thread;
 }
 
-ThreadCollection collection(QList<RackThread> threads, const QString &description, bool live = false)
+ThreadCollection collection(QList<RackThread> threads, const QString &description,
+                            bool live = false)
 {
     return ThreadCollection{std::move(threads), description, live, {}};
 }
 
 ThreadSourceFailure named(const char *sourceName)
 {
-    return ThreadSourceFailure{QString::fromUtf8(sourceName), ThreadSourceFailureState::degraded,
-                               false, std::nullopt, std::nullopt, false};
+    return ThreadSourceFailure{QString::fromUtf8(sourceName),
+                               ThreadSourceFailureState::degraded,
+                               false,
+                               std::nullopt,
+                               std::nullopt,
+                               false};
 }
 
 QStringList failureNames(const ThreadCollection &result)
@@ -85,7 +91,8 @@ public:
 class FakeFileWatch : public FileWatch
 {
 public:
-    struct State {
+    struct State
+    {
         QSet<QString> existing;
         QHash<QString, int> handles;
         Handler handler;
@@ -130,7 +137,8 @@ const QString databasePath = QStringLiteral("/codex/state_5.sqlite");
 const QString walPath = QStringLiteral("/codex/state_5.sqlite-wal");
 const QString rolloutPath = QStringLiteral("/codex/sessions/rollout-a.jsonl");
 
-struct RepositoryOptions {
+struct RepositoryOptions
+{
     bool desktop = false;
     bool watching = false;
     std::chrono::milliseconds safetyNet{0};
@@ -194,8 +202,7 @@ protected:
             [&] { return repository->completedLocalRefreshCount() > before; }));
     }
 
-    template<typename T>
-    static std::vector<T> drain(const ChannelPtr<T> &channel)
+    template <typename T> static std::vector<T> drain(const ChannelPtr<T> &channel)
     {
         std::vector<T> all;
         while (channel->size() > 0)
@@ -203,8 +210,7 @@ protected:
         return all;
     }
 
-    template<typename T>
-    static QCoro::Task<std::optional<T>> takeOne(ChannelPtr<T> channel)
+    template <typename T> static QCoro::Task<std::optional<T>> takeOne(ChannelPtr<T> channel)
     {
         auto next = channel->next();
         co_return co_await next;
@@ -228,7 +234,8 @@ protected:
 
 // ---- Which side answers ----
 
-struct SideCase {
+struct SideCase
+{
     const char *name;
     bool liveAnswers;
     bool historyAnswers;
@@ -292,24 +299,51 @@ TEST_P(CodexRepositorySidesTest, AnswersFromTheBestSideThatWorks)
 INSTANTIATE_TEST_SUITE_P(
     Table, CodexRepositorySidesTest,
     ::testing::Values(
-        SideCase{"LiveWithActivity", true, true, false, false,
-                 QStringLiteral("Codex app-server + local activity"), {}, {"a=working"}, true},
-        SideCase{"LiveWhenTheOverlayFails", true, true, false, true,
-                 QStringLiteral("Codex app-server"), {}, {"a=recent"}, true},
-        SideCase{"HistoryWhenLiveFails", false, true, false, false,
+        SideCase{"LiveWithActivity",
+                 true,
+                 true,
+                 false,
+                 false,
+                 QStringLiteral("Codex app-server + local activity"),
+                 {},
+                 {"a=working"},
+                 true},
+        SideCase{"LiveWhenTheOverlayFails",
+                 true,
+                 true,
+                 false,
+                 true,
+                 QStringLiteral("Codex app-server"),
+                 {},
+                 {"a=recent"},
+                 true},
+        SideCase{"HistoryWhenLiveFails",
+                 false,
+                 true,
+                 false,
+                 false,
                  QStringLiteral("Local Codex history (read-only) + Codex live unavailable"
                                 " + local activity"),
-                 {"Codex"}, {"a=working", "b=recent"}, false},
+                 {"Codex"},
+                 {"a=working", "b=recent"},
+                 false},
         SideCase{"ThrowsWhenBothFailWithoutDesktop", false, false, false, false, {}, {}, {}, false},
-        SideCase{"DesktopOnlyWhenBothFail", false, false, true, false,
+        SideCase{"DesktopOnlyWhenBothFail",
+                 false,
+                 false,
+                 true,
+                 false,
                  QStringLiteral("Codex local history unavailable + Codex live unavailable"
                                 " + Codex desktop"),
-                 {"Codex local history"}, {"d=recent"}, false}),
+                 {"Codex local history"},
+                 {"d=recent"},
+                 false}),
     [](const auto &info) { return std::string(info.param.name); });
 
 // ---- Reconciliation: the local list, with status lent by the live side ----
 
-struct ReconcileCase {
+struct ReconcileCase
+{
     const char *name;
     std::optional<RackThread> live;
     RackThread local;
@@ -361,8 +395,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(CodexRepositoryMergeTest, DesktopProjectionAddsOnlyDesktopThreadsAndTheirFailures)
 {
     const ThreadCollection base = CodexThreadRepository::reconcile(
-        {codexThread("a", RackStatus::working, 1, 1)}, std::nullopt,
-        {named("X")}, {named("X")});
+        {codexThread("a", RackStatus::working, 1, 1)}, std::nullopt, {named("X")}, {named("X")});
     EXPECT_EQ(base.sourceFailures.size(), 1) << "failures are not repeated";
 
     EXPECT_EQ(CodexThreadRepository::mergeDesktopProjection(
@@ -370,10 +403,10 @@ TEST(CodexRepositoryMergeTest, DesktopProjectionAddsOnlyDesktopThreadsAndTheirFa
               base)
         << "a projection without threads changes nothing, not even the description";
 
-    ThreadCollection projection = collection(
-        {desktopThread("d", RackStatus::working, false), desktopThread("e", RackStatus::error, true),
-         codexThread("plain", RackStatus::working, 1, 1)},
-        QStringLiteral("Codex desktop"));
+    ThreadCollection projection = collection({desktopThread("d", RackStatus::working, false),
+                                              desktopThread("e", RackStatus::error, true),
+                                              codexThread("plain", RackStatus::working, 1, 1)},
+                                             QStringLiteral("Codex desktop"));
     projection.sourceFailures = {named("Codex desktop catalog")};
     const ThreadCollection merged = CodexThreadRepository::mergeDesktopProjection(base, projection);
     EXPECT_EQ(merged.sourceDescription, QStringLiteral("Codex local activity + Codex desktop"));
@@ -391,9 +424,9 @@ TEST_F(CodexThreadRepositoryTest, ALocalPictureLandingDuringTheLiveFetchIsTheLis
     overlay->lifts = {{QStringLiteral("a"), RackStatus::completed}};
     beginFetch();
     repository->requestLocalRefresh();
-    answerLocalRefresh(collection({codexThread("a", RackStatus::recent, 50, 40),
-                                   codexThread("b", RackStatus::recent, 5, 5)},
-                                  QStringLiteral("Local Codex history (read-only)")));
+    answerLocalRefresh(collection(
+        {codexThread("a", RackStatus::recent, 50, 40), codexThread("b", RackStatus::recent, 5, 5)},
+        QStringLiteral("Local Codex history (read-only)")));
     EXPECT_EQ(repository->localRevision(), 1u);
 
     // The live list was read before the turn ended and misses thread b.
@@ -426,7 +459,8 @@ TEST_F(CodexThreadRepositoryTest, LocalRefreshesRunOneAtATimeWithOneQueued)
     EXPECT_EQ(snapshots[0].sourceDescription, QStringLiteral("Codex local activity"));
 
     repository->requestLocalRefresh();
-    answerLocalRefresh(collection({codexThread("a", RackStatus::recent, 2, 2)}, QStringLiteral("history")));
+    answerLocalRefresh(
+        collection({codexThread("a", RackStatus::recent, 2, 2)}, QStringLiteral("history")));
     EXPECT_EQ(drain(repository->localSnapshots()).size(), 1u);
     EXPECT_EQ(repository->localRevision(), 3u);
 }
@@ -452,7 +486,8 @@ TEST_F(CodexThreadRepositoryTest, WorkOfAnEarlierGenerationNeverLands)
 
     // The new generation works as usual.
     repository->requestLocalRefresh();
-    answerLocalRefresh(collection({codexThread("a", RackStatus::recent, 1, 1)}, QStringLiteral("h")));
+    answerLocalRefresh(
+        collection({codexThread("a", RackStatus::recent, 1, 1)}, QStringLiteral("h")));
     EXPECT_EQ(drain(repository->localSnapshots()).size(), 1u);
 }
 
@@ -463,8 +498,8 @@ TEST_F(CodexThreadRepositoryTest, RolloutChangesRefreshLocallyAndDatabaseChanges
     build({.watching = true});
     overlay->rollouts = {rolloutPath};
     repository->start();
-    ASSERT_TRUE(taskrack::testing::waitUntil(
-        [&] { return repository->watchedFiles().size() == 3; }));
+    ASSERT_TRUE(
+        taskrack::testing::waitUntil([&] { return repository->watchedFiles().size() == 3; }));
     EXPECT_EQ(repository->watchedFiles(), (QStringList{rolloutPath, databasePath, walPath}));
     const ThreadCollection answer =
         collection({codexThread("a", RackStatus::recent, 1, 1)}, QStringLiteral("history"));
@@ -485,8 +520,8 @@ TEST_F(CodexThreadRepositoryTest, RolloutChangesRefreshLocallyAndDatabaseChanges
     files->fire(databasePath);
     clock.advance(TaskFileWatcher::collapseInterval);
     answerLocalRefresh(answer);
-    ASSERT_TRUE(taskrack::testing::waitUntil(
-        [&] { return repository->watchedFiles().size() == 2; }));
+    ASSERT_TRUE(
+        taskrack::testing::waitUntil([&] { return repository->watchedFiles().size() == 2; }));
 }
 
 TEST_F(CodexThreadRepositoryTest, TheSafetyNetRefreshesWithoutAnyFileEvent)

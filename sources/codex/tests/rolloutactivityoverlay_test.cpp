@@ -1,5 +1,5 @@
-#include "sources/codex/rolloutactivityoverlay.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "sources/codex/rolloutactivityoverlay.h"
 #include "sources/codex/sqlitethreadsource.h"
 #include "sources/codex/sqlitethreadsourceerror.h"
 #include "statedatabasefixture.h"
@@ -36,8 +36,8 @@ QByteArray event(const char *kind, std::optional<qint64> at, const QByteArray &e
     QByteArray line = "{";
     if (at)
         line += "\"timestamp\":\"" + iso(*at) + "\",";
-    line += "\"type\":\"event_msg\",\"payload\":{\"type\":\"" + QByteArray(kind) + "\"" + extraPayload
-            + "}}\n";
+    line += "\"type\":\"event_msg\",\"payload\":{\"type\":\"" + QByteArray(kind) + "\"" +
+            extraPayload + "}}\n";
     return line;
 }
 
@@ -49,9 +49,9 @@ QByteArray failure(qint64 at)
 // A lifecycle line of exactly `length` bytes before its newline.
 QByteArray paddedEvent(const char *kind, qint64 at, qint64 length)
 {
-    const QByteArray head = "{\"timestamp\":\"" + iso(at)
-                            + "\",\"type\":\"event_msg\",\"payload\":{\"type\":\"" + kind
-                            + "\",\"pad\":\"";
+    const QByteArray head = "{\"timestamp\":\"" + iso(at) +
+                            "\",\"type\":\"event_msg\",\"payload\":{\"type\":\"" + kind +
+                            "\",\"pad\":\"";
     const QByteArray tail = "\"}}";
     return head + QByteArray(length - head.size() - tail.size(), 'p') + tail + "\n";
 }
@@ -59,7 +59,8 @@ QByteArray paddedEvent(const char *kind, qint64 at, qint64 length)
 // Model output: never a lifecycle line. Exactly `length` bytes with its newline.
 QByteArray filler(qint64 length)
 {
-    const QByteArray head = "{\"type\":\"response_item\",\"payload\":{\"type\":\"message\",\"text\":\"";
+    const QByteArray head =
+        "{\"type\":\"response_item\",\"payload\":{\"type\":\"message\",\"text\":\"";
     const QByteArray tail = "\"}}\n";
     return head + QByteArray(length - head.size() - tail.size(), 'f') + tail;
 }
@@ -75,8 +76,11 @@ QByteArray fillerBlock(qint64 total, qint64 lineLength = 16 * KiB)
 }
 
 // Parameter tables print by case name.
-template<typename Case>
-    requires requires(const Case &c) { c.name; }
+template <typename Case>
+requires requires(const Case &c)
+{
+    c.name;
+}
 void PrintTo(const Case &c, std::ostream *os)
 {
     *os << c.name;
@@ -179,7 +183,8 @@ protected:
     std::unique_ptr<RolloutActivityOverlay> overlay;
 };
 
-struct FreshnessCase {
+struct FreshnessCase
+{
     const char *name;
     QByteArray rollout;
     qint64 fileAgeMs;
@@ -211,34 +216,34 @@ INSTANTIATE_TEST_SUITE_P(
                       13 * hour, 10 * minute, RackStatus::working},
         FreshnessCase{"fiveSecondsAheadIsNow", event("task_started", nowMs), -5 * second, 0,
                       RackStatus::working},
-        FreshnessCase{"sixSecondsAheadIsNotBelieved", event("task_started", nowMs), -6 * second,
-                      0, RackStatus::recent},
+        FreshnessCase{"sixSecondsAheadIsNotBelieved", event("task_started", nowMs), -6 * second, 0,
+                      RackStatus::recent},
         FreshnessCase{"completedWithinFifteenMinutes",
-                      event("task_started", nowMs - 900 * second)
-                          + event("task_complete", nowMs - 899 * second),
+                      event("task_started", nowMs - 900 * second) +
+                          event("task_complete", nowMs - 899 * second),
                       899 * second, 0, RackStatus::completed},
         FreshnessCase{"completedLongerAgo",
-                      event("task_started", nowMs - 902 * second)
-                          + event("task_complete", nowMs - 901 * second),
+                      event("task_started", nowMs - 902 * second) +
+                          event("task_complete", nowMs - 901 * second),
                       901 * second, 0, RackStatus::recent},
         FreshnessCase{"completionBeforeTheLatestStart",
-                      event("task_started", nowMs - 10 * second)
-                          + event("task_complete", nowMs - 20 * second),
+                      event("task_started", nowMs - 10 * second) +
+                          event("task_complete", nowMs - 20 * second),
                       10 * second, 0, RackStatus::recent},
         FreshnessCase{"completionAtTheLatestStart",
-                      event("task_started", nowMs - 10 * second)
-                          + event("task_complete", nowMs - 10 * second),
+                      event("task_started", nowMs - 10 * second) +
+                          event("task_complete", nowMs - 10 * second),
                       10 * second, 0, RackStatus::completed},
         FreshnessCase{"completionWithoutTime",
                       event("task_started", nowMs - 10 * second) + event("task_complete", {}),
                       10 * second, 0, RackStatus::recent},
         FreshnessCase{"interruptedWithinTwoMinutes",
-                      event("task_started", nowMs - 130 * second)
-                          + event("turn_aborted", nowMs - 120 * second),
+                      event("task_started", nowMs - 130 * second) +
+                          event("turn_aborted", nowMs - 120 * second),
                       120 * second, 0, RackStatus::error},
         FreshnessCase{"interruptedLongerAgo",
-                      event("task_started", nowMs - 130 * second)
-                          + event("turn_aborted", nowMs - 121 * second),
+                      event("task_started", nowMs - 130 * second) +
+                          event("turn_aborted", nowMs - 121 * second),
                       121 * second, 0, RackStatus::recent},
         FreshnessCase{"failedWithinTwoMinutes",
                       event("task_started", nowMs - 61 * second) + failure(nowMs - 60 * second),
@@ -252,7 +257,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(RolloutActivityOverlayTest, CompletionFadesWhenItsWindowEndsThoughTheFileIsUnchanged)
 {
     addThread("t");
-    writeRollout("t", event("task_started", nowMs - 950 * second) + event("task_complete", nowMs - 899 * second),
+    writeRollout("t",
+                 event("task_started", nowMs - 950 * second) +
+                     event("task_complete", nowMs - 899 * second),
                  nowMs - 899 * second);
     EXPECT_EQ(statusOf("t"), RackStatus::completed);
     const quint64 afterFirstPass = overlay->bytesRead();
@@ -265,8 +272,9 @@ TEST_F(RolloutActivityOverlayTest, CompletionFadesWhenItsWindowEndsThoughTheFile
               QStringList({rolloutPath("t")}));
 
     EXPECT_EQ(statusOf("t", nowMs + 2 * second), RackStatus::recent);
-    EXPECT_TRUE(overlay->watchedRollouts(QDateTime::fromMSecsSinceEpoch(nowMs + 2 * second, Qt::UTC))
-                    .isEmpty());
+    EXPECT_TRUE(
+        overlay->watchedRollouts(QDateTime::fromMSecsSinceEpoch(nowMs + 2 * second, Qt::UTC))
+            .isEmpty());
 }
 
 TEST_F(RolloutActivityOverlayTest, ALiveStatusStandsButTimesStillFollowTheRollout)
@@ -279,8 +287,8 @@ TEST_F(RolloutActivityOverlayTest, ALiveStatusStandsButTimesStillFollowTheRollou
         writeRollout(id, event("task_started", started) + event("task_complete", completed),
                      completed);
 
-    const ThreadCollection result = pass({thread("live", RackStatus::working), thread("history"),
-                                          thread("norecency")});
+    const ThreadCollection result =
+        pass({thread("live", RackStatus::working), thread("history"), thread("norecency")});
     EXPECT_EQ(result.sourceDescription, "Local Codex history (read-only) + local activity");
 
     const RackThread &live = result.threads[0];
@@ -300,8 +308,11 @@ TEST_F(RolloutActivityOverlayTest, ALiveStatusStandsButTimesStillFollowTheRollou
 TEST_F(RolloutActivityOverlayTest, OnlyLocalCodexThreadsWithARecordAreCandidates)
 {
     addThread("t");
-    database->insert({{"id", "archived"}, {"rollout_path", rolloutPath("archived")}, {"title", "a"},
-                      {"source", "exec"}, {"archived", 1}});
+    database->insert({{"id", "archived"},
+                      {"rollout_path", rolloutPath("archived")},
+                      {"title", "a"},
+                      {"source", "exec"},
+                      {"archived", 1}});
     database->insert({{"id", "nopath"}, {"rollout_path", ""}, {"title", "n"}, {"source", "exec"}});
     for (const QString id : {"t", "archived", "nopath", "desktop"})
         writeRollout(id, event("task_started", nowMs), nowMs);
@@ -314,12 +325,12 @@ TEST_F(RolloutActivityOverlayTest, OnlyLocalCodexThreadsWithARecordAreCandidates
     desktop.codexDesktopIdentity = CodexDesktopIdentity{"scope"};
 
     EXPECT_EQ(statusesOf({thread("t"), thread("archived"), thread("nopath"), claude, desktop}),
-              (QList<RackStatus>{RackStatus::working, RackStatus::recent,
-                                            RackStatus::recent, RackStatus::recent,
-                                            RackStatus::recent}));
+              (QList<RackStatus>{RackStatus::working, RackStatus::recent, RackStatus::recent,
+                                 RackStatus::recent, RackStatus::recent}));
 }
 
-struct LineLimitCase {
+struct LineLimitCase
+{
     const char *name;
     QByteArray appended;
     RackStatus expected;
@@ -353,8 +364,8 @@ INSTANTIATE_TEST_SUITE_P(
                       RackStatus::working},
         // 300 KiB spans several 64 KiB reads: no fragment of the dropped line may leak.
         LineLimitCase{"theLineAfterADroppedOneIsRead",
-                      paddedEvent("turn_aborted", nowMs - 10 * second, 300 * 1024)
-                          + event("task_complete", nowMs - 9 * second),
+                      paddedEvent("turn_aborted", nowMs - 10 * second, 300 * 1024) +
+                          event("task_complete", nowMs - 9 * second),
                       RackStatus::completed}),
     [](const auto &info) { return std::string(info.param.name); });
 
@@ -406,7 +417,8 @@ TEST_F(RolloutActivityOverlayTest, AnOldFileWithoutLifecycleNearItsEndIsNotScann
     const QByteArray next = event("task_started", nowMs - second);
     appendRollout("t", next, nowMs - second);
     EXPECT_EQ(statusOf("t"), RackStatus::working);
-    EXPECT_EQ(overlay->bytesRead(), quint64(RolloutActivityOverlay::maximumTailBytes + next.size()));
+    EXPECT_EQ(overlay->bytesRead(),
+              quint64(RolloutActivityOverlay::maximumTailBytes + next.size()));
 }
 
 TEST_F(RolloutActivityOverlayTest, AFreshFileWithoutLifecycleNearItsEndIsScannedWithinBudget)
@@ -415,8 +427,8 @@ TEST_F(RolloutActivityOverlayTest, AFreshFileWithoutLifecycleNearItsEndIsScanned
     writeRollout("t", event("task_started", nowMs - 20 * minute) + fillerBlock(3 * MiB),
                  nowMs - second);
     EXPECT_EQ(statusOf("t"), RackStatus::working);
-    EXPECT_EQ(overlay->bytesRead(), quint64(RolloutActivityOverlay::maximumTailBytes
-                                            + RolloutActivityOverlay::maximumLifecycleScanBytes));
+    EXPECT_EQ(overlay->bytesRead(), quint64(RolloutActivityOverlay::maximumTailBytes +
+                                            RolloutActivityOverlay::maximumLifecycleScanBytes));
 
     // The unread middle is skipped for good: the next pass starts at the old end.
     const quint64 before = overlay->bytesRead();
@@ -433,7 +445,8 @@ TEST_F(RolloutActivityOverlayTest, AnAppendBeyondTheScanBudgetBootstrapsFromTheT
     ASSERT_EQ(statusOf("t"), RackStatus::working);
 
     const quint64 before = overlay->bytesRead();
-    appendRollout("t", fillerBlock(3 * MiB) + event("turn_aborted", nowMs - second), nowMs - second);
+    appendRollout("t", fillerBlock(3 * MiB) + event("turn_aborted", nowMs - second),
+                  nowMs - second);
     EXPECT_EQ(statusOf("t"), RackStatus::error);
     EXPECT_LE(overlay->bytesRead() - before, quint64(RolloutActivityOverlay::maximumTailBytes));
 }
@@ -466,8 +479,9 @@ TEST_F(RolloutActivityOverlayTest, RolloutsOutsideCodexsFolderAreNeverOpened)
     write(foreign, event("task_started", nowMs), nowMs);
 
     addThread("direct", 0, 0, foreign);
-    addThread("dotdot", 0, 0, home() + "/sessions/../../" + QFileInfo(outside.path()).fileName()
-                                  + "/rollout.jsonl");
+    addThread("dotdot", 0, 0,
+              home() + "/sessions/../../" + QFileInfo(outside.path()).fileName() +
+                  "/rollout.jsonl");
     const QString link = rolloutPath("linked");
     QDir().mkpath(QFileInfo(link).absolutePath());
     ASSERT_TRUE(QFile::link(foreign, link));
@@ -482,9 +496,8 @@ TEST_F(RolloutActivityOverlayTest, RolloutsOutsideCodexsFolderAreNeverOpened)
 
     EXPECT_EQ(statusesOf({thread("direct"), thread("dotdot"), thread("linked"), thread("viaFolder"),
                           thread("alias")}),
-              (QList<RackStatus>{RackStatus::recent, RackStatus::recent,
-                                            RackStatus::recent, RackStatus::recent,
-                                            RackStatus::working}));
+              (QList<RackStatus>{RackStatus::recent, RackStatus::recent, RackStatus::recent,
+                                 RackStatus::recent, RackStatus::working}));
     EXPECT_EQ(overlay->bytesRead(), quint64(event("task_started", nowMs).size()));
 }
 

@@ -37,7 +37,8 @@ TEST(RolloutTimestampTest, ParsesToTheMillisecond)
 TEST(RolloutLineTest, ClassifiesLifecycleLines)
 {
     const qint64 t0 = ms("2026-11-22T19:53:36.533Z");
-    const struct {
+    const struct
+    {
         const char *name;
         const char *line;
         std::optional<RolloutLifecycleEvent> expected;
@@ -55,8 +56,7 @@ TEST(RolloutLineTest, ClassifiesLifecycleLines)
         {"aborted",
          R"({"timestamp":"2026-11-22T19:53:36.533Z","type":"event_msg","payload":{"type":"turn_aborted","reason":"interrupted"}})",
          RolloutLifecycleEvent{RolloutLifecycleKind::turnAborted, t0}},
-        {"noTimestampStillCounts",
-         R"({"type":"event_msg","payload":{"type":"task_complete"}})",
+        {"noTimestampStillCounts", R"({"type":"event_msg","payload":{"type":"task_complete"}})",
          RolloutLifecycleEvent{RolloutLifecycleKind::taskComplete, std::nullopt}},
         {"badTimestampStillCounts",
          R"({"timestamp":"yesterday","type":"event_msg","payload":{"type":"task_started"}})",
@@ -68,8 +68,7 @@ TEST(RolloutLineTest, ClassifiesLifecycleLines)
          R"({"type":"response_item","payload":{"type":"message","text":"event_msg task_complete"}})",
          std::nullopt},
         {"timestampOfTheWrongKind",
-         R"({"timestamp":17,"type":"event_msg","payload":{"type":"task_complete"}})",
-         std::nullopt},
+         R"({"timestamp":17,"type":"event_msg","payload":{"type":"task_complete"}})", std::nullopt},
         {"notAnObject", R"(["event_msg","task_complete"])", std::nullopt},
         {"truncated",
          R"({"timestamp":"2026-11-22T19:53:36.533Z","type":"event_msg","payload":{"type":"task_complete")",

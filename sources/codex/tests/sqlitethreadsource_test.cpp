@@ -21,8 +21,11 @@ namespace {
 using Row = QList<std::pair<QString, QVariant>>;
 
 // Parameter tables print by case name.
-template<typename Case>
-    requires requires(const Case &c) { c.name; }
+template <typename Case>
+requires requires(const Case &c)
+{
+    c.name;
+}
 void PrintTo(const Case &c, std::ostream *os)
 {
     *os << c.name;
@@ -76,7 +79,8 @@ TEST_F(SQLiteThreadSourceTest, MapsARealisticRowIntoARecentCodexThread)
                    {"git_origin_url", " https://git.example.invalid/acme/widgets.git \n"},
                    {"updated_at_ms", qint64(1795377353005)}}));
 
-    const ThreadCollection collection = SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
+    const ThreadCollection collection =
+        SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
     ASSERT_EQ(collection.threads.size(), 1);
     EXPECT_EQ(collection.sourceDescription, "Local Codex history (read-only)");
     EXPECT_FALSE(collection.isLive);
@@ -95,7 +99,8 @@ TEST_F(SQLiteThreadSourceTest, MapsARealisticRowIntoARecentCodexThread)
     EXPECT_EQ(thread.updatedAt.toMSecsSinceEpoch(), 1795377353005);
     EXPECT_EQ(thread.recencyAt.toMSecsSinceEpoch(), 1795377352677);
     EXPECT_EQ(thread.projectIdentity,
-              makeProjectIdentity(fileSystem, dir.path(), QStringLiteral("https://git.example.invalid/acme/widgets.git")));
+              makeProjectIdentity(fileSystem, dir.path(),
+                                  QStringLiteral("https://git.example.invalid/acme/widgets.git")));
     EXPECT_EQ(thread.checkoutMetadata, probeCheckout(fileSystem, {dir.path()}));
     EXPECT_FALSE(thread.codexDesktopIdentity);
     EXPECT_FALSE(thread.isProviderFocused);
@@ -108,10 +113,12 @@ TEST_F(SQLiteThreadSourceTest, OrdersByRecencyAndTitlesPreferANameThenAPlacehold
     db.insert(row("b", 3000, {{"name", ""}, {"title", "First prompt"}}));
     db.insert(row("c", 3000, {{"name", QVariant()}, {"title", ""}}));
     // No recency recorded at all: the last write orders it.
-    db.insert(row("d", 0, {{"updated_at", 4}, {"updated_at_ms", 4000}, {"name", QVariant()},
-                           {"title", QVariant()}}));
+    db.insert(row(
+        "d", 0,
+        {{"updated_at", 4}, {"updated_at_ms", 4000}, {"name", QVariant()}, {"title", QVariant()}}));
 
-    const ThreadCollection collection = SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
+    const ThreadCollection collection =
+        SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
     EXPECT_EQ(idsOf(collection), QStringList({"a", "d", "c", "b"})) << "ties: descending id";
     QStringList titles;
     for (const RackThread &thread : collection.threads)
@@ -126,14 +133,16 @@ TEST_F(SQLiteThreadSourceTest, HidesArchivedSubagentAndSourcelessRows)
     db.insert(row("kept", 9000));
     db.insert(row("archived", 8000, {{"archived", 1}}));
     db.insert(row("spawned-json", 7000,
-                  {{"source", R"({"subagent":{"thread_spawn":{"depth":1}}})"}, {"thread_source", QVariant()}}));
+                  {{"source", R"({"subagent":{"thread_spawn":{"depth":1}}})"},
+                   {"thread_source", QVariant()}}));
     db.insert(row("spawned-column", 6000, {{"thread_source", "subagent"}}));
     db.insert(row("app-server", 5000, {{"source", "vscode"}, {"thread_source", QVariant()}}));
     // NOT LIKE on NULL is unknown in SQL, so such a row drops out; an empty source is kept.
     db.insert(row("null-source", 4000, {{"source", QVariant()}}));
     db.insert(row("empty-source", 3000, {{"source", ""}}));
 
-    const ThreadCollection collection = SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
+    const ThreadCollection collection =
+        SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
     EXPECT_EQ(idsOf(collection), QStringList({"kept", "app-server", "empty-source"}));
     EXPECT_EQ(collection.threads.last().source, "Codex");
 }
@@ -162,7 +171,8 @@ TEST_F(SQLiteThreadSourceTest, LimitIsClampedAndANonPositiveLimitTouchesNothing)
 
 TEST_F(SQLiteThreadSourceTest, AdaptsToTheColumnsOfEachSchemaGeneration)
 {
-    const struct {
+    const struct
+    {
         const char *name;
         const char *schema;
         Row row;
@@ -170,32 +180,58 @@ TEST_F(SQLiteThreadSourceTest, AdaptsToTheColumnsOfEachSchemaGeneration)
         qint64 expectedUpdatedMs;
         qint64 expectedRecencyMs;
     } cases[] = {
-        {"legacy", fixture::legacyThreadsSchema,
+        {"legacy",
+         fixture::legacyThreadsSchema,
          {{"id", "x"}, {"title", "t"}, {"source", "cli"}, {"updated_at", 1700000000}},
-         "", 1700000000000, 1700000000000},
+         "",
+         1700000000000,
+         1700000000000},
         {"secondsRecency",
          "CREATE TABLE threads (id TEXT, title TEXT, cwd TEXT, updated_at INTEGER,"
          " source TEXT, git_origin_url TEXT, archived INTEGER DEFAULT 0,"
          " preview TEXT, recency_at INTEGER)",
-         {{"id", "x"}, {"title", "t"}, {"source", "cli"}, {"updated_at", 1700000100},
-          {"recency_at", 1700000050}, {"preview", QVariant()}},
-         "", 1700000100000, 1700000050000},
-        {"zeroRecencyFallsBackToUpdated", fixture::currentThreadsSchema,
-         {{"id", "x"}, {"title", "t"}, {"source", "exec"}, {"updated_at", 1700000100},
-          {"updated_at_ms", 0}, {"recency_at", 0}, {"recency_at_ms", 0}, {"preview", "p"}},
-         "p", 1700000100000, 1700000100000},
-        {"secondsRecencyWhenMillisecondsAreZero", fixture::currentThreadsSchema,
-         {{"id", "x"}, {"title", "t"}, {"source", "exec"}, {"updated_at", 1700000100},
-          {"updated_at_ms", qint64(1700000100250)}, {"recency_at", 1700000070},
+         {{"id", "x"},
+          {"title", "t"},
+          {"source", "cli"},
+          {"updated_at", 1700000100},
+          {"recency_at", 1700000050},
+          {"preview", QVariant()}},
+         "",
+         1700000100000,
+         1700000050000},
+        {"zeroRecencyFallsBackToUpdated",
+         fixture::currentThreadsSchema,
+         {{"id", "x"},
+          {"title", "t"},
+          {"source", "exec"},
+          {"updated_at", 1700000100},
+          {"updated_at_ms", 0},
+          {"recency_at", 0},
+          {"recency_at_ms", 0},
+          {"preview", "p"}},
+         "p",
+         1700000100000,
+         1700000100000},
+        {"secondsRecencyWhenMillisecondsAreZero",
+         fixture::currentThreadsSchema,
+         {{"id", "x"},
+          {"title", "t"},
+          {"source", "exec"},
+          {"updated_at", 1700000100},
+          {"updated_at_ms", qint64(1700000100250)},
+          {"recency_at", 1700000070},
           {"recency_at_ms", 0}},
-         "", 1700000100250, 1700000070000},
+         "",
+         1700000100250,
+         1700000070000},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         QFile::remove(databasePath());
         StateDatabase db(databasePath(), c.schema);
         db.insert(c.row);
-        const ThreadCollection collection = SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
+        const ThreadCollection collection =
+            SQLiteThreadSource(fileSystem, codexHome()).readThreads(400);
         ASSERT_EQ(collection.threads.size(), 1);
         const RackThread &thread = collection.threads.first();
         EXPECT_EQ(thread.preview, c.expectedPreview);
@@ -204,7 +240,8 @@ TEST_F(SQLiteThreadSourceTest, AdaptsToTheColumnsOfEachSchemaGeneration)
     }
 }
 
-struct FailureCase {
+struct FailureCase
+{
     const char *name;
     // Prepares the folder; returns nothing.
     std::function<void(const QString &databasePath)> prepare;
@@ -251,15 +288,14 @@ INSTANTIATE_TEST_SUITE_P(
                     SQLiteThreadSourceError::Kind::prepareFailed,
                     "The local Codex history query could not be prepared: "},
         // A table that fails while rows are stepped, not while the query is prepared.
-        FailureCase{"failsWhileStepping",
-                    [](const QString &path) {
-                        StateDatabase(path,
-                                      "CREATE VIEW threads AS SELECT 'x' AS id, 't' AS title,"
-                                      " json_extract('{broken', '$') AS cwd, 1 AS updated_at,"
-                                      " 'exec' AS source, NULL AS git_origin_url, 0 AS archived");
-                    },
-                    SQLiteThreadSourceError::Kind::queryFailed,
-                    "The local Codex history query failed: "}),
+        FailureCase{
+            "failsWhileStepping",
+            [](const QString &path) {
+                StateDatabase(path, "CREATE VIEW threads AS SELECT 'x' AS id, 't' AS title,"
+                                    " json_extract('{broken', '$') AS cwd, 1 AS updated_at,"
+                                    " 'exec' AS source, NULL AS git_origin_url, 0 AS archived");
+            },
+            SQLiteThreadSourceError::Kind::queryFailed, "The local Codex history query failed: "}),
     [](const auto &info) { return std::string(info.param.name); });
 
 TEST_F(SQLiteThreadSourceTest, ReadsRowsThatOnlyExistInTheWriteAheadLog)
@@ -271,7 +307,8 @@ TEST_F(SQLiteThreadSourceTest, ReadsRowsThatOnlyExistInTheWriteAheadLog)
     writer.insert(row("fresh", 5000));
     ASSERT_TRUE(QFileInfo(databasePath() + "-wal").size() > 0);
 
-    EXPECT_EQ(idsOf(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400)), QStringList({"fresh"}));
+    EXPECT_EQ(idsOf(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400)),
+              QStringList({"fresh"}));
 }
 
 TEST_F(SQLiteThreadSourceTest, ReaderCreatesNoFileInTheCodexHome)
@@ -292,9 +329,11 @@ TEST_F(SQLiteThreadSourceTest, ReaderCreatesNoFileInTheCodexHome)
         }
         const QStringList before = QDir(dir.path()).entryList(QDir::Files);
         if (orphanLog)
-            EXPECT_THROW(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400), SQLiteThreadSourceError);
+            EXPECT_THROW(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400),
+                         SQLiteThreadSourceError);
         else
-            EXPECT_EQ(idsOf(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400)), QStringList({"x"}));
+            EXPECT_EQ(idsOf(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400)),
+                      QStringList({"x"}));
         EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), before);
         QFile::remove(databasePath() + "-wal");
         QFile::remove(databasePath());

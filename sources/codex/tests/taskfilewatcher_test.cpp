@@ -46,9 +46,9 @@ protected:
     {
         const QString temporary = file + QStringLiteral(".tmp");
         append(temporary, "replacement\n");
-        ASSERT_EQ(::rename(QFile::encodeName(temporary).constData(),
-                           QFile::encodeName(file).constData()),
-                  0);
+        ASSERT_EQ(
+            ::rename(QFile::encodeName(temporary).constData(), QFile::encodeName(file).constData()),
+            0);
     }
 
     // Waits for the first report, lets inotify deliver the rest, then closes the collapse
