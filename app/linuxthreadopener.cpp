@@ -21,4 +21,14 @@ QCoro::Task<void> LinuxThreadOpener::open(RackThread thread)
     co_await m_terminal.open(thread);
 }
 
+QCoro::Task<void> LinuxThreadOpener::activate(RackProvider provider)
+{
+    if (m_applications.hasRegisteredHandler(provider)) {
+        auto activating = m_applications.activate(provider);
+        co_await activating;
+        co_return;
+    }
+    m_terminal.startProvider(provider);
+}
+
 } // namespace taskrack

@@ -14,6 +14,9 @@ class LinuxThreadOpener : public ThreadOpening
 public:
     LinuxThreadOpener(RackProviderApplicationService &applications, TerminalResumeOpener &terminal);
     QCoro::Task<void> open(RackThread thread) override;
+    // The provider itself, from the empty rack: its checked desktop application when one is
+    // registered, else its command line in a terminal. Throws what opening a task throws.
+    QCoro::Task<void> activate(RackProvider provider);
 
 private:
     RackThreadOpener m_deepLinks;

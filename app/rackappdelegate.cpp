@@ -161,9 +161,7 @@ RackPanelAssembly &RackAppDelegate::rack()
     wiring.actions.showSettings = [this] { showSettings(); };
     wiring.actions.reconcileLocal = [this] { m_runtime->reconcileLocal(); };
     wiring.viewActions.retry = [&store] { store.scheduleRefresh(std::chrono::milliseconds(0)); };
-    wiring.viewActions.openProvider = [](RackProvider provider) {
-        qCInfo(lcApp, "Provider application requested: %s", qPrintable(rawValue(provider)));
-    };
+    wiring.viewActions.openProvider = [this](RackProvider provider) { activateProvider(provider); };
     wiring.viewActions.enableSwitcher = [this] {
         if (!m_input)
             return;
@@ -188,6 +186,22 @@ RackPanelAssembly &RackAppDelegate::rack()
     };
     m_rack = std::make_unique<RackPanelAssembly>(store, clock, std::move(wiring));
     return *m_rack;
+}
+
+QCoro::Task<void> RackAppDelegate::activateProvider(RackProvider provider)
+{
+    QPointer<RackAppDelegate> self(this);
+    std::exception_ptr error;
+    try {
+        auto activating = m_runtime->opener().activate(provider);
+        co_await activating;
+    } catch (...) {
+        error = std::current_exception();
+    }
+    if (!self || !error)
+        co_return;
+    qCWarning(lcApp, "Provider application could not be opened; details omitted");
+    m_runtime->store().showOpenError(error);
 }
 
 void RackAppDelegate::startInput()

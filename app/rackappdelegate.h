@@ -48,6 +48,8 @@ public:
     void toggleRack();
     void showQuickTask(const QString &folder);
     void showSettings();
+    // "Open Codex" / "Open Claude" from the empty rack; a failure shows like a failed open.
+    QCoro::Task<void> activateProvider(RackProvider provider);
     void restart();
 
     RackRuntime &runtime() { return *m_runtime; }

@@ -50,6 +50,7 @@ public:
     ~RackRuntime() override;
 
     RackStore &store() { return *m_store; }
+    LinuxThreadOpener &opener() { return m_opener; }
     const SourceAssembly &assembly() const { return m_assembly; }
 
     // Starts everything in order, once: snapshot loops, watchers and safety nets, the wake

@@ -65,17 +65,33 @@ TerminalResumeOpener::Plan TerminalResumeOpener::plan(const RackThread &thread) 
 QCoro::Task<void> TerminalResumeOpener::open(RackThread thread)
 {
     const Plan resume = plan(thread);
-    switch (m_launcher.launch(resume.argv, resume.workingDirectory)) {
+    launch(resume.argv, resume.workingDirectory, thread.provider);
+    co_return;
+}
+
+void TerminalResumeOpener::startProvider(RackProvider provider)
+{
+    const QString program = findExecutable(
+        provider == RackProvider::codex ? QStringLiteral("codex") : QStringLiteral("claude"));
+    if (program.isEmpty())
+        throw RackProviderApplicationError(
+            RackProviderApplicationError::Kind::applicationNotInstalled, provider);
+    launch({program}, QDir::homePath(), provider);
+}
+
+void TerminalResumeOpener::launch(const QStringList &argv, const QString &folder,
+                                  RackProvider provider)
+{
+    switch (m_launcher.launch(argv, folder)) {
     case TerminalLauncher::Result::started:
-        break;
+        return;
     case TerminalLauncher::Result::noTerminal:
         throw TaskrackError(QStringLiteral(
             "No terminal to resume this task in: set $TERMINAL or install x-terminal-emulator."));
     case TerminalLauncher::Result::launchFailed:
         throw RackProviderApplicationError(RackProviderApplicationError::Kind::launchFailed,
-                                           thread.provider);
+                                           provider);
     }
-    co_return;
 }
 
 } // namespace taskrack

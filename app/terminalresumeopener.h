@@ -19,6 +19,8 @@ public:
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment());
 
     QCoro::Task<void> open(RackThread thread) override;
+    // The provider's command line on its own, in a terminal in the home folder ("Open Codex").
+    void startProvider(RackProvider provider);
 
     // The command that would run in the terminal; throws the errors open() would.
     struct Plan
@@ -30,6 +32,7 @@ public:
 
 private:
     QString findExecutable(const QString &name) const;
+    void launch(const QStringList &argv, const QString &folder, RackProvider provider);
 
     TerminalLauncher &m_launcher;
     QProcessEnvironment m_environment;

@@ -134,6 +134,9 @@ public:
     // Forgets the request in flight, so its answer is ignored.
     void clearPendingOpen();
     void clearOpenError();
+    // A failure to open something the rack offered besides a task (a provider's application):
+    // shown like a failed open, until the rack hides.
+    void showOpenError(std::exception_ptr error);
     // Marks finished threads as read; saves the ledger once. Returns how many changed.
     int markRead(const QList<RackThread> &threads);
     int markAllRead();

@@ -401,9 +401,7 @@ QCoro::Task<bool> RackStore::open(RackThread thread)
         if (isCancellation(error))
             co_return false;
         qCWarning(lcStore, "Task open failed; details omitted");
-        assign(m_errorMessage, std::optional<QString>(describeException(error)),
-               &RackStore::errorMessageChanged);
-        assign(m_hasOpenError, true, &RackStore::hasOpenErrorChanged);
+        showOpenError(error);
         co_return false;
     }
     if (m_hasOpenError) {
@@ -418,6 +416,15 @@ QCoro::Task<bool> RackStore::open(RackThread thread)
 void RackStore::clearPendingOpen()
 {
     assign(m_pendingOpenID, std::optional<QUuid>(), &RackStore::pendingOpenIDChanged);
+}
+
+void RackStore::showOpenError(std::exception_ptr error)
+{
+    if (isCancellation(error))
+        return;
+    assign(m_errorMessage, std::optional<QString>(describeException(error)),
+           &RackStore::errorMessageChanged);
+    assign(m_hasOpenError, true, &RackStore::hasOpenErrorChanged);
 }
 
 void RackStore::clearOpenError()

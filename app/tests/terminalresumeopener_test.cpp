@@ -1,9 +1,11 @@
 #include "app/terminalresumeopener.h"
+#include "core/rackthreadopener.h"
 #include "platform/linux/linuxterminallauncher.h"
 
 #include "testing/fakethreadsource.h"
 #include "testing/testsupport.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -79,6 +81,9 @@ TEST_F(TerminalResumeOpenerTest, ResumesWithTheProvidersOwnCommandInTheTasksFold
     awaitVoid(opener.open(thread(RackProvider::claudeDesktop, "local_" + id)));
     EXPECT_EQ(started.mid(1),
               QStringList({"-e", bin.filePath("claude"), "--resume", id, project.path()}));
+    // "Open Claude" from the empty rack: the command alone, in the home folder.
+    opener.startProvider(RackProvider::claudeDesktop);
+    EXPECT_EQ(started.mid(1), QStringList({"-e", bin.filePath("claude"), QDir::homePath()}));
 
     // $TERMINAL wins when it names a program; otherwise it is ignored.
     install("myterm");
@@ -93,6 +98,9 @@ TEST_F(TerminalResumeOpenerTest, RefusesClearly)
 {
     const QString id = "0199a213-81c0-7800-8aa1-bbab2a035a53";
     EXPECT_EQ(refusal(thread(RackProvider::codex, id)), "The Codex app is not installed.");
+    LinuxTerminalLauncher launcher(environment);
+    EXPECT_THROW(TerminalResumeOpener(launcher, environment).startProvider(RackProvider::codex),
+                 RackProviderApplicationError);
     install("codex");
     EXPECT_EQ(refusal(thread(RackProvider::codex, id)),
               "No terminal to resume this task in: set $TERMINAL or install x-terminal-emulator.");
