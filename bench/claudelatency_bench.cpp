@@ -287,12 +287,3 @@ void BM_StreamingTranscript(benchmark::State &state)
 BENCHMARK(BM_StreamingTranscript)->Unit(benchmark::kSecond)->Iterations(1);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -312,12 +312,3 @@ void BM_WarmCompositeRefresh(benchmark::State &state)
 BENCHMARK(BM_WarmCompositeRefresh)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -130,12 +130,3 @@ void BM_KeyToGlobalShortcut(benchmark::State &state)
 BENCHMARK(BM_KeyToGlobalShortcut)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(300);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -87,13 +87,3 @@ void refreshWithPendingUpdates(benchmark::State &state)
 BENCHMARK(refreshWithPendingUpdates)->Arg(800)->Arg(1600)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    QLoggingCategory::setFilterRules(QStringLiteral("com.quillon.Taskrack.*.info=false"));
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -232,13 +232,3 @@ void BM_SQLiteFetch400(benchmark::State &state)
 BENCHMARK(BM_SQLiteFetch400)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    // The SQLite source runs its reads on a worker thread, which wants an application.
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -33,6 +33,21 @@ Rectangle {
     Behavior on color { ColorAnimation { duration: rack.selectionAnimation } }
     Behavior on border.color { ColorAnimation { duration: rack.selectionAnimation } }
 
+    // A working task glows in its status colour around the key; the selection's own border
+    // replaces it, so the two blues never meet. Still, not animated: an open rack stays idle.
+    Rectangle {
+        z: -1
+        visible: face.isThread && face.status === "working" && !face.selected
+        anchors.fill: parent
+        anchors.margins: -3
+        radius: face.radius + 3
+        color: "transparent"
+        border.width: 3
+        border.color: Qt.rgba(rack.palette.statusColor("working").r,
+                              rack.palette.statusColor("working").g,
+                              rack.palette.statusColor("working").b, 0.35)
+    }
+
     Rectangle {
         id: badge
         x: 8; y: 8
@@ -62,8 +77,8 @@ Rectangle {
             color: rack.palette.statusColor(face.status)
         }
         Text {
-            // On a narrow key the colour stays and the word goes.
-            visible: face.width > 124
+            // The word stays beside the colour while it fits right of the key badge.
+            visible: face.width >= badge.x + badge.width + 8 + 13 + implicitWidth + 8
             text: face.statusLabel
             font.pixelSize: 11
             color: rack.palette.secondaryText
