@@ -84,10 +84,13 @@ protected:
     {
         build();
         bool started = false;
-        auto starting = [&]() -> QCoro::Task<void> {
-            co_await runtime->start(steps, &systemEvents);
+        // The closure outlives the coroutine's suspensions: it is named, not a temporary.
+        auto body = [&]() -> QCoro::Task<void> {
+            auto running = runtime->start(steps, &systemEvents);
+            co_await running;
             started = true;
-        }();
+        };
+        auto starting = body();
         EXPECT_TRUE(
             waitUntil([&] { return codex->fetchCount() == 1 && claude->fetchCount() == 1; }));
         const QStringList beforeFetch = events;
