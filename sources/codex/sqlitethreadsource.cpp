@@ -87,13 +87,52 @@ QCoro::Task<ThreadCollection> SQLiteThreadSource::fetchThreads(int limit, std::s
     co_return collection;
 }
 
+SQLiteThreadSource::Version SQLiteThreadSource::currentVersion(int limit) const
+{
+    Version version;
+    version.limit = limit;
+    const QString logPath = m_databasePath + QStringLiteral("-wal");
+    if (auto database = m_fileSystem.stat(m_databasePath))
+        version.database = *database;
+    if (auto log = m_fileSystem.stat(logPath))
+        version.log = *log;
+    for (const QString &path : {m_databasePath, logPath}) {
+        auto file = m_fileSystem.openForReading(path, {});
+        if (!file)
+            continue;
+        if (auto header = (*file)->readAt(0, 32))
+            version.headers += *header;
+    }
+    return version;
+}
+
 ThreadCollection SQLiteThreadSource::readThreads(int limit, const std::stop_token &stop) const
+{
+    if (limit < 1) {
+        ThreadCollection collection;
+        collection.sourceDescription = description;
+        return collection;
+    }
+    limit = std::min(limit, maximumLimit);
+    const Version version = currentVersion(limit);
+    {
+        const std::lock_guard lock(m_cacheMutex);
+        if (version.database && m_cache && m_cache->first == version)
+            return m_cache->second;
+    }
+    ThreadCollection collection = queryThreads(limit, stop);
+    // Kept only if nothing moved while the query ran; otherwise the next read queries again.
+    if (version.database && currentVersion(limit) == version) {
+        const std::lock_guard lock(m_cacheMutex);
+        m_cache.emplace(version, collection);
+    }
+    return collection;
+}
+
+ThreadCollection SQLiteThreadSource::queryThreads(int limit, const std::stop_token &stop) const
 {
     ThreadCollection collection;
     collection.sourceDescription = description;
-    if (limit < 1)
-        return collection;
-    limit = std::min(limit, maximumLimit);
 
     ReadOnlyDatabase database(m_databasePath);
     ReadOnlyDatabase::Statement statement(database, listingQuery(database.columns("threads")));

@@ -8,6 +8,8 @@
 #include "platform/filesystem.h"
 
 #include <QSet>
+#include <mutex>
+#include <optional>
 
 namespace taskrack {
 
@@ -29,17 +31,35 @@ public:
     QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override;
 
     // The same read, synchronously on the calling thread. Throws SQLiteThreadSourceError or
-    // OperationCancelled.
+    // OperationCancelled. An unchanged database answers from the last read without opening it.
     ThreadCollection readThreads(int limit, const std::stop_token &stop = {}) const;
 
     // The listing statement for a `threads` table with these columns.
     static QByteArray listingQuery(const QSet<QString> &columns);
 
 private:
+    // What identifies the database's content without querying it: the file and its log, with
+    // their headers (the change counter; the log's salts, which change when SQLite starts the
+    // log over at the same size), since two writes can share one modification time.
+    struct Version
+    {
+        std::optional<FileAttributes> database;
+        std::optional<FileAttributes> log;
+        QByteArray headers;
+        int limit = 0;
+        bool operator==(const Version &) const = default;
+    };
+    Version currentVersion(int limit) const;
+    ThreadCollection queryThreads(int limit, const std::stop_token &stop) const;
+
     const FileSystem &m_fileSystem;
     QString m_databasePath;
     QString m_homeDir;
     SerialExecutor m_executor;
+    // The last answer, reused while neither the database nor its log has changed: Codex writes
+    // both on every change, and a warm refresh should not query and probe 400 rows again.
+    mutable std::mutex m_cacheMutex;
+    mutable std::optional<std::pair<Version, ThreadCollection>> m_cache;
 };
 
 } // namespace taskrack

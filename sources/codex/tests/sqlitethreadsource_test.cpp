@@ -307,8 +307,13 @@ TEST_F(SQLiteThreadSourceTest, ReadsRowsThatOnlyExistInTheWriteAheadLog)
     writer.insert(row("fresh", 5000));
     ASSERT_TRUE(QFileInfo(databasePath() + "-wal").size() > 0);
 
-    EXPECT_EQ(idsOf(SQLiteThreadSource(fileSystem, codexHome()).readThreads(400)),
-              QStringList({"fresh"}));
+    SQLiteThreadSource source(fileSystem, codexHome());
+    EXPECT_EQ(idsOf(source.readThreads(400)), QStringList({"fresh"}));
+    EXPECT_EQ(idsOf(source.readThreads(400)), QStringList({"fresh"})) << "answered again unchanged";
+    // A warm read reuses the last answer only while the files and their headers stand still:
+    // every write shows at once, also within one tick of the file clock.
+    writer.insert(row("later", 5000));
+    EXPECT_EQ(idsOf(source.readThreads(400)).size(), 2);
 }
 
 TEST_F(SQLiteThreadSourceTest, ReaderCreatesNoFileInTheCodexHome)
