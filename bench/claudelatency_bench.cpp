@@ -3,6 +3,7 @@
 // end a turn are a coalescing window apart, as a turn's start and end are; the counters give the
 // median and the 99th percentile. Run in Release; figures go to the report.
 #include "app/rackruntime.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "platform/preferences.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 
@@ -21,6 +22,9 @@
 using namespace taskrack;
 
 namespace {
+
+const LinuxFileSystem fileSystem;
+
 
 QByteArray stamp()
 {
@@ -139,7 +143,7 @@ struct ClaudeHome
         }
         source =
             std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
-                paths, &SystemClock::shared(), {}, {}, {}, true});
+                paths, &SystemClock::shared(), {}, {}, {}, true, &fileSystem});
         SourceAssembly assembly;
         assembly.members.push_back(source);
         LiveFeeds feeds;
@@ -155,9 +159,9 @@ struct ClaudeHome
         assembly.feeds.push_back(std::move(feeds));
         runtime =
             std::make_unique<RackRuntime>(std::move(assembly), preferences, SystemClock::shared());
-        runtime->startLoops();
         bool refreshed = false;
-        signalWhenDone(runtime->store().refresh(), refreshed);
+        // Loops, watchers and the first refresh, in the application's order.
+        signalWhenDone(runtime->start(), refreshed);
         runUntil([&] {
             return refreshed && statusOf(runtime->store(), hotId) == RackStatus::completed;
         });
@@ -253,8 +257,8 @@ BENCHMARK(BM_HookEventToStoreStatus)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(100);
 
-// A transcript written 200 lines a second for 10 seconds: how many transcript passes the source
-// makes (at most one per window) and the CPU the whole process spends meanwhile.
+// A transcript written 200 lines a second for 10 seconds: how often the source opens it (two
+// opens a pass, at most one pass per window) and the CPU the whole process spends meanwhile.
 void BM_StreamingTranscript(benchmark::State &state)
 {
     ClaudeHome home;
@@ -278,7 +282,8 @@ void BM_StreamingTranscript(benchmark::State &state)
         home.quiet(300);
         const double seconds = double(timer.nsecsElapsed()) / 1e9;
         state.counters["linesPerSecond"] = written / 10.0;
-        state.counters["passesPerSecond"] =
+        // Two per pass: the tail, and the head's check that the file was not rewritten in place.
+        state.counters["transcriptOpensPerSecond"] =
             double(home.source->transcriptReadCounters().filesOpened.load() - opensBefore) /
             seconds;
         state.counters["cpuPercent"] = (processCpuSeconds() - cpuBefore) / seconds * 100.0;
