@@ -25,7 +25,6 @@ namespace {
 
 const LinuxFileSystem fileSystem;
 
-
 QByteArray stamp()
 {
     return QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs).toUtf8();
