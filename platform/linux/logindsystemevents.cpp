@@ -34,7 +34,7 @@ bool LogindSystemEvents::start()
             ? QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName)
             : QDBusConnection::connectToBus(m_busAddress, m_connectionName);
     if (!bus.isConnected()) {
-        qCWarning(lcSystemEvents, "System bus unavailable; wake from sleep is not observed");
+        qCInfo(lcSystemEvents, "System bus unavailable; wake from sleep is not observed");
         QDBusConnection::disconnectFromBus(m_connectionName);
         return false;
     }
