@@ -177,6 +177,21 @@ QCoro::Task<QuickTaskCreationOutcome> QuickTaskCreationService::createTask(QStri
     co_return co_await creating;
 }
 
+QCoro::Task<std::optional<QuickTaskCodexConfiguration>>
+QuickTaskCreationService::validatedConfiguration(RackProvider provider, std::stop_token stop)
+{
+    std::optional<QuickTaskCodexConfiguration> configuration;
+    if (provider == RackProvider::codex && m_d.codexConfiguration)
+        configuration = m_d.codexConfiguration();
+    if (configuration && m_d.validateCodexConfiguration) {
+        // Settings the person chose are never replaced silently: a refusal stops the task.
+        auto validating = m_d.validateCodexConfiguration(*configuration);
+        co_await validating;
+    }
+    throwIfCancelled(stop);
+    co_return configuration;
+}
+
 QCoro::Task<QuickTaskCreationOutcome>
 QuickTaskCreationService::createInTerminal(QString prompt, RackProvider provider, QString folder,
                                            std::stop_token stop)
@@ -186,14 +201,8 @@ QuickTaskCreationService::createInTerminal(QString prompt, RackProvider provider
     const bool send = sendsPrompt();
     if (send)
         quickTaskTerminalArgv(provider, program, prompt, std::nullopt);
-    std::optional<QuickTaskCodexConfiguration> configuration;
-    if (provider == RackProvider::codex && m_d.codexConfiguration)
-        configuration = m_d.codexConfiguration();
-    if (configuration && m_d.validateCodexConfiguration) {
-        auto validating = m_d.validateCodexConfiguration(*configuration);
-        co_await validating;
-    }
-    throwIfCancelled(stop);
+    auto validating = validatedConfiguration(provider, stop);
+    const std::optional<QuickTaskCodexConfiguration> configuration = co_await validating;
     prepareWorkingDirectory(folder);
     const QString path = normalizedProjectPath(folder);
     const QStringList argv = quickTaskTerminalArgv(
@@ -223,15 +232,8 @@ QCoro::Task<QuickTaskCreationOutcome>
 QuickTaskCreationService::createByDeepLink(QString prompt, RackProvider provider, QString folder,
                                            std::stop_token stop)
 {
-    std::optional<QuickTaskCodexConfiguration> configuration;
-    if (provider == RackProvider::codex && m_d.codexConfiguration)
-        configuration = m_d.codexConfiguration();
-    if (configuration && m_d.validateCodexConfiguration) {
-        // Settings the person chose are never replaced silently: a refusal stops the task.
-        auto validating = m_d.validateCodexConfiguration(*configuration);
-        co_await validating;
-    }
-    throwIfCancelled(stop);
+    auto validating = validatedConfiguration(provider, stop);
+    const std::optional<QuickTaskCodexConfiguration> configuration = co_await validating;
     prepareWorkingDirectory(folder);
     const QString path = normalizedProjectPath(folder);
     const QUrl immediate = quickTaskNewTaskLink(provider, prompt, path);

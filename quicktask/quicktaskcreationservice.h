@@ -76,6 +76,9 @@ private:
     bool usesDeepLink(RackProvider provider) const;
     bool sendsPrompt() const;
     QString requireCommand(RackProvider provider) const;
+    // The Codex choice for a new task, checked against the installed Codex; nothing for Claude.
+    QCoro::Task<std::optional<QuickTaskCodexConfiguration>>
+    validatedConfiguration(RackProvider provider, std::stop_token stop);
     QCoro::Task<QuickTaskCreationOutcome> createInTerminal(QString prompt, RackProvider provider,
                                                            QString folder, std::stop_token stop);
     QCoro::Task<QuickTaskCreationOutcome> createByDeepLink(QString prompt, RackProvider provider,
