@@ -3,6 +3,7 @@
 // end a turn are a coalescing window apart, as a turn's start and end are; the counters give the
 // median and the 99th percentile. Run in Release; figures go to the report.
 #include "app/rackruntime.h"
+#include "bench/benchsupport.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/preferences.h"
 #include "sources/claude/claudedesktopthreadsource.h"
@@ -20,6 +21,7 @@
 #include <sys/resource.h>
 
 using namespace taskrack;
+using namespace taskrack::bench;
 
 namespace {
 
@@ -48,72 +50,6 @@ QByteArray toolLine()
 {
     return R"({"type":"assistant","message":{"stop_reason":"tool_use","content":[{"type":"tool_use","id":"t","name":"Bash","input":{"command":"make"}}]},"timestamp":")" +
            stamp() + "\"}\n";
-}
-
-void append(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    file.open(QIODevice::Append);
-    file.write(bytes);
-}
-
-bool runUntil(const std::function<bool()> &condition, int timeoutMs = 10000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 5);
-    }
-    return true;
-}
-
-std::optional<RackStatus> statusOf(const RackStore &store, const QString &id)
-{
-    for (const RackThread &thread : store.allThreads()) {
-        if (thread.id == id)
-            return thread.status;
-    }
-    return std::nullopt;
-}
-
-// Sleeps in the event loop until the store shows `expected` for `id`: the harness itself must
-// not spin, or it would be measured with us.
-bool waitForStatus(RackStore &store, const QString &id, RackStatus expected, int timeoutMs = 10000)
-{
-    QEventLoop loop;
-    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
-    const QMetaObject::Connection connection =
-        QObject::connect(&store, &RackStore::allThreadsChanged, &loop, [&] {
-            if (statusOf(store, id) == expected)
-                loop.quit();
-        });
-    if (statusOf(store, id) != expected)
-        loop.exec();
-    QObject::disconnect(connection);
-    return statusOf(store, id) == expected;
-}
-
-void sleepInEventLoop(int ms)
-{
-    QEventLoop loop;
-    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    loop.exec();
-}
-
-QCoro::Task<void> signalWhenDone(QCoro::Task<void> task, bool &done)
-{
-    co_await task;
-    done = true;
-}
-
-double processCpuSeconds()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
 // 400 Claude Code sessions and a runtime watching them; `hotPath` is the one written to.

@@ -5,6 +5,7 @@
 // a turn's start and end are; the counters give the median and the 99th percentile.
 
 #include "app/rackruntime.h"
+#include "bench/benchsupport.h"
 #include "core/compositethreadsource.h"
 #include "platform/linux/inotifyfilewatch.h"
 #include "platform/linux/linuxfilesystem.h"
@@ -30,6 +31,7 @@
 #include <sys/resource.h>
 
 using namespace taskrack;
+using namespace taskrack::bench;
 
 static const LinuxFileSystem fileSystem;
 
@@ -48,13 +50,6 @@ void exec(sqlite3 *db, const QByteArray &sql)
 {
     if (sqlite3_exec(db, sql.constData(), nullptr, nullptr, nullptr) != SQLITE_OK)
         throw std::runtime_error(sqlite3_errmsg(db));
-}
-
-void append(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::Append) || file.write(bytes) != bytes.size())
-        throw std::runtime_error("cannot append to the rollout");
 }
 
 // A Codex home with 400 threads whose turns ended long ago, and one hot thread being worked on.
@@ -128,51 +123,6 @@ public:
     }
 };
 
-std::optional<RackStatus> statusOf(const RackStore &store, const QString &id)
-{
-    for (const RackThread &thread : store.allThreads()) {
-        if (thread.id == id)
-            return thread.status;
-    }
-    return std::nullopt;
-}
-
-bool runUntil(const std::function<bool()> &condition, int timeoutMs = 10000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 5);
-    }
-    return true;
-}
-
-// Sleeps in the event loop until the store shows `expected` for `id`: the harness itself must
-// not spin, or it would be measured with us.
-bool waitForStatus(RackStore &store, const QString &id, RackStatus expected, int timeoutMs = 10000)
-{
-    QEventLoop loop;
-    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
-    const QMetaObject::Connection connection =
-        QObject::connect(&store, &RackStore::allThreadsChanged, &loop, [&] {
-            if (statusOf(store, id) == expected)
-                loop.quit();
-        });
-    if (statusOf(store, id) != expected)
-        loop.exec();
-    QObject::disconnect(connection);
-    return statusOf(store, id) == expected;
-}
-
-// A plain function, not a lambda: a coroutine lambda's captures die with the temporary closure.
-QCoro::Task<void> signalWhenDone(QCoro::Task<void> task, bool &done)
-{
-    co_await task;
-    done = true;
-}
-
 void BM_RolloutLineToStoreStatus(benchmark::State &state)
 {
     CodexHome home;
@@ -242,14 +192,6 @@ BENCHMARK(BM_RolloutLineToStoreStatus)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->Iterations(100);
-
-double processCpuSeconds()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
 
 // The whole warm refresh the store asks for: 400 Codex threads (state database fallback and
 // rollout overlay) and 400 unchanged Claude Code sessions, through the composite source.
