@@ -17,8 +17,7 @@ void append(const QString &path, const QByteArray &bytes);
 bool runUntil(const std::function<bool()> &condition, int timeoutMs = 10000);
 std::optional<RackStatus> statusOf(const RackStore &store, const QString &id);
 // Sleeps in the event loop until the store shows `expected` for `id`.
-bool waitForStatus(RackStore &store, const QString &id, RackStatus expected,
-                   int timeoutMs = 10000);
+bool waitForStatus(RackStore &store, const QString &id, RackStatus expected, int timeoutMs = 10000);
 void sleepInEventLoop(int ms);
 // A plain function, not a lambda: a coroutine lambda's captures die with the temporary closure.
 QCoro::Task<void> signalWhenDone(QCoro::Task<void> task, bool &done);

@@ -1,11 +1,12 @@
-# taskrack_module(<name> DIR <folder> [SUBDIRS <folders>...] DEPS <targets>...)
+# taskrack_module(<name> DIR <folder> [SUBDIRS <folders>...] DEPS <targets>...
+#                 [TEST_PROPERTIES <CTest properties>...])
 #
 # One library per subsystem folder. Sources are collected from the folder (and the listed
 # sub-folders, e.g. the platform implementations) so that adding a component never means
 # editing a shared list. Tests are every tests/*_test.cpp beside the module, linked into one
 # executable per module and registered with CTest one case at a time.
 function(taskrack_module name)
-    cmake_parse_arguments(ARG "" "DIR" "SUBDIRS;DEPS;TEST_DEPS" ${ARGN})
+    cmake_parse_arguments(ARG "" "DIR" "SUBDIRS;DEPS;TEST_DEPS;TEST_PROPERTIES" ${ARGN})
     set(dir ${CMAKE_CURRENT_SOURCE_DIR})
     set(globs ${dir}/*.cpp ${dir}/*.h)
     foreach(sub IN LISTS ARG_SUBDIRS)
@@ -24,7 +25,7 @@ function(taskrack_module name)
             target_link_libraries(${name}_tests PRIVATE taskrack_${name} taskrack_testing
                                   ${ARG_TEST_DEPS})
             gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-                PROPERTIES ENVIRONMENT QT_QPA_PLATFORM=offscreen TIMEOUT 120)
+                PROPERTIES ENVIRONMENT QT_QPA_PLATFORM=offscreen TIMEOUT 120 ${ARG_TEST_PROPERTIES})
         endif()
     endif()
 endfunction()

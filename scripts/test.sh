@@ -23,5 +23,5 @@ if [ "$flavour" = asan ]; then
     export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=0:abort_on_error=1}
     export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 fi
-exec dbus-run-session -- xvfb-run -a -s "-screen 0 1280x800x24" \
+exec dbus-run-session -- xvfb-run -a -s "-screen 0 1280x800x24 -noreset" \
     ctest --output-on-failure -j "$(nproc)" --timeout 600 "${labels[@]}"

@@ -19,7 +19,7 @@ cleanup() {
 trap cleanup EXIT
 
 exec 5>"$work/display"
-Xvfb -displayfd 5 -screen 0 640x480x24 -nolisten tcp 2>/dev/null &
+Xvfb -displayfd 5 -screen 0 640x480x24 -nolisten tcp -noreset 2>/dev/null &
 pids+=($!)
 until [ -s "$work/display" ]; do sleep 0.05; done
 export DISPLAY=":$(head -n1 "$work/display")"

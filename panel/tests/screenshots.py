@@ -14,7 +14,8 @@ scenarios = ["activity", "projects", "history", "page2", "new-task", "search", "
 
 def start_xvfb(size):
     read_end, write_end = os.pipe()
-    xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(write_end), "-screen", "0", size, "-nolisten", "tcp"],
+    xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(write_end), "-screen", "0", size, "-nolisten", "tcp",
+                             "-noreset"],
                             pass_fds=[write_end], stderr=subprocess.DEVNULL)
     os.close(write_end)
     display = b""

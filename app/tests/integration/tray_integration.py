@@ -85,8 +85,11 @@ class Session:
         os.makedirs(self.runtime, mode=0o700)
         self.processes = []
         read, write = os.pipe()
+        # -noreset: the server would otherwise restart whenever its last client leaves, and a
+        # copy started in that moment finds no display.
         self.xvfb = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "640x480x24",
-                                      "-nolisten", "tcp"], pass_fds=(write,), stderr=subprocess.DEVNULL)
+                                      "-nolisten", "tcp", "-noreset"], pass_fds=(write,),
+                                     stderr=subprocess.DEVNULL)
         os.close(write)
         with os.fdopen(read) as display:
             self.display = ":" + display.readline().strip()
