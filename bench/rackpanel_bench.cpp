@@ -12,8 +12,10 @@
 #include "platform/desktopwindows.h"
 #include "platform/preferences.h"
 
+#include "testing/xvfbserver.h"
 #include <QElapsedTimer>
 #include <QEventLoop>
+
 #include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QTimer>
@@ -79,14 +81,16 @@ void report(benchmark::State &state, const std::array<qint64, 3> &sum, int count
     state.counters["draw_ms"] = double(sum[2]) / count;
 }
 
-// A window that was never shown nor prewarmed: the first layout and scene graph are paid here.
-void BM_RevealToFirstFrameCold(benchmark::State &state)
+// Each iteration builds a new rack and shows it once, prewarmed offscreen first or not.
+void revealNewRacks(benchmark::State &state, bool prewarmed)
 {
     std::array<qint64, 3> sum{};
     int count = 0;
     for (auto _ : state) {
         state.PauseTiming();
         auto rig = std::make_unique<Rig>(60);
+        if (prewarmed)
+            rig->controller.prewarm();
         state.ResumeTiming();
         QElapsedTimer timer;
         timer.start();
@@ -104,31 +108,17 @@ void BM_RevealToFirstFrameCold(benchmark::State &state)
     report(state, sum, count);
 }
 
+// A window that was never shown nor prewarmed: the first layout and scene graph are paid here.
+void BM_RevealToFirstFrameCold(benchmark::State &state)
+{
+    revealNewRacks(state, false);
+}
+
 // A new window prewarmed offscreen, then shown for the first time: what the first gesture
 // after start pays.
 void BM_FirstRevealAfterPrewarm(benchmark::State &state)
 {
-    std::array<qint64, 3> sum{};
-    int count = 0;
-    for (auto _ : state) {
-        state.PauseTiming();
-        auto rig = std::make_unique<Rig>(60);
-        rig->controller.prewarm();
-        state.ResumeTiming();
-        QElapsedTimer timer;
-        timer.start();
-        rig->controller.present();
-        const auto durations = rig->waitForShown();
-        state.SetIterationTime(timer.nsecsElapsed() / 1e9);
-        for (int i = 0; i < 3; ++i)
-            sum[i] += durations[i];
-        ++count;
-        state.PauseTiming();
-        rig->controller.hide();
-        rig.reset();
-        state.ResumeTiming();
-    }
-    report(state, sum, count);
+    revealNewRacks(state, true);
 }
 
 // Prewarmed at start and shown before: what every later gesture pays.
@@ -237,36 +227,15 @@ BENCHMARK(BM_StatusChangeAmong400)
     ->Repetitions(5);
 BENCHMARK(BM_OpenRackIdleCpu)->UseManualTime()->Unit(benchmark::kSecond)->Iterations(1);
 
-pid_t startXvfb()
-{
-    int fds[2];
-    if (pipe(fds) != 0)
-        return -1;
-    const pid_t pid = fork();
-    if (pid == 0) {
-        close(fds[0]);
-        const std::string fd = std::to_string(fds[1]);
-        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1280x800x24", "-nolisten",
-               "tcp", static_cast<char *>(nullptr));
-        _exit(127);
-    }
-    close(fds[1]);
-    std::string number;
-    char c = 0;
-    while (read(fds[0], &c, 1) == 1 && c != '\n')
-        number += c;
-    close(fds[0]);
-    setenv("DISPLAY", (":" + number).c_str(), 1);
-    return number.empty() ? -1 : pid;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
-    const pid_t xvfb = startXvfb();
-    if (xvfb < 0)
+    // Its own server, which outlives the application below.
+    const taskrack::testing::XvfbServer xvfb("1280x800x24");
+    if (!xvfb.isRunning())
         return 1;
+    qputenv("DISPLAY", xvfb.displayName().toLocal8Bit());
     setenv("QT_QPA_PLATFORM", "xcb", 1);
     setenv("LIBGL_ALWAYS_SOFTWARE", "1", 1);
     {
@@ -276,7 +245,5 @@ int main(int argc, char **argv)
         benchmark::RunSpecifiedBenchmarks();
         benchmark::Shutdown();
     }
-    kill(xvfb, SIGTERM);
-    waitpid(xvfb, nullptr, 0);
     return 0;
 }

@@ -93,12 +93,11 @@ void terminate(pid_t &pid)
 
 } // namespace
 
-XvfbServer::XvfbServer()
+XvfbServer::XvfbServer(const char *screen)
 {
     // Xvfb writes the display number to descriptor 3 once it listens.
     const Spawned spawned = spawnWithLine(
-        {"Xvfb", "-displayfd", "3", "-nolisten", "tcp", "-screen", "0", "640x480x24", "-noreset"},
-        20000);
+        {"Xvfb", "-displayfd", "3", "-nolisten", "tcp", "-screen", "0", screen, "-noreset"}, 20000);
     m_pid = spawned.pid;
     m_error = spawned.error;
     if (m_pid > 0)

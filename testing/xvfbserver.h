@@ -13,8 +13,9 @@ namespace taskrack::testing {
 class XvfbServer
 {
 public:
-    // Starts the server and waits until it accepts connections. isRunning() says whether it did.
-    XvfbServer();
+    // Starts the server with one screen of `screen` ("WxHxDepth") and waits until it accepts
+    // connections. isRunning() says whether it did.
+    explicit XvfbServer(const char *screen = "640x480x24");
     ~XvfbServer();
     XvfbServer(const XvfbServer &) = delete;
     XvfbServer &operator=(const XvfbServer &) = delete;

@@ -10,6 +10,7 @@
 #include "platform/preferences.h"
 #include "testing/fakeclock.h"
 #include "testing/testsupport.h"
+#include "testing/xvfbserver.h"
 
 #include <QGuiApplication>
 #include <QQuickItem>
@@ -195,36 +196,15 @@ TEST_F(RackWindowTest, PrewarmNeverMaps)
     EXPECT_EQ(other.focus(), other.window);
 }
 
-pid_t startXvfb()
-{
-    int fds[2];
-    if (pipe(fds) != 0)
-        return -1;
-    const pid_t pid = fork();
-    if (pid == 0) {
-        close(fds[0]);
-        const std::string fd = std::to_string(fds[1]);
-        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1280x800x24", "-nolisten",
-               "tcp", static_cast<char *>(nullptr));
-        _exit(127);
-    }
-    close(fds[1]);
-    std::string number;
-    char c = 0;
-    while (read(fds[0], &c, 1) == 1 && c != '\n')
-        number += c;
-    close(fds[0]);
-    setenv("DISPLAY", (":" + number).c_str(), 1);
-    return number.empty() ? -1 : pid;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
-    const pid_t xvfb = startXvfb();
-    if (xvfb < 0)
+    // Its own server, which outlives the application below.
+    const taskrack::testing::XvfbServer xvfb("1280x800x24");
+    if (!xvfb.isRunning())
         return 1;
+    qputenv("DISPLAY", xvfb.displayName().toLocal8Bit());
     setenv("QT_QPA_PLATFORM", "xcb", 1);
     int result = 1;
     {
@@ -243,7 +223,5 @@ int main(int argc, char **argv)
             result = 1;
         }
     }
-    kill(xvfb, SIGTERM);
-    waitpid(xvfb, nullptr, 0);
     return result;
 }
