@@ -31,6 +31,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.abspath(os.path.join(HERE, "..", "..", ".."))
 SERVICES = os.path.join(ROOT, "testing", "fakedesktopservices.py")
 sys.path.insert(0, os.path.join(ROOT, "sources", "codex", "tests", "integration"))
+from codex_watch_integration import children_of  # noqa: E402  (needs the path above)
 
 
 class Failure(Exception):
@@ -54,23 +55,6 @@ def wait_for(predicate, seconds, what):
             return value
         time.sleep(0.05)
     raise Failure(f"timed out waiting for {what}")
-
-
-def children_of(pid):
-    parents = {}
-    for entry in os.listdir("/proc"):
-        if entry.isdigit():
-            with contextlib.suppress(OSError, IndexError):
-                with open(f"/proc/{entry}/stat") as stat:
-                    fields = stat.read().rsplit(")", 1)[1].split()
-                if fields[0] != "Z":
-                    parents.setdefault(int(fields[1]), []).append(int(entry))
-    found, pending = [], [pid]
-    while pending:
-        for child in parents.get(pending.pop(), []):
-            found.append(child)
-            pending.append(child)
-    return found
 
 
 class Session:

@@ -60,7 +60,8 @@ def children_of(pid):
         with contextlib.suppress(OSError, ValueError, IndexError):
             with open(f"/proc/{entry}/stat") as stat:
                 fields = stat.read().rsplit(")", 1)[1].split()
-            parents.setdefault(int(fields[1]), []).append(int(entry))
+            if fields[0] != "Z":  # a zombie has ended; it only waits to be reaped
+                parents.setdefault(int(fields[1]), []).append(int(entry))
     found, pending = [], [pid]
     while pending:
         for child in parents.get(pending.pop(), []):
