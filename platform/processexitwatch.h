@@ -16,8 +16,8 @@ public:
 
     virtual ~ProcessExitWatch() = default;
     virtual void setHandler(Handler handler) = 0;
-    // Replaces the watched set. A process that is already gone, or cannot be watched, is
-    // simply not reported; the owner learns of it by other means.
+    // Replaces the watched set. A process that is already gone is reported as ended, after this
+    // call returns; one that cannot be watched for another reason is not reported.
     virtual void setProcesses(const QSet<qint64> &pids) = 0;
 };
 

@@ -1,5 +1,8 @@
 #include "platform/linux/pidfdprocessexitwatch.h"
 
+#include <QMetaObject>
+
+#include <cerrno>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -10,11 +13,14 @@ namespace {
 int openProcess(qint64 pid)
 {
 #ifdef SYS_pidfd_open
-    if (pid <= 0 || pid > std::numeric_limits<pid_t>::max())
+    if (pid <= 0 || pid > std::numeric_limits<pid_t>::max()) {
+        errno = EINVAL;
         return -1;
+    }
     return int(::syscall(SYS_pidfd_open, pid_t(pid), 0));
 #else
     Q_UNUSED(pid);
+    errno = ENOSYS;
     return -1;
 #endif
 }
@@ -39,8 +45,19 @@ void PidfdProcessExitWatch::setProcesses(const QSet<qint64> &pids)
         if (m_watched.contains(pid))
             continue;
         const int fd = openProcess(pid);
-        if (fd < 0)
+        if (fd < 0) {
+            // Gone between the owner's look and this open: that is an end the owner must hear,
+            // or a status built on the process stays as it was. Told later, like every notice.
+            if (errno == ESRCH)
+                QMetaObject::invokeMethod(
+                    &m_context,
+                    [this, pid] {
+                        if (m_handler)
+                            m_handler(pid);
+                    },
+                    Qt::QueuedConnection);
             continue;
+        }
         auto entry = std::make_shared<Watched>();
         entry->fd = fd;
         entry->notifier = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);

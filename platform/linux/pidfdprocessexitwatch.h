@@ -3,6 +3,7 @@
 #include "platform/processexitwatch.h"
 
 #include <QHash>
+#include <QObject>
 #include <QSocketNotifier>
 #include <memory>
 
@@ -29,6 +30,8 @@ private:
     void forget(qint64 pid);
 
     Handler m_handler;
+    // Carries the queued notices of processes found gone; they die with the watch.
+    QObject m_context;
     QHash<qint64, std::shared_ptr<Watched>> m_watched;
 };
 

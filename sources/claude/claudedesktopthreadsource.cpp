@@ -536,6 +536,7 @@ bool ClaudeDesktopThreadSource::refreshDiscovery(const QDateTime &now)
         if (!found.contains(it.key()) && !manifestIds.contains(it.key())) {
             m_evidence.forget(it.key());
             m_endedSessions.remove(it.key());
+            m_processEndedAt.remove(it.key());
             m_lastPublishedStatus.remove(it.key());
         }
     }
@@ -598,9 +599,12 @@ void ClaudeDesktopThreadSource::refreshTranscriptObservations(const QDateTime &n
 void ClaudeDesktopThreadSource::refreshLiveRegistry()
 {
     QHash<QString, ClaudeLiveSessionEntry> entries = m_registry.read();
+    const QDateTime now = m_clock.now();
     for (auto it = m_liveEntries.cbegin(); it != m_liveEntries.cend(); ++it) {
-        if (it->isRunning && !entries.contains(it.key()))
+        if (it->isRunning && !entries.contains(it.key())) {
             m_endedSessions.insert(it.key());
+            m_processEndedAt.insert(it.key(), now);
+        }
     }
     QSet<qint64> running;
     QSet<qint64> named;
@@ -612,6 +616,10 @@ void ClaudeDesktopThreadSource::refreshLiveRegistry()
         if (entry.isRunning) {
             running.insert(entry.pid);
             m_endedSessions.remove(entry.sessionId);
+            m_processEndedAt.remove(entry.sessionId);
+        } else if (const auto previous = m_liveEntries.constFind(entry.sessionId);
+                   previous != m_liveEntries.cend() && previous->isRunning) {
+            m_processEndedAt.insert(entry.sessionId, now);
         }
     }
     m_exitedPids.intersect(named);
@@ -625,8 +633,9 @@ void ClaudeDesktopThreadSource::noteProcessExit(qint64 pid)
     if (m_isSuspended || m_isShutdown)
         return;
     m_exitedPids.insert(pid);
-    refreshLiveRegistry();
-    publishStatusChanges();
+    // The process has written its last line: read the transcripts before publishing, or the
+    // status of a turn that ended with the process shows what an interrupted one shows.
+    runTranscriptRefresh();
 }
 
 bool ClaudeDesktopThreadSource::applySignal(const ClaudeSessionSignal &signal,
@@ -709,6 +718,8 @@ ClaudeDesktopThreadSource::factsOf(const ClaudeDesktopSessionManifest &manifest)
             facts.liveEntry = &*live;
         facts.processEnded =
             live != m_liveEntries.cend() ? !live->isRunning : m_endedSessions.contains(*key);
+        if (const auto ended = m_processEndedAt.constFind(*key); ended != m_processEndedAt.cend())
+            facts.processEndedAt = *ended;
     }
     facts.lastActivityAtMs = manifest.lastActivityAt;
     return facts;

@@ -185,6 +185,8 @@ private:
     // Sessions whose running process's entry vanished, and processes heard to end that the
     // registry may still name: both mean the process is gone.
     QSet<QString> m_endedSessions;
+    // Sessions whose running process we saw end, and when we learned it.
+    QHash<QString, QDateTime> m_processEndedAt;
     QSet<qint64> m_exitedPids;
     QHash<QString, RackStatusUpdate> m_lastPublishedStatus;
     QList<PendingSignal> m_pendingSignals;

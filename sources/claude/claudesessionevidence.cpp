@@ -212,6 +212,8 @@ QDateTime claudeUpdatedAt(const ClaudeSessionFacts &facts)
     if (facts.liveEntry && facts.liveEntry->isBusy && facts.liveEntry->statusUpdatedAt &&
         *facts.liveEntry->statusUpdatedAt > updated)
         updated = *facts.liveEntry->statusUpdatedAt;
+    if (facts.processEnded && facts.processEndedAt && *facts.processEndedAt > updated)
+        updated = *facts.processEndedAt;
     return updated;
 }
 

@@ -72,6 +72,9 @@ struct ClaudeSessionFacts
     // The Claude Code process of this session is known to be gone: its registry entry names a
     // dead process, or the entry vanished while we watched.
     bool processEnded = false;
+    // When we learned of that end, if we saw the process run: the status changed then, later
+    // than anything the process wrote or the registry said while it ran.
+    std::optional<QDateTime> processEndedAt;
     qint64 lastActivityAtMs = 0;
 };
 

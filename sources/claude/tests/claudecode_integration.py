@@ -41,8 +41,8 @@ class Watch:
     """`taskrack watch --json` in the background, its lines kept as parsed objects."""
 
     def __init__(self, command, env):
-        self.process = subprocess.Popen(command, env=env, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                                        text=True)
+        self.errors = tempfile.TemporaryFile(mode="w+")
+        self.process = subprocess.Popen(command, env=env, stdout=subprocess.PIPE, stderr=self.errors, text=True)
         self.lines = []
         self.arrivals = []
         self.lock = threading.Lock()
@@ -83,6 +83,15 @@ class Watch:
                 return True
             time.sleep(0.01)
         return False
+
+    def describe(self):
+        """What the last line held, for a failure message."""
+        with self.lock:
+            last = self.lines[-1] if self.lines else {}
+            count = len(self.lines)
+        self.errors.seek(0)
+        return "%d lines; last: %s; stderr: %s" % (
+            count, [(t.get("title"), t.get("status")) for t in last.get("threads", [])], self.errors.read()[-2000:])
 
     def stop(self):
         self.process.terminate()
@@ -235,6 +244,9 @@ def main():
 
     for failure in failures:
         print("FAIL: " + failure, file=sys.stderr)
+    if failures:
+        print("watch: " + watch.describe(), file=sys.stderr)
+        print("list: %s" % [(t, v["status"]) for t, v in list_threads().items()], file=sys.stderr)
     if failures:
         return 1
     print("ok: %d Claude Code sessions listed and watched" % 3)

@@ -327,6 +327,20 @@ TEST_F(ClaudeSourceTest, LiveRegistryBusyEntryMeansWorking)
         << "the process is gone";
     livePids.insert(4242);
     EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::working);
+
+    // A turn left open by a process that then dies: the interruption is news, dated when it was
+    // learned, never older than the busy flag the working status carried (a store drops
+    // updates older than what it shows).
+    writeFile(transcriptPath(id), assistantLine(baseTime.addSecs(-20), "tool_use"),
+              QIODevice::Append);
+    const RackThread running = fetch(*source).threads.first();
+    ASSERT_EQ(running.status, RackStatus::working);
+    EXPECT_EQ(running.updatedAt, baseTime.addSecs(-5));
+    livePids.remove(4242);
+    clock.set(baseTime.addSecs(2));
+    const RackThread ended = fetch(*source).threads.first();
+    EXPECT_EQ(ended.status, RackStatus::error);
+    EXPECT_EQ(ended.updatedAt, baseTime.addSecs(2));
 }
 
 TEST_F(ClaudeSourceTest, EvidenceSurvivesARestartAndVanishedSessionsTakeItAlong)
