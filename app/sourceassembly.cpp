@@ -3,13 +3,53 @@
 #include <QCoreApplication>
 
 #include "app/claudehookwiring.h"
+#include "platform/linux/inotifyfilewatch.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "platform/linux/pidfdprocessexitwatch.h"
 #include "sources/claude/claudedesktopthreadsource.h"
+#include "sources/codex/codexappserverclient.h"
+#include "sources/codex/codexappserverthreadsource.h"
 #include "sources/codex/codexthreadrepository.h"
+#include "sources/codex/sqlitethreadsource.h"
 
 namespace taskrack {
 
 namespace {
+
+std::unique_ptr<FileWatch> inotifyWatch()
+{
+    auto watch = std::make_unique<InotifyFileWatch>();
+    if (!watch->isValid())
+        return {};
+    return watch;
+}
+
+// The app-server (the `codex` found on PATH) first, the state database's list as its fallback,
+// rollout activity on top, and the database and rollouts watched. `homeDir` is where project
+// identities look for the user's home (empty: the real one).
+std::shared_ptr<CodexThreadRepository> assembleCodex(const QString &codexHome,
+                                                     const QString &homeDir, Clock &clock,
+                                                     const FileSystem &fileSystem)
+{
+    CodexAppServerOptions options;
+    options.clock = &clock;
+    options.homeDirectory = homeDir;
+    options.fileSystem = &fileSystem;
+    auto appServer = std::make_shared<CodexAppServerThreadSource>(
+        std::make_unique<CodexAppServerClient>(std::move(options)));
+    const QString database = SQLiteThreadSource::databasePathIn(codexHome);
+
+    CodexThreadRepository::Parts parts;
+    parts.liveSource = appServer;
+    parts.appServerSource = appServer;
+    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, codexHome, homeDir);
+    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(codexHome, fileSystem);
+    parts.fileWatch = inotifyWatch();
+    parts.databaseFiles = {database, database + QStringLiteral("-wal")};
+    parts.clock = &clock;
+    parts.livePatience = CodexThreadRepository::defaultLivePatience;
+    return CodexThreadRepository::create(std::move(parts));
+}
 
 QCoro::Task<void> shutdownCodex(std::weak_ptr<CodexThreadRepository> weak)
 {
@@ -63,7 +103,7 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     SourceAssembly assembly;
     // Codex: the app-server first, the state database's list as its fallback, rollout activity
     // on top, and watched files publishing local snapshots between fetches.
-    auto codex = CodexThreadRepository::create(paths.codexHome, paths.home, clock, fileSystem);
+    auto codex = assembleCodex(paths.codexHome, paths.home, clock, fileSystem);
     assembly.members.push_back(codex);
     LiveFeeds codexFeeds;
     codexFeeds.provider = RackProvider::codex;
@@ -88,6 +128,10 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     claudeConfiguration.paths = ClaudeSourcePaths::forHome(paths.home);
     claudeConfiguration.clock = &clock;
     claudeConfiguration.fileSystem = &fileSystem;
+    claudeConfiguration.fileWatchFactory = [] { return std::make_unique<InotifyFileWatch>(); };
+    claudeConfiguration.processExitWatchFactory = [] {
+        return std::make_unique<PidfdProcessExitWatch>();
+    };
     auto claude = std::make_shared<ClaudeDesktopThreadSource>(std::move(claudeConfiguration));
     assembly.members.push_back(claude);
     LiveFeeds claudeFeeds;

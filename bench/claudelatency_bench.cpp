@@ -4,7 +4,9 @@
 // median and the 99th percentile. Run in Release; figures go to the report.
 #include "app/rackruntime.h"
 #include "bench/benchsupport.h"
+#include "platform/linux/inotifyfilewatch.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "platform/linux/pidfdprocessexitwatch.h"
 #include "platform/preferences.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 
@@ -78,7 +80,11 @@ struct ClaudeHome
         }
         source =
             std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
-                paths, &SystemClock::shared(), {}, {}, {}, true, &fileSystem});
+                .paths = paths,
+                .clock = &SystemClock::shared(),
+                .fileWatchFactory = [] { return std::make_unique<InotifyFileWatch>(); },
+                .processExitWatchFactory = [] { return std::make_unique<PidfdProcessExitWatch>(); },
+                .fileSystem = &fileSystem});
         SourceAssembly assembly;
         assembly.members.push_back(source);
         LiveFeeds feeds;

@@ -9,6 +9,7 @@
 #include "core/compositethreadsource.h"
 #include "platform/linux/inotifyfilewatch.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "platform/linux/pidfdprocessexitwatch.h"
 #include "platform/preferences.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/codex/codexthreadrepository.h"
@@ -220,7 +221,11 @@ void BM_WarmCompositeRefresh(benchmark::State &state)
     }
     auto claude =
         std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
-            paths, &SystemClock::shared(), {}, {}, {}, true, &fileSystem});
+            .paths = paths,
+            .clock = &SystemClock::shared(),
+            .fileWatchFactory = [] { return std::make_unique<InotifyFileWatch>(); },
+            .processExitWatchFactory = [] { return std::make_unique<PidfdProcessExitWatch>(); },
+            .fileSystem = &fileSystem});
     // Watched, as in the application: an unchanged Claude home is not read again.
     bool watching = false;
     signalWhenDone(claude->startMonitoring(), watching);

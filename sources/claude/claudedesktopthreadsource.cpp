@@ -1,7 +1,6 @@
 #include "sources/claude/claudedesktopthreadsource.h"
 
 #include "core/rackprojectidentity.h"
-#include "platform/linux/pidfdprocessexitwatch.h"
 #include "sources/claude/claudethreadhop.h"
 
 #include <QDir>
@@ -255,8 +254,7 @@ void ClaudeDesktopThreadSource::startOnActor()
         // process that ends, can change a status without any transcript line.
         m_liveSessionsWatcher = std::make_unique<ClaudeSessionDirectoryWatcher>(
             m_paths.liveSessionsPath, false, false, m_clock, m_fileWatchFactory);
-        m_processExits = m_processExitWatchFactory ? m_processExitWatchFactory()
-                                                   : std::make_unique<PidfdProcessExitWatch>();
+        m_processExits = m_processExitWatchFactory();
         m_processExits->setHandler([this](qint64 pid) { noteProcessExit(pid); });
     }
     m_watcher->start();

@@ -69,9 +69,10 @@ public:
     {
         ClaudeSourcePaths paths;
         Clock *clock = nullptr; // the system clock when absent
+        // Both must be given: the watchers' file watches, and what hears Claude Code
+        // processes end.
         ClaudeSessionDirectoryWatcher::FileWatchFactory fileWatchFactory;
         ClaudeLiveSessionRegistry::ProcessProbe processProbe;
-        // Hears Claude Code processes end; pidfd by default.
         std::function<std::unique_ptr<ProcessExitWatch>()> processExitWatchFactory;
         bool discoversTranscriptSessions = true;
         // Every read of Claude's files goes through it; must be given.

@@ -1,7 +1,6 @@
 #include "sources/codex/codexthreadrepository.h"
 
 #include "core/serialexecutor.h"
-#include "platform/linux/inotifyfilewatch.h"
 #include "sources/codex/codexappserverclient.h"
 #include "sources/codex/codexappservererror.h"
 #include "sources/codex/codexappserverthreadsource.h"
@@ -95,33 +94,6 @@ std::shared_ptr<CodexActivityOverlaying>
 CodexActivityOverlaying::forCodexHome(const QString &codexHome, const FileSystem &fileSystem)
 {
     return std::make_shared<RolloutOverlayWorker>(codexHome, fileSystem);
-}
-
-std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(const QString &codexHome,
-                                                                     const QString &homeDir,
-                                                                     Clock &clock,
-                                                                     const FileSystem &fileSystem)
-{
-    CodexAppServerOptions options;
-    options.clock = &clock;
-    options.homeDirectory = homeDir;
-    options.fileSystem = &fileSystem;
-    auto appServer = std::make_shared<CodexAppServerThreadSource>(
-        std::make_unique<CodexAppServerClient>(std::move(options)));
-    const QString database = SQLiteThreadSource::databasePathIn(codexHome);
-
-    Parts parts;
-    parts.liveSource = appServer;
-    parts.appServerSource = appServer;
-    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, codexHome, homeDir);
-    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(codexHome, fileSystem);
-    auto watch = std::make_unique<InotifyFileWatch>();
-    if (watch->isValid())
-        parts.fileWatch = std::move(watch);
-    parts.databaseFiles = {database, database + QStringLiteral("-wal")};
-    parts.clock = &clock;
-    parts.livePatience = defaultLivePatience;
-    return create(std::move(parts));
 }
 
 std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(Parts parts)

@@ -89,12 +89,6 @@ public:
     };
     static constexpr std::chrono::milliseconds defaultLivePatience{1500};
 
-    // The production assembly: the app-server (the `codex` found on PATH), the state database
-    // and rollouts under `codexHome`, inotify watching. `homeDir` is where project identities
-    // look for the user's home (empty: the real one).
-    static std::shared_ptr<CodexThreadRepository> create(const QString &codexHome,
-                                                         const QString &homeDir, Clock &clock,
-                                                         const FileSystem &fileSystem);
     static std::shared_ptr<CodexThreadRepository> create(Parts parts);
 
     explicit CodexThreadRepository(Parts parts);

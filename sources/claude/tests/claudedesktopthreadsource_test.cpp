@@ -1,4 +1,6 @@
+#include "platform/linux/inotifyfilewatch.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "platform/linux/pidfdprocessexitwatch.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "testing/testsupport.h"
 
@@ -96,6 +98,10 @@ protected:
         configuration.clock = &clock;
         configuration.fileSystem = &fileSystem;
         configuration.processProbe = [this](qint64 pid) { return livePids.contains(pid); };
+        configuration.fileWatchFactory = [] { return std::make_unique<InotifyFileWatch>(); };
+        configuration.processExitWatchFactory = [] {
+            return std::make_unique<PidfdProcessExitWatch>();
+        };
         return std::make_unique<ClaudeDesktopThreadSource>(std::move(configuration));
     }
 

@@ -24,7 +24,8 @@ protected:
 
     std::unique_ptr<ClaudeSessionDirectoryWatcher> makeWatcher(bool nested, bool files)
     {
-        auto watcher = std::make_unique<ClaudeSessionDirectoryWatcher>(root, nested, files, clock);
+        auto watcher = std::make_unique<ClaudeSessionDirectoryWatcher>(
+            root, nested, files, clock, [] { return std::make_unique<InotifyFileWatch>(); });
         received = 0;
         collecting = watcher->invalidations();
         return watcher;
