@@ -9,7 +9,6 @@
 #include "core/compositethreadsource.h"
 #include "platform/linux/inotifyfilewatch.h"
 #include "platform/linux/linuxfilesystem.h"
-#include "platform/linux/pidfdprocessexitwatch.h"
 #include "platform/preferences.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/codex/codexthreadrepository.h"
@@ -138,16 +137,8 @@ void BM_RolloutLineToStoreStatus(benchmark::State &state)
     parts.clock = &SystemClock::shared();
     const auto repository = CodexThreadRepository::create(std::move(parts));
 
-    SourceAssembly assembly;
-    assembly.members.push_back(repository);
-    LiveFeeds feeds;
-    feeds.snapshots = repository->localSnapshots();
-    feeds.statusUpdates = repository->statusUpdates();
-    feeds.invalidations = repository->threadListInvalidations();
-    feeds.start = [repository] { repository->start(); };
-    feeds.shutdown = [repository] { return repository->shutdown(); };
-    assembly.feeds.push_back(std::move(feeds));
-    RackRuntime runtime(std::move(assembly), preferences, SystemClock::shared());
+    RackRuntime runtime(SourceAssembly{.sources = {repository}}, preferences,
+                        SystemClock::shared());
     RackStore &store = runtime.store();
     bool refreshed = false;
     signalWhenDone(runtime.start(), refreshed);
@@ -219,13 +210,7 @@ void BM_WarmCompositeRefresh(benchmark::State &state)
                 R"({"type":"assistant","message":{"stop_reason":"end_turn","content":[]},"timestamp":")" +
                 stamp + "\"}\n");
     }
-    auto claude =
-        std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
-            .paths = paths,
-            .clock = &SystemClock::shared(),
-            .fileWatchFactory = [] { return std::make_unique<InotifyFileWatch>(); },
-            .processExitWatchFactory = [] { return std::make_unique<PidfdProcessExitWatch>(); },
-            .fileSystem = &fileSystem});
+    auto claude = SourceAssembly::claudeSource(paths, SystemClock::shared(), fileSystem);
     // Watched, as in the application: an unchanged Claude home is not read again.
     bool watching = false;
     signalWhenDone(claude->startMonitoring(), watching);

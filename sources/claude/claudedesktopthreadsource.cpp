@@ -1,7 +1,7 @@
 #include "sources/claude/claudedesktopthreadsource.h"
 
 #include "core/rackprojectidentity.h"
-#include "sources/claude/claudethreadhop.h"
+#include "core/threadanchor.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -124,11 +124,11 @@ QCoro::Task<ThreadCollection> ClaudeDesktopThreadSource::fetchThreads(int limit,
     if (limit < 1)
         co_return ThreadCollection{{}, describedLoaded, true, {}};
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isSuspended && !m_isShutdown && !isUpToDate())
         co_await reconcile(false, m_lifecycleGeneration);
     ThreadCollection snapshot = buildSnapshot(limit);
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
     throwIfCancelled(stop);
     co_return snapshot;
 }
@@ -136,27 +136,27 @@ QCoro::Task<ThreadCollection> ClaudeDesktopThreadSource::fetchThreads(int limit,
 QCoro::Task<void> ClaudeDesktopThreadSource::startMonitoring()
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     startOnActor();
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
 }
 
 QCoro::Task<void> ClaudeDesktopThreadSource::suspend()
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isShutdown && !m_isSuspended) {
         ++m_lifecycleGeneration;
         m_isSuspended = true;
         stopOnActor();
     }
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
 }
 
 QCoro::Task<void> ClaudeDesktopThreadSource::shutdown()
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isShutdown) {
         ++m_lifecycleGeneration;
         m_isSuspended = true;
@@ -166,16 +166,27 @@ QCoro::Task<void> ClaudeDesktopThreadSource::shutdown()
         m_invalidations->finish();
         m_snapshots->finish();
     }
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::sleep()
+{
+    co_return;
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::wake()
+{
+    auto reconciling = reconcileNow();
+    co_await reconciling;
 }
 
 QCoro::Task<void> ClaudeDesktopThreadSource::reconcileNow()
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isSuspended && !m_isShutdown)
         co_await reconcile(false, m_lifecycleGeneration);
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
 }
 
 std::optional<ClaudeSessionSignal> ClaudeDesktopThreadSource::signalOf(const ClaudeHookEvent &event)
@@ -211,7 +222,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal s
                                                            QDateTime receivedAt)
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isShutdown) {
         if (applySignal(signal, receivedAt)) {
             // The event itself sets no status: it makes the transcripts be read again now.
@@ -227,7 +238,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal s
             m_pendingSignals.append(PendingSignal{std::move(signal), receivedAt});
         }
     }
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
 }
 
 // ---- lifecycle on the actor ----
@@ -327,7 +338,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::runSafetyNet(quint64 generation, st
     QObject *home = m_executor.context();
     while (true) {
         co_await m_clock.sleep(safetyNetInterval);
-        co_await ClaudeThreadHop{home};
+        co_await ThreadHop{home};
         if (alive.expired() || stop.stop_requested() || !isCurrent(generation))
             co_return;
         reconcile(false, generation);
@@ -448,7 +459,7 @@ ClaudeDesktopThreadSource::loadManifest(QString path, bool retrying, quint64 gen
     for (int attempt = 0; attempt < attempts; ++attempt) {
         if (retryDelays[attempt] > 0ms) {
             co_await m_clock.sleep(retryDelays[attempt]);
-            co_await ClaudeThreadHop{home};
+            co_await ThreadHop{home};
         }
         if (alive.expired() || !isCurrent(generation))
             co_return std::nullopt;

@@ -1,7 +1,6 @@
 #include "sources/claude/claudesessiondirectorywatcher.h"
 
 #include "core/threadanchor.h"
-#include "sources/claude/claudethreadhop.h"
 
 #include <QDir>
 #include <QFileInfo>

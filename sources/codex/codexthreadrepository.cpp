@@ -638,6 +638,23 @@ QCoro::Task<void> CodexThreadRepository::runSafetyNet()
     }
 }
 
+QCoro::Task<void> CodexThreadRepository::wake()
+{
+    if (m_isShutdown)
+        co_return;
+    // A sleep that was never announced left the child and the watchers as they were: retire
+    // them the same way before starting afresh.
+    const auto self = shared_from_this();
+    if (!m_isSuspended) {
+        auto suspending = suspend();
+        co_await suspending;
+    }
+    if (m_isShutdown)
+        co_return;
+    resume();
+    requestLocalRefresh();
+}
+
 QCoro::Task<void> CodexThreadRepository::suspend()
 {
     if (m_isSuspended || m_isShutdown)

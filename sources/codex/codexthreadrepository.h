@@ -13,7 +13,7 @@
 
 #include "core/boundedchannel.h"
 #include "core/clock.h"
-#include "core/threadsource.h"
+#include "core/livethreadsource.h"
 #include "platform/filesystem.h"
 #include "platform/filewatch.h"
 #include "sources/codex/codexstatus.h"
@@ -59,7 +59,7 @@ public:
 };
 
 class CodexThreadRepository : public std::enable_shared_from_this<CodexThreadRepository>,
-                              public ThreadSource
+                              public LiveThreadSource
 {
 public:
     static constexpr int localFetchLimit = 400;
@@ -96,20 +96,25 @@ public:
 
     QString sourceName() const override;
     QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override;
+    RackProvider provider() const override { return RackProvider::codex; }
 
-    // Collections published between fetches, whenever the local picture changed.
-    ChannelPtr<ThreadCollection> localSnapshots() const { return m_localSnapshots; }
+    // Local collections published between fetches, whenever the local picture changed.
+    ChannelPtr<ThreadCollection> snapshots() const override { return m_localSnapshots; }
     // Live status deltas, keyed as the store keys threads ("codex:" + id).
-    ChannelPtr<RackStatusUpdate> statusUpdates() const { return m_statusUpdates; }
-    // "The thread list changed, fetch again."
-    ChannelPtr<std::monostate> threadListInvalidations() const { return m_invalidations; }
+    ChannelPtr<RackStatusUpdate> statusUpdates() const override { return m_statusUpdates; }
+    ChannelPtr<std::monostate> threadListInvalidations() const override { return m_invalidations; }
 
     // Starts watching, the passing-on of live updates and the safety net. Once.
-    void start();
+    void start() override;
+    // Suspends: the app-server's child goes, the data stays.
+    QCoro::Task<void> sleep() override { return suspend(); }
+    // Suspends first when the sleep was missed, then resumes and asks for a local refresh.
+    QCoro::Task<void> wake() override;
+    void reconcileLocal() override { requestLocalRefresh(); }
     QCoro::Task<void> suspend();
     void resume();
     // Final: stops every task, ends the channels, and waits for the app-server's child to go.
-    QCoro::Task<void> shutdown();
+    QCoro::Task<void> shutdown() override;
 
     // Asks for a local refresh: one runs at a time, with at most one queued behind it.
     void requestLocalRefresh();

@@ -454,14 +454,14 @@ TEST_F(CodexThreadRepositoryTest, LocalRefreshesRunOneAtATimeWithOneQueued)
     EXPECT_EQ(fallback->fetchCount(), 2) << "three requests, one run and one queued";
     EXPECT_FALSE(repository->isLocalRefreshRunning());
 
-    const auto snapshots = drain(repository->localSnapshots());
+    const auto snapshots = drain(repository->snapshots());
     ASSERT_EQ(snapshots.size(), 1u) << "an unchanged picture is not published again";
     EXPECT_EQ(snapshots[0].sourceDescription, QStringLiteral("Codex local activity"));
 
     repository->requestLocalRefresh();
     answerLocalRefresh(
         collection({codexThread("a", RackStatus::recent, 2, 2)}, QStringLiteral("history")));
-    EXPECT_EQ(drain(repository->localSnapshots()).size(), 1u);
+    EXPECT_EQ(drain(repository->snapshots()).size(), 1u);
     EXPECT_EQ(repository->localRevision(), 3u);
 }
 
@@ -482,13 +482,13 @@ TEST_F(CodexThreadRepositoryTest, WorkOfAnEarlierGenerationNeverLands)
     EXPECT_TRUE(fetchCancelled) << "a fetch begun before the suspend is no answer after it";
     taskrack::testing::drainEvents();
     EXPECT_EQ(repository->localRevision(), 0u);
-    EXPECT_TRUE(drain(repository->localSnapshots()).empty());
+    EXPECT_TRUE(drain(repository->snapshots()).empty());
 
     // The new generation works as usual.
     repository->requestLocalRefresh();
     answerLocalRefresh(
         collection({codexThread("a", RackStatus::recent, 1, 1)}, QStringLiteral("h")));
-    EXPECT_EQ(drain(repository->localSnapshots()).size(), 1u);
+    EXPECT_EQ(drain(repository->snapshots()).size(), 1u);
 }
 
 // ---- Watching ----
@@ -507,7 +507,7 @@ TEST_F(CodexThreadRepositoryTest, RolloutChangesRefreshLocallyAndDatabaseChanges
     files->fire(rolloutPath);
     clock.advance(TaskFileWatcher::collapseInterval);
     answerLocalRefresh(answer);
-    EXPECT_EQ(drain(repository->localSnapshots()).size(), 1u);
+    EXPECT_EQ(drain(repository->snapshots()).size(), 1u);
     EXPECT_TRUE(drain(repository->threadListInvalidations()).empty());
 
     files->fire(walPath);
@@ -546,7 +546,7 @@ TEST_F(CodexThreadRepositoryTest, ShutdownEndsEverything)
     EXPECT_TRUE(files->handles.isEmpty()) << "no watch outlives shutdown";
     repository->requestLocalRefresh();
     EXPECT_EQ(fallback->fetchCount(), 0);
-    EXPECT_FALSE(taskrack::testing::await(takeOne(repository->localSnapshots())));
+    EXPECT_FALSE(taskrack::testing::await(takeOne(repository->snapshots())));
     EXPECT_THROW(fetch(), OperationCancelled);
 }
 
