@@ -84,7 +84,7 @@ public:
     void applyStatusUpdate(const RackStatusUpdate &update);
     // A Codex update names the provider's own identifier or the store's; the caller has already
     // mapped the provider status.
-    void applyCodexStatusUpdate(const QString &threadId, RackStatus status,
+    void applyCodexStatusUpdate(const QString &threadID, RackStatus status,
                                 std::optional<QDateTime> updatedAt,
                                 std::optional<QDateTime> recencyAt);
     void applyProviderSnapshot(const ThreadCollection &collection, RackProvider provider);

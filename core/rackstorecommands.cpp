@@ -3,6 +3,7 @@
 // panel only translates keys and gesture events into these.
 
 #include "core/rackstore.h"
+#include "core/rackstore_p.h"
 
 #include "core/clock.h"
 #include "core/searchfolding.h"
@@ -12,9 +13,6 @@
 namespace taskrack {
 
 namespace {
-const QString keyLastSelected = QStringLiteral("lastSelectedThreadID");
-const QString keySelectedProject = QStringLiteral("selectedProjectID");
-const QString keyRecentlyOpened = QStringLiteral("recentlyOpenedThreadIDs");
 
 qsizetype indexIn(const QList<RackThread> &threads, const std::optional<QString> &id)
 {
@@ -113,7 +111,7 @@ void RackStore::selectThread(const std::optional<QString> &threadID)
 {
     assign(m_selectedThreadID, threadID, &RackStore::selectedThreadIDChanged);
     if (threadID)
-        m_preferences.setValue(keyLastSelected, *threadID);
+        m_preferences.setValue(rackstorekeys::lastSelected, *threadID);
 }
 
 void RackStore::setSelectedProjectID(const std::optional<QString> &projectID, bool persist)
@@ -122,9 +120,9 @@ void RackStore::setSelectedProjectID(const std::optional<QString> &projectID, bo
     if (!persist)
         return;
     if (projectID)
-        m_preferences.setValue(keySelectedProject, *projectID);
+        m_preferences.setValue(rackstorekeys::selectedProject, *projectID);
     else
-        m_preferences.remove(keySelectedProject);
+        m_preferences.remove(rackstorekeys::selectedProject);
 }
 
 void RackStore::pageToSelection()
@@ -459,7 +457,7 @@ void RackStore::rememberOpened(const QString &threadID)
     if (opened == m_openedThreadIDs)
         return;
     m_openedThreadIDs = opened;
-    m_preferences.setValue(keyRecentlyOpened, opened);
+    m_preferences.setValue(rackstorekeys::recentlyOpened, opened);
     emit openedThreadIDsChanged();
 }
 
