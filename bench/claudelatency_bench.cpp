@@ -79,8 +79,9 @@ struct ClaudeHome
         // Built and wired as the application builds and wires it, without the hook listener:
         // hook events are handed to the source directly.
         source = SourceAssembly::claudeSource(paths, SystemClock::shared(), fileSystem);
-        runtime = std::make_unique<RackRuntime>(SourceAssembly{.sources = {source}}, preferences,
-                                                SystemClock::shared());
+        runtime = std::make_unique<RackRuntime>(
+            SourceAssembly{.sources = {source}, .eventFeeds = {}, .claudeHooks = {}}, preferences,
+            SystemClock::shared());
         bool refreshed = false;
         // Loops, watchers and the first refresh, in the application's order.
         signalWhenDone(runtime->start(), refreshed);

@@ -137,8 +137,9 @@ void BM_RolloutLineToStoreStatus(benchmark::State &state)
     parts.clock = &SystemClock::shared();
     const auto repository = CodexThreadRepository::create(std::move(parts));
 
-    RackRuntime runtime(SourceAssembly{.sources = {repository}}, preferences,
-                        SystemClock::shared());
+    RackRuntime runtime(
+        SourceAssembly{.sources = {repository}, .eventFeeds = {}, .claudeHooks = {}}, preferences,
+        SystemClock::shared());
     RackStore &store = runtime.store();
     bool refreshed = false;
     signalWhenDone(runtime.start(), refreshed);

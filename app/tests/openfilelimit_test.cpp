@@ -46,8 +46,12 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         LimitCase{.name = "RaisedToTheTarget", .before = {1024, 1048576}, .expectedSoft = 10240},
         LimitCase{.name = "RaisedToTheHardLimit", .before = {1024, 5000}, .expectedSoft = 5000},
-        LimitCase{.name = "AboveTheTargetLeftAlone", .before = {20000, 1048576}},
-        LimitCase{.name = "AtTheHardLimitLeftAlone", .before = {10240, 10240}}),
+        LimitCase{.name = "AboveTheTargetLeftAlone",
+                  .before = {20000, 1048576},
+                  .expectedSoft = std::nullopt},
+        LimitCase{.name = "AtTheHardLimitLeftAlone",
+                  .before = {10240, 10240},
+                  .expectedSoft = std::nullopt}),
     [](const auto &info) { return std::string(info.param.name); });
 
 TEST(OpenFileLimitFailureTest, FailuresAreSwallowed)

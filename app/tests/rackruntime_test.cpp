@@ -117,7 +117,8 @@ protected:
                                                    clock, claudeShutdownHeld);
         runtime = std::make_unique<RackRuntime>(
             SourceAssembly{.sources = {codex, claude},
-                           .eventFeeds = {std::make_shared<RecordingEventFeed>(events)}},
+                           .eventFeeds = {std::make_shared<RecordingEventFeed>(events)},
+                           .claudeHooks = {}},
             preferences, clock);
     }
 

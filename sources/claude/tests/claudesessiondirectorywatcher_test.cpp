@@ -1,3 +1,4 @@
+#include "platform/linux/inotifyfilewatch.h"
 #include "sources/claude/claudesessiondirectorywatcher.h"
 #include "testing/fakeclock.h"
 #include "testing/testsupport.h"
