@@ -169,66 +169,35 @@ void RackStore::walkList(bool forward)
     const QList<RackThread> &list = m_cycleCurrentPageOnly ? m_visibleThreads : m_rankedThreads;
     if (list.isEmpty())
         return;
-    const qsizetype count = list.size();
-    const qsizetype current = indexIn(list, m_selectedThreadID);
-    qsizetype next = 0;
-    if (hasNewTaskStop()) {
-        if (m_isNewTaskSelected) {
-            next = forward ? 0 : count - 1;
-        } else if ((forward && current == count - 1) || (!forward && current == 0)) {
-            assign(m_isNewTaskSelected, true, &RackStore::isNewTaskSelectedChanged);
-            return;
-        } else if (current < 0) {
-            next = forward ? 0 : count - 1;
-        } else {
-            next = current + (forward ? 1 : -1);
-        }
-    } else if (current < 0) {
-        next = forward ? 0 : count - 1;
-    } else {
-        next = (current + (forward ? 1 : count - 1)) % count;
+    const std::optional<QString> next =
+        RackNavigation::walkList(list, selection(), hasNewTaskStop(), forward);
+    if (!next) {
+        assign(m_isNewTaskSelected, true, &RackStore::isNewTaskSelectedChanged);
+        return;
     }
-    selectThread(list.at(next).id);
+    selectThread(*next);
     assign(m_isNewTaskSelected, false, &RackStore::isNewTaskSelectedChanged);
     pageToSelection();
 }
 
+RackSelection RackStore::selection() const
+{
+    return RackSelection{m_selectedThreadID, m_selectedProjectID, m_isNewTaskSelected};
+}
+
 QList<RackStop> RackStore::stops() const
 {
-    QList<RackStop> ring;
-    for (const RackProjectGroup &group : m_projectGroups) {
-        for (const RackThread &thread : group.threads)
-            ring.append(RackStop{RackStop::Kind::thread, group.id, thread.id});
-        ring.append(RackStop{RackStop::Kind::newTask, group.id, {}});
-    }
-    return ring;
+    return RackNavigation::stops(m_projectGroups);
 }
 
 void RackStore::walkStops(bool forward)
 {
-    const QList<RackStop> ring = stops();
-    if (ring.isEmpty()) {
+    const std::optional<RackStop> next = RackNavigation::nextStop(stops(), selection(), forward);
+    if (!next) {
         assign(m_selectedThreadID, std::optional<QString>(), &RackStore::selectedThreadIDChanged);
         return;
     }
-    qsizetype present = -1;
-    for (qsizetype i = 0; i < ring.size(); ++i) {
-        const RackStop &stop = ring.at(i);
-        const bool matches = stop.kind == RackStop::Kind::newTask
-                                 ? m_isNewTaskSelected && m_selectedProjectID == stop.projectID
-                                 : !m_isNewTaskSelected && m_selectedThreadID == stop.threadID;
-        if (matches) {
-            present = i;
-            break;
-        }
-    }
-    const qsizetype count = ring.size();
-    qsizetype next = 0;
-    if (present < 0)
-        next = forward ? 0 : count - 1;
-    else
-        next = (present + (forward ? 1 : count - 1)) % count;
-    goToStop(ring.at(next));
+    goToStop(*next);
 }
 
 void RackStore::goToStop(const RackStop &stop)
@@ -263,7 +232,7 @@ void RackStore::movePage(bool forward)
     const int count = pageCount();
     if (count < 1)
         return;
-    const int next = (m_currentPage + (forward ? 1 : count - 1)) % count;
+    const int next = int(RackNavigation::wrap(m_currentPage, count, forward));
     assign(m_isNewTaskSelected, false, &RackStore::isNewTaskSelectedChanged);
     showPage(next, false);
 }
@@ -274,15 +243,8 @@ bool RackStore::moveProject(bool forward)
         isSearchActive() || m_projectGroups.isEmpty())
         return false;
     beginNavigation();
-    qsizetype present = -1;
-    for (qsizetype i = 0; i < m_projectGroups.size(); ++i) {
-        if (m_selectedProjectID && m_projectGroups.at(i).id == *m_selectedProjectID)
-            present = i;
-    }
-    const qsizetype count = m_projectGroups.size();
-    if (present < 0)
-        present = forward ? -1 : 0;
-    const qsizetype next = ((present + (forward ? 1 : -1)) % count + count) % count;
+    const qsizetype next =
+        RackNavigation::nextProject(m_projectGroups, m_selectedProjectID, forward);
     selectProject(m_projectGroups.at(next).id);
     return true;
 }
