@@ -513,11 +513,6 @@ QCoro::Task<void> CodexThreadRepository::renewWatchedFiles(quint64 generation)
     m_watcher->setFiles(m_parts.databaseFiles + rollouts);
 }
 
-QStringList CodexThreadRepository::watchedFiles() const
-{
-    return m_watcher ? m_watcher->files() : QStringList{};
-}
-
 void CodexThreadRepository::start()
 {
     if (m_started || m_isShutdown)

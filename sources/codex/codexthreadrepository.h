@@ -119,13 +119,6 @@ public:
     // Asks for a local refresh: one runs at a time, with at most one queued behind it.
     void requestLocalRefresh();
 
-    bool isSuspended() const { return m_isSuspended; }
-    bool isShutdown() const { return m_isShutdown; }
-    quint64 lifecycleGeneration() const { return m_lifecycleGeneration; }
-    quint64 localRevision() const { return m_localRevision; }
-    bool isLocalRefreshRunning() const { return m_localRefreshRunning; }
-    // What is being watched now (empty before start and after shutdown).
-    QStringList watchedFiles() const;
     // A watched change between two fetches, answered: for tests and benchmarks.
     quint64 completedLocalRefreshCount() const { return m_completedLocalRefreshes; }
 

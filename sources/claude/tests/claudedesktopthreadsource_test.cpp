@@ -66,19 +66,6 @@ QByteArray assistantLine(const QDateTime &at, const QByteArray &stopReason = "en
            R"(","content":[{"type":"text","text":"ok"}]},"timestamp":")" + stamp(at) + "\"}\n";
 }
 
-template <typename T> QList<T> drain(const ChannelPtr<T> &channel)
-{
-    drainEvents();
-    QList<T> items;
-    while (channel->size() > 0) {
-        auto next = channel->next();
-        if (next.await_ready())
-            if (auto item = next.await_resume())
-                items.append(*item);
-    }
-    return items;
-}
-
 class ClaudeSourceTest : public ::testing::Test
 {
 protected:
@@ -398,7 +385,12 @@ TEST_F(ClaudeSourceTest, HookEventsFromSubAgentsAreFilteredBeforeTheyApply)
     auto source = makeSource();
     fetch(*source);
 
-    ClaudeHookEvent permission{"cli-a", "/work/app", "PermissionRequest", {}, {}, {}, false};
+    const ClaudeHookEvent permission{.sessionId = "cli-a",
+                                     .cwd = "/work/app",
+                                     .hookEventName = "PermissionRequest",
+                                     .notificationType = {},
+                                     .transcriptPath = {},
+                                     .backgroundTaskCount = {}};
     awaitVoid(source->receive(permission, baseTime.addSecs(-10)));
     EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::requiresInput);
 
