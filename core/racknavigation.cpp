@@ -2,9 +2,8 @@
 
 namespace taskrack {
 
-namespace {
-
-qsizetype indexIn(const QList<RackThread> &threads, const std::optional<QString> &id)
+qsizetype RackNavigation::indexOf(const QList<RackThread> &threads,
+                                  const std::optional<QString> &id)
 {
     if (!id)
         return -1;
@@ -14,8 +13,6 @@ qsizetype indexIn(const QList<RackThread> &threads, const std::optional<QString>
     }
     return -1;
 }
-
-} // namespace
 
 qsizetype RackNavigation::wrap(qsizetype present, qsizetype count, bool forward)
 {
@@ -58,7 +55,7 @@ std::optional<QString> RackNavigation::walkList(const QList<RackThread> &list,
                                                 bool forward)
 {
     const qsizetype count = list.size();
-    const qsizetype current = indexIn(list, selection.threadID);
+    const qsizetype current = indexOf(list, selection.threadID);
     if (!hasNewTaskStop)
         return list.at(wrap(current, count, forward)).id;
     // The key is a stop of its own: leaving it enters the list at its near end, and stepping

@@ -38,6 +38,8 @@ public:
     // The index after (or before) `present` among `count`, wrapping; the first (or the last)
     // when nothing is present. `count` must be positive.
     static qsizetype wrap(qsizetype present, qsizetype count, bool forward);
+    // Where the thread `id` stands in `threads`; -1 when it is absent or not given.
+    static qsizetype indexOf(const QList<RackThread> &threads, const std::optional<QString> &id);
 
     // The ring of a walk through all projects: each project's threads, then its new-task key.
     static QList<RackStop> stops(const QList<RackProjectGroup> &groups);

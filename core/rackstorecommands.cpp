@@ -12,20 +12,6 @@
 
 namespace taskrack {
 
-namespace {
-
-qsizetype indexIn(const QList<RackThread> &threads, const std::optional<QString> &id)
-{
-    if (!id)
-        return -1;
-    for (qsizetype i = 0; i < threads.size(); ++i) {
-        if (threads.at(i).id == *id)
-            return i;
-    }
-    return -1;
-}
-} // namespace
-
 // --- Search ---------------------------------------------------------------------------------
 
 bool RackStore::isSearchActive() const
@@ -97,7 +83,7 @@ void RackStore::endSearch()
                                                });
         if (projectExists)
             setSelectedProjectID(restore->selectedProjectID, true);
-        if (indexIn(m_allThreads, restore->selectedThreadID) >= 0)
+        if (RackNavigation::indexOf(m_allThreads, restore->selectedThreadID) >= 0)
             assign(m_selectedThreadID, restore->selectedThreadID,
                    &RackStore::selectedThreadIDChanged);
         m_currentPage = restore->currentPage;
@@ -127,7 +113,7 @@ void RackStore::setSelectedProjectID(const std::optional<QString> &projectID, bo
 
 void RackStore::pageToSelection()
 {
-    const qsizetype index = indexIn(m_rankedThreads, m_selectedThreadID);
+    const qsizetype index = RackNavigation::indexOf(m_rankedThreads, m_selectedThreadID);
     if (index < 0) {
         showPage(0, false);
         return;
@@ -302,12 +288,14 @@ void RackStore::moveHorizontal(bool forward)
 
 bool RackStore::hasSelection() const
 {
-    return !m_isNewTaskSelected && indexIn(m_rankedThreads, m_selectedThreadID) >= 0;
+    return !m_isNewTaskSelected &&
+           RackNavigation::indexOf(m_rankedThreads, m_selectedThreadID) >= 0;
 }
 
 std::optional<RackThread> RackStore::selectedThread() const
 {
-    const qsizetype index = m_isNewTaskSelected ? -1 : indexIn(m_rankedThreads, m_selectedThreadID);
+    const qsizetype index =
+        m_isNewTaskSelected ? -1 : RackNavigation::indexOf(m_rankedThreads, m_selectedThreadID);
     if (index < 0)
         return std::nullopt;
     return m_rankedThreads.at(index);
