@@ -4,6 +4,7 @@
 // (and once repairs) the installed hooks at start, the listener hears the helper's events on
 // the session bus, and each accepted event goes to the Claude source.
 
+#include "app/sourceeventfeed.h"
 #include "core/boundedchannel.h"
 
 #include <QCoro/QCoroTask>
@@ -23,21 +24,21 @@ class ClaudeHookBridgeListener;
 class ClaudeHookInstaller;
 class ClaudeEnhancedStatusController;
 
-class ClaudeHookWiring
+class ClaudeHookWiring : public SourceEventFeed
 {
 public:
     ClaudeHookWiring(Preferences &preferences, Clock &clock, FileSystem &fileSystem,
                      QString settingsPath, QString helperPath,
                      std::weak_ptr<ClaudeDesktopThreadSource> source);
-    ~ClaudeHookWiring();
+    ~ClaudeHookWiring() override;
 
     // Refreshes the controller (which starts the listener when live status is enabled) and
     // starts forwarding events.
-    void start();
-    void stop();
+    void start() override;
+    void stop() override;
     // Reads the settings file and the preferences again (after a wake, or when another process
     // changed them); starts or stops the listener to match.
-    void refresh();
+    void refresh() override;
     ClaudeEnhancedStatusController &controller() { return *m_controller; }
 
 private:

@@ -9,6 +9,16 @@
 
 namespace taskrack {
 
+namespace {
+
+std::vector<std::shared_ptr<ThreadSource>>
+compositeMembers(const std::vector<std::shared_ptr<LiveThreadSource>> &sources)
+{
+    return {sources.begin(), sources.end()};
+}
+
+} // namespace
+
 RackRuntime::RackRuntime(const ProviderPaths &paths, Preferences &preferences, Clock &clock,
                          QObject *parent)
     : RackRuntime(SourceAssembly::build(paths, preferences, clock), preferences, clock, parent)
@@ -18,8 +28,8 @@ RackRuntime::RackRuntime(const ProviderPaths &paths, Preferences &preferences, C
 RackRuntime::RackRuntime(SourceAssembly assembly, Preferences &preferences, Clock &clock,
                          QObject *parent)
     : QObject(parent), m_assembly(std::move(assembly)),
-      m_composite(
-          std::make_unique<CompositeThreadSource>(m_assembly.members, &clock, memberPatience)),
+      m_composite(std::make_unique<CompositeThreadSource>(compositeMembers(m_assembly.sources),
+                                                          &clock, memberPatience)),
       m_store(std::make_unique<RackStore>(*m_composite, &m_opener, preferences, clock))
 {
 }
@@ -37,16 +47,13 @@ QCoro::Task<void> RackRuntime::start(RackDesktopSteps *desktop, SystemEvents *sy
     m_desktop = desktop;
     QPointer<RackRuntime> self(this);
     // Snapshot loops first, so that nothing a watcher pushes as it starts is lost.
-    for (const LiveFeeds &feeds : m_assembly.feeds) {
-        if (feeds.snapshots)
-            consumeSnapshots(feeds.snapshots, feeds.provider);
-    }
+    for (const auto &source : m_assembly.sources)
+        consumeSnapshots(source->snapshots(), source->provider());
     consumeLateAnswers();
     // Watchers and safety nets, with the wake observer after the first source: a wake must
     // reach every source that is already watching.
-    for (size_t index = 0; index < m_assembly.feeds.size(); ++index) {
-        if (m_assembly.feeds[index].start)
-            m_assembly.feeds[index].start();
+    for (size_t index = 0; index < m_assembly.sources.size(); ++index) {
+        m_assembly.sources[index]->start();
         if (index == 0 && systemEvents) {
             m_systemEvents = systemEvents;
             m_wakeConnections.append(
@@ -57,17 +64,14 @@ QCoro::Task<void> RackRuntime::start(RackDesktopSteps *desktop, SystemEvents *sy
     }
     if (m_desktop)
         m_desktop->startInput();
-    // Then the deltas: per source its pushed events, status updates and invalidations.
-    for (const LiveFeeds &feeds : m_assembly.feeds) {
-        if (feeds.startEvents)
-            feeds.startEvents();
-        if (feeds.codexStatusUpdates)
-            consumeStatusUpdates(feeds.codexStatusUpdates, true);
-        if (feeds.statusUpdates)
-            consumeStatusUpdates(feeds.statusUpdates, false);
-        if (feeds.invalidations)
-            consumeInvalidations(feeds.invalidations);
+    // Then the deltas: per source its status updates and invalidations, and the events pushed
+    // into the sources from outside.
+    for (const auto &source : m_assembly.sources) {
+        consumeStatusUpdates(source->statusUpdates());
+        consumeInvalidations(source->threadListInvalidations());
     }
+    for (const auto &feed : m_assembly.eventFeeds)
+        feed->start();
     co_await m_store->refresh();
     if (!self)
         co_return;
@@ -98,15 +102,14 @@ QCoro::Task<void> RackRuntime::consumeLateAnswers()
         std::optional<ThreadFetchSuccess> answer = co_await next;
         if (!answer || !self || stop.stop_requested())
             co_return;
-        // Members and feeds are assembled in the same order.
-        if (size_t(answer->index) < m_assembly.feeds.size())
+        // The composite's members are the sources, in the same order.
+        if (size_t(answer->index) < m_assembly.sources.size())
             m_store->applyProviderSnapshot(answer->collection,
-                                           m_assembly.feeds[size_t(answer->index)].provider);
+                                           m_assembly.sources[size_t(answer->index)]->provider());
     }
 }
 
-QCoro::Task<void> RackRuntime::consumeStatusUpdates(ChannelPtr<RackStatusUpdate> channel,
-                                                    bool codexIds)
+QCoro::Task<void> RackRuntime::consumeStatusUpdates(ChannelPtr<RackStatusUpdate> channel)
 {
     QPointer<RackRuntime> self(this);
     const std::stop_token stop = m_loopsStop.get_token();
@@ -115,21 +118,17 @@ QCoro::Task<void> RackRuntime::consumeStatusUpdates(ChannelPtr<RackStatusUpdate>
         std::optional<RackStatusUpdate> update = co_await next;
         if (!update || !self || stop.stop_requested())
             co_return;
-        if (codexIds)
-            m_store->applyCodexStatusUpdate(update->threadID, update->status, update->updatedAt,
-                                            update->recencyAt);
-        else
-            m_store->applyStatusUpdate(*update);
+        m_store->applyStatusUpdate(*update);
     }
 }
 
-QCoro::Task<void> RackRuntime::consumeInvalidations(ChannelPtr<Invalidation> channel)
+QCoro::Task<void> RackRuntime::consumeInvalidations(ChannelPtr<std::monostate> channel)
 {
     QPointer<RackRuntime> self(this);
     const std::stop_token stop = m_loopsStop.get_token();
     while (true) {
         auto next = channel->next(stop);
-        std::optional<Invalidation> invalidation = co_await next;
+        std::optional<std::monostate> invalidation = co_await next;
         if (!invalidation || !self || stop.stop_requested())
             co_return;
         m_store->scheduleRefresh(RackStore::refreshDebounce);
@@ -149,10 +148,8 @@ void RackRuntime::cancelNow()
     m_wakeConnections.clear();
     if (m_desktop)
         m_desktop->stopInput();
-    for (const LiveFeeds &feeds : m_assembly.feeds) {
-        if (feeds.stopEvents)
-            feeds.stopEvents();
-    }
+    for (const auto &feed : m_assembly.eventFeeds)
+        feed->stop();
 }
 
 QCoro::Task<void> RackRuntime::shutdown()
@@ -168,10 +165,10 @@ QCoro::Task<void> RackRuntime::shutdown()
     m_shutdownStarted = true;
     cancelNow();
     // The sources last, one after the other: each waits for its own children to go.
-    const std::vector<LiveFeeds> feeds = m_assembly.feeds;
-    for (const LiveFeeds &feed : feeds) {
-        if (feed.shutdown)
-            co_await feed.shutdown();
+    const auto sources = m_assembly.sources;
+    for (const auto &source : sources) {
+        auto stopping = source->shutdown();
+        co_await stopping;
     }
     if (!self)
         co_return;
@@ -186,10 +183,10 @@ QCoro::Task<void> RackRuntime::handleSleep()
         co_return;
     m_asleep = true;
     qCInfo(lcApp, "System will sleep");
-    const std::vector<LiveFeeds> feeds = m_assembly.feeds;
-    for (const LiveFeeds &feed : feeds) {
-        if (feed.sleep)
-            co_await feed.sleep();
+    const auto sources = m_assembly.sources;
+    for (const auto &source : sources) {
+        auto sleeping = source->sleep();
+        co_await sleeping;
     }
 }
 
@@ -208,13 +205,15 @@ QCoro::Task<void> RackRuntime::handleWake()
         m_wakeAgain = false;
         m_asleep = false;
         qCInfo(lcApp, "System did wake");
-        const std::vector<LiveFeeds> feeds = m_assembly.feeds;
-        for (const LiveFeeds &feed : feeds) {
-            if (feed.wake)
-                co_await feed.wake();
+        const auto sources = m_assembly.sources;
+        for (const auto &source : sources) {
+            auto waking = source->wake();
+            co_await waking;
             if (!self || m_cancelled)
                 co_return;
         }
+        for (const auto &feed : m_assembly.eventFeeds)
+            feed->refresh();
         m_store->scheduleRefresh(RackStore::refreshDebounce);
     } while (m_wakeAgain);
     m_waking = false;
@@ -222,20 +221,16 @@ QCoro::Task<void> RackRuntime::handleWake()
 
 void RackRuntime::preferencesChanged()
 {
-    for (const LiveFeeds &feeds : m_assembly.feeds) {
-        if (feeds.preferencesChanged)
-            feeds.preferencesChanged();
-    }
+    for (const auto &feed : m_assembly.eventFeeds)
+        feed->refresh();
 }
 
 void RackRuntime::reconcileLocal()
 {
     if (m_cancelled)
         return;
-    for (const LiveFeeds &feeds : m_assembly.feeds) {
-        if (feeds.reconcile)
-            feeds.reconcile();
-    }
+    for (const auto &source : m_assembly.sources)
+        source->reconcileLocal();
     m_store->scheduleRefresh(std::chrono::milliseconds(0));
 }
 

@@ -44,7 +44,7 @@ public:
 
     RackRuntime(const ProviderPaths &paths, Preferences &preferences, Clock &clock,
                 QObject *parent = nullptr);
-    // For tests: run over given members and feeds.
+    // Over sources assembled elsewhere (tests, benchmarks).
     RackRuntime(SourceAssembly assembly, Preferences &preferences, Clock &clock,
                 QObject *parent = nullptr);
     ~RackRuntime() override;
@@ -80,8 +80,8 @@ signals:
 
 private:
     QCoro::Task<void> consumeSnapshots(ChannelPtr<ThreadCollection> channel, RackProvider provider);
-    QCoro::Task<void> consumeStatusUpdates(ChannelPtr<RackStatusUpdate> channel, bool codexIds);
-    QCoro::Task<void> consumeInvalidations(ChannelPtr<Invalidation> channel);
+    QCoro::Task<void> consumeStatusUpdates(ChannelPtr<RackStatusUpdate> channel);
+    QCoro::Task<void> consumeInvalidations(ChannelPtr<std::monostate> channel);
     QCoro::Task<void> consumeLateAnswers();
 
     SourceAssembly m_assembly;

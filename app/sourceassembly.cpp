@@ -3,57 +3,70 @@
 #include <QCoreApplication>
 
 #include "app/claudehookwiring.h"
+#include "platform/linux/inotifyfilewatch.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "platform/linux/pidfdprocessexitwatch.h"
 #include "sources/claude/claudedesktopthreadsource.h"
+#include "sources/codex/codexappserverclient.h"
+#include "sources/codex/codexappserverthreadsource.h"
 #include "sources/codex/codexthreadrepository.h"
+#include "sources/codex/sqlitethreadsource.h"
 
 namespace taskrack {
 
 namespace {
 
-QCoro::Task<void> shutdownCodex(std::weak_ptr<CodexThreadRepository> weak)
+std::unique_ptr<FileWatch> inotifyWatch()
 {
-    if (auto repository = weak.lock())
-        co_await repository->shutdown();
+    auto watch = std::make_unique<InotifyFileWatch>();
+    if (!watch->isValid())
+        return {};
+    return watch;
 }
 
-QCoro::Task<void> suspendCodex(std::weak_ptr<CodexThreadRepository> weak)
+// The app-server (the `codex` found on PATH) first, the state database's list as its fallback,
+// rollout activity on top, and the database and rollouts watched. `homeDir` is where project
+// identities look for the user's home (empty: the real one).
+std::shared_ptr<CodexThreadRepository> assembleCodex(const QString &codexHome,
+                                                     const QString &homeDir, Clock &clock,
+                                                     const FileSystem &fileSystem)
 {
-    if (auto repository = weak.lock(); repository && !repository->isSuspended())
-        co_await repository->suspend();
-}
+    CodexAppServerOptions options;
+    options.clock = &clock;
+    options.homeDirectory = homeDir;
+    options.fileSystem = &fileSystem;
+    auto appServer = std::make_shared<CodexAppServerThreadSource>(
+        std::make_unique<CodexAppServerClient>(std::move(options)));
+    const QString database = SQLiteThreadSource::databasePathIn(codexHome);
 
-QCoro::Task<void> wakeCodex(std::weak_ptr<CodexThreadRepository> weak)
-{
-    auto repository = weak.lock();
-    if (!repository || repository->isShutdown())
-        co_return;
-    // A sleep that was never announced left the child and the watchers as they were: retire
-    // them the same way before starting afresh.
-    if (!repository->isSuspended())
-        co_await repository->suspend();
-    if (repository = weak.lock(); !repository || repository->isShutdown())
-        co_return;
-    repository->resume();
-    repository->requestLocalRefresh();
-}
-
-QCoro::Task<void> wakeClaude(std::weak_ptr<ClaudeDesktopThreadSource> weak,
-                             std::weak_ptr<ClaudeHookWiring> weakHooks)
-{
-    if (auto wiring = weakHooks.lock())
-        wiring->refresh();
-    if (auto source = weak.lock())
-        co_await source->reconcileNow();
-}
-
-QCoro::Task<void> shutdownClaude(std::weak_ptr<ClaudeDesktopThreadSource> weak)
-{
-    if (auto source = weak.lock())
-        co_await source->shutdown();
+    CodexThreadRepository::Parts parts;
+    parts.liveSource = appServer;
+    parts.appServerSource = appServer;
+    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, codexHome, homeDir);
+    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(codexHome, fileSystem);
+    parts.fileWatch = inotifyWatch();
+    parts.databaseFiles = {database, database + QStringLiteral("-wal")};
+    parts.clock = &clock;
+    parts.livePatience = CodexThreadRepository::defaultLivePatience;
+    return CodexThreadRepository::create(std::move(parts));
 }
 
 } // namespace
+
+std::shared_ptr<ClaudeDesktopThreadSource>
+SourceAssembly::claudeSource(const ClaudeSourcePaths &paths, Clock &clock,
+                             const FileSystem &fileSystem)
+{
+    ClaudeDesktopThreadSource::Configuration configuration;
+    configuration.paths = paths;
+    configuration.clock = &clock;
+    configuration.fileSystem = &fileSystem;
+    configuration.fileWatchFactory = [] { return std::make_unique<InotifyFileWatch>(); };
+    configuration.processExitWatchFactory = [] {
+        return std::make_unique<PidfdProcessExitWatch>();
+    };
+    return std::make_shared<ClaudeDesktopThreadSource>(std::move(configuration));
+}
 
 SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &preferences,
                                      Clock &clock)
@@ -61,71 +74,16 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     // Stateless, and shared by every source and by work that may outlive the assembly.
     static LinuxFileSystem fileSystem;
     SourceAssembly assembly;
-    // Codex: the app-server first, the state database's list as its fallback, rollout activity
-    // on top, and watched files publishing local snapshots between fetches.
-    auto codex = CodexThreadRepository::create(paths.codexHome, paths.home, clock, fileSystem);
-    assembly.members.push_back(codex);
-    LiveFeeds codexFeeds;
-    codexFeeds.provider = RackProvider::codex;
-    codexFeeds.snapshots = codex->localSnapshots();
-    codexFeeds.statusUpdates = codex->statusUpdates();
-    codexFeeds.invalidations = codex->threadListInvalidations();
-    const std::weak_ptr<CodexThreadRepository> weakCodex = codex;
-    codexFeeds.start = [weakCodex] {
-        if (auto repository = weakCodex.lock())
-            repository->start();
-    };
-    codexFeeds.reconcile = [weakCodex] {
-        if (auto repository = weakCodex.lock())
-            repository->requestLocalRefresh();
-    };
-    codexFeeds.sleep = [weakCodex] { return suspendCodex(weakCodex); };
-    codexFeeds.wake = [weakCodex] { return wakeCodex(weakCodex); };
-    codexFeeds.shutdown = [weakCodex] { return shutdownCodex(weakCodex); };
-    assembly.feeds.push_back(std::move(codexFeeds));
+    assembly.sources.push_back(assembleCodex(paths.codexHome, paths.home, clock, fileSystem));
     // Claude: desktop manifests and Claude Code sessions found in the transcript folders.
-    ClaudeDesktopThreadSource::Configuration claudeConfiguration;
-    claudeConfiguration.paths = ClaudeSourcePaths::forHome(paths.home);
-    claudeConfiguration.clock = &clock;
-    claudeConfiguration.fileSystem = &fileSystem;
-    auto claude = std::make_shared<ClaudeDesktopThreadSource>(std::move(claudeConfiguration));
-    assembly.members.push_back(claude);
-    LiveFeeds claudeFeeds;
-    claudeFeeds.provider = RackProvider::claudeDesktop;
-    claudeFeeds.snapshots = claude->snapshots();
-    claudeFeeds.statusUpdates = claude->statusUpdates();
-    claudeFeeds.invalidations = claude->threadListInvalidations();
-    const std::weak_ptr<ClaudeDesktopThreadSource> weakClaude = claude;
+    auto claude = claudeSource(ClaudeSourcePaths::forHome(paths.home), clock, fileSystem);
+    assembly.sources.push_back(claude);
     // Hook events, when live Claude status is enabled, reach the source through the bus.
     auto hooks = std::make_shared<ClaudeHookWiring>(
         preferences, clock, fileSystem, paths.claudeHome + QStringLiteral("/settings.json"),
         QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge"), claude);
-    assembly.keepAlive.push_back(hooks);
+    assembly.eventFeeds.push_back(hooks);
     assembly.claudeHooks = hooks;
-    const std::weak_ptr<ClaudeHookWiring> weakHooks = hooks;
-    claudeFeeds.start = [weakClaude] {
-        if (auto source = weakClaude.lock())
-            source->startMonitoring();
-    };
-    claudeFeeds.startEvents = [weakHooks] {
-        if (auto wiring = weakHooks.lock())
-            wiring->start();
-    };
-    claudeFeeds.stopEvents = [weakHooks] {
-        if (auto wiring = weakHooks.lock())
-            wiring->stop();
-    };
-    claudeFeeds.reconcile = [weakClaude] {
-        if (auto source = weakClaude.lock())
-            source->reconcileNow();
-    };
-    claudeFeeds.wake = [weakClaude, weakHooks] { return wakeClaude(weakClaude, weakHooks); };
-    claudeFeeds.preferencesChanged = [weakHooks] {
-        if (auto wiring = weakHooks.lock())
-            wiring->refresh();
-    };
-    claudeFeeds.shutdown = [weakClaude] { return shutdownClaude(weakClaude); };
-    assembly.feeds.push_back(std::move(claudeFeeds));
     return assembly;
 }
 

@@ -76,24 +76,12 @@ struct ClaudeHome
                 hotId = "claude:" + sessionId;
             }
         }
-        source =
-            std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
-                paths, &SystemClock::shared(), {}, {}, {}, true, &fileSystem});
-        SourceAssembly assembly;
-        assembly.members.push_back(source);
-        LiveFeeds feeds;
-        feeds.provider = RackProvider::claudeDesktop;
-        feeds.snapshots = source->snapshots();
-        feeds.statusUpdates = source->statusUpdates();
-        feeds.invalidations = source->threadListInvalidations();
-        const std::weak_ptr<ClaudeDesktopThreadSource> weak = source;
-        feeds.start = [weak] {
-            if (auto strong = weak.lock())
-                strong->startMonitoring();
-        };
-        assembly.feeds.push_back(std::move(feeds));
-        runtime =
-            std::make_unique<RackRuntime>(std::move(assembly), preferences, SystemClock::shared());
+        // Built and wired as the application builds and wires it, without the hook listener:
+        // hook events are handed to the source directly.
+        source = SourceAssembly::claudeSource(paths, SystemClock::shared(), fileSystem);
+        runtime = std::make_unique<RackRuntime>(
+            SourceAssembly{.sources = {source}, .eventFeeds = {}, .claudeHooks = {}}, preferences,
+            SystemClock::shared());
         bool refreshed = false;
         // Loops, watchers and the first refresh, in the application's order.
         signalWhenDone(runtime->start(), refreshed);

@@ -1,5 +1,6 @@
 // How much a Claude transcript costs to read, however large it grows, and what a refresh over
 // many unchanged sessions costs. Run in Release; figures go to the report, not to assertions.
+#include "app/sourceassembly.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/claude/claudetranscripttailreader.h"
@@ -141,14 +142,11 @@ void refreshUnchangedSessions(benchmark::State &state)
                                                  {"model", "claude"}})
                            .toJson());
     }
-    ClaudeDesktopThreadSource::Configuration configuration;
-    configuration.paths = paths;
-    configuration.fileSystem = &fileSystem;
-    ClaudeDesktopThreadSource source(std::move(configuration));
+    const auto source = SourceAssembly::claudeSource(paths, SystemClock::shared(), fileSystem);
     if (monitoring) {
         bool started = false;
         auto start = [&]() -> QCoro::Task<void> {
-            co_await source.startMonitoring();
+            co_await source->startMonitoring();
             started = true;
         };
         auto starting = start();
@@ -156,17 +154,17 @@ void refreshUnchangedSessions(benchmark::State &state)
             QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents,
                                             10);
     }
-    if (runToCompletion(source.fetchThreads(400, {})).threads.size() != 400)
+    if (runToCompletion(source->fetchThreads(400, {})).threads.size() != 400)
         state.SkipWithError("the warm-up did not list 400 sessions");
-    const qint64 transcriptOpens = source.transcriptReadCounters().filesOpened.load();
-    const qint64 manifestOpens = source.manifestReadCounters().filesOpened.load();
+    const qint64 transcriptOpens = source->transcriptReadCounters().filesOpened.load();
+    const qint64 manifestOpens = source->manifestReadCounters().filesOpened.load();
     for (auto _ : state) {
-        const ThreadCollection collection = runToCompletion(source.fetchThreads(400, {}));
+        const ThreadCollection collection = runToCompletion(source->fetchThreads(400, {}));
         benchmark::DoNotOptimize(collection);
     }
     state.counters["filesOpenedPerRefresh"] =
-        double(source.transcriptReadCounters().filesOpened.load() - transcriptOpens +
-               source.manifestReadCounters().filesOpened.load() - manifestOpens) /
+        double(source->transcriptReadCounters().filesOpened.load() - transcriptOpens +
+               source->manifestReadCounters().filesOpened.load() - manifestOpens) /
         double(state.iterations());
 }
 // 0: Claude Code sessions found in the transcript folders; 1: desktop manifests naming them;

@@ -137,16 +137,9 @@ void BM_RolloutLineToStoreStatus(benchmark::State &state)
     parts.clock = &SystemClock::shared();
     const auto repository = CodexThreadRepository::create(std::move(parts));
 
-    SourceAssembly assembly;
-    assembly.members.push_back(repository);
-    LiveFeeds feeds;
-    feeds.snapshots = repository->localSnapshots();
-    feeds.statusUpdates = repository->statusUpdates();
-    feeds.invalidations = repository->threadListInvalidations();
-    feeds.start = [repository] { repository->start(); };
-    feeds.shutdown = [repository] { return repository->shutdown(); };
-    assembly.feeds.push_back(std::move(feeds));
-    RackRuntime runtime(std::move(assembly), preferences, SystemClock::shared());
+    RackRuntime runtime(
+        SourceAssembly{.sources = {repository}, .eventFeeds = {}, .claudeHooks = {}}, preferences,
+        SystemClock::shared());
     RackStore &store = runtime.store();
     bool refreshed = false;
     signalWhenDone(runtime.start(), refreshed);
@@ -218,9 +211,7 @@ void BM_WarmCompositeRefresh(benchmark::State &state)
                 R"({"type":"assistant","message":{"stop_reason":"end_turn","content":[]},"timestamp":")" +
                 stamp + "\"}\n");
     }
-    auto claude =
-        std::make_shared<ClaudeDesktopThreadSource>(ClaudeDesktopThreadSource::Configuration{
-            paths, &SystemClock::shared(), {}, {}, {}, true, &fileSystem});
+    auto claude = SourceAssembly::claudeSource(paths, SystemClock::shared(), fileSystem);
     // Watched, as in the application: an unchanged Claude home is not read again.
     bool watching = false;
     signalWhenDone(claude->startMonitoring(), watching);

@@ -8,18 +8,6 @@
 
 namespace taskrack {
 
-namespace {
-
-struct HopTo
-{
-    QObject *anchor;
-    bool await_ready() const { return QThread::currentThread() == anchor->thread(); }
-    void await_suspend(std::coroutine_handle<> handle) const { resumeOn(anchor, handle); }
-    void await_resume() const {}
-};
-
-} // namespace
-
 Coalescer::Coalescer(Clock &clock, std::chrono::milliseconds window, Pass pass)
     : m_clock(clock), m_window(window), m_pass(std::move(pass)), m_home(threadAnchor())
 {
@@ -72,7 +60,7 @@ QCoro::Task<void> Coalescer::runAfter(double seconds, quint64 generation)
     const std::weak_ptr<bool> alive = m_alive;
     QObject *home = m_home;
     co_await m_clock.sleep(std::chrono::milliseconds(qint64(std::ceil(seconds * 1000.0 - 1e-6))));
-    co_await HopTo{home};
+    co_await ThreadHop{home};
     if (alive.expired() || generation != m_generation || !m_owed)
         co_return;
     run();

@@ -1,4 +1,5 @@
 #include "core/rackstore.h"
+#include "core/rackstore_p.h"
 
 #include "core/clock.h"
 #include "core/referencedate.h"
@@ -11,13 +12,6 @@
 namespace taskrack {
 
 namespace {
-
-const QString keyCycleCurrentPageOnly = QStringLiteral("cycleCurrentPageOnly");
-const QString keySelectPreviousOnReveal = QStringLiteral("selectPreviousTaskOnGestureReveal");
-const QString keyRecentlyOpened = QStringLiteral("recentlyOpenedThreadIDs");
-const QString keyLastSelected = QStringLiteral("lastSelectedThreadID");
-const QString keySelectedProject = QStringLiteral("selectedProjectID");
-const QString keyDefaultLayout = QStringLiteral("rackDefaultLayout");
 
 const QDateTime &orPast(const std::optional<QDateTime> &date)
 {
@@ -88,12 +82,12 @@ RackStore::RackStore(ThreadSource &source, ThreadOpening *opener, Preferences &p
     : QObject(parent), m_source(source), m_opener(opener), m_preferences(preferences),
       m_clock(clock), m_completionLedger(&preferences)
 {
-    m_openedThreadIDs = preferences.stringList(keyRecentlyOpened);
-    m_cycleCurrentPageOnly = preferences.boolValue(keyCycleCurrentPageOnly);
-    m_firstGestureCycleMovesBackward = preferences.boolValue(keySelectPreviousOnReveal);
-    m_selectedThreadID = preferences.string(keyLastSelected);
-    m_selectedProjectID = preferences.string(keySelectedProject);
-    if (auto raw = preferences.string(keyDefaultLayout)) {
+    m_openedThreadIDs = preferences.stringList(rackstorekeys::recentlyOpened);
+    m_cycleCurrentPageOnly = preferences.boolValue(rackstorekeys::cycleCurrentPageOnly);
+    m_firstGestureCycleMovesBackward = preferences.boolValue(rackstorekeys::selectPreviousOnReveal);
+    m_selectedThreadID = preferences.string(rackstorekeys::lastSelected);
+    m_selectedProjectID = preferences.string(rackstorekeys::selectedProject);
+    if (auto raw = preferences.string(rackstorekeys::defaultLayout)) {
         if (auto mode = organizationModeFromRaw(*raw)) {
             m_defaultOrganizationMode = *mode;
             m_organizationMode = *mode;
@@ -354,11 +348,11 @@ void RackStore::applyProviderSnapshot(const ThreadCollection &collection, RackPr
     rerankAfterDataChange();
 }
 
-void RackStore::applyCodexStatusUpdate(const QString &threadId, RackStatus status,
+void RackStore::applyCodexStatusUpdate(const QString &threadID, RackStatus status,
                                        std::optional<QDateTime> updatedAt,
                                        std::optional<QDateTime> recencyAt)
 {
-    const QString id = indexOfThread(threadId) >= 0 ? threadId : codexThreadPrefix + threadId;
+    const QString id = indexOfThread(threadID) >= 0 ? threadID : codexThreadPrefix + threadID;
     applyStatusUpdate(RackStatusUpdate{id, status, std::move(updatedAt), std::move(recencyAt)});
 }
 
@@ -533,10 +527,10 @@ void RackStore::rebuildProjectGroups(const QList<RackThread> &sorted, bool froze
     case ProjectSelectionChange::Persistence::unchanged:
         break;
     case ProjectSelectionChange::Persistence::write:
-        m_preferences.setValue(keySelectedProject, *change.selectedProjectID);
+        m_preferences.setValue(rackstorekeys::selectedProject, *change.selectedProjectID);
         break;
     case ProjectSelectionChange::Persistence::remove:
-        m_preferences.remove(keySelectedProject);
+        m_preferences.remove(rackstorekeys::selectedProject);
         break;
     }
 }
@@ -611,7 +605,7 @@ void RackStore::setOrganizationMode(RackOrganizationMode mode)
 void RackStore::setDefaultOrganizationMode(RackOrganizationMode mode)
 {
     assign(m_defaultOrganizationMode, mode, &RackStore::defaultOrganizationModeChanged);
-    m_preferences.setValue(keyDefaultLayout, rawValue(mode));
+    m_preferences.setValue(rackstorekeys::defaultLayout, rawValue(mode));
 }
 
 void RackStore::setGlobalShortcutError(std::optional<QString> error)
@@ -622,13 +616,13 @@ void RackStore::setGlobalShortcutError(std::optional<QString> error)
 void RackStore::setCycleCurrentPageOnly(bool on)
 {
     assign(m_cycleCurrentPageOnly, on, &RackStore::cycleCurrentPageOnlyChanged);
-    m_preferences.setValue(keyCycleCurrentPageOnly, on);
+    m_preferences.setValue(rackstorekeys::cycleCurrentPageOnly, on);
 }
 
 void RackStore::setFirstGestureCycleMovesBackward(bool on)
 {
     assign(m_firstGestureCycleMovesBackward, on, &RackStore::firstGestureCycleMovesBackwardChanged);
-    m_preferences.setValue(keySelectPreviousOnReveal, on);
+    m_preferences.setValue(rackstorekeys::selectPreviousOnReveal, on);
 }
 
 } // namespace taskrack

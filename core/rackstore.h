@@ -7,6 +7,7 @@
 // fetch and the debounce sleep.
 
 #include "core/rackcompletionledger.h"
+#include "core/racknavigation.h"
 #include "core/rackprojectgroups.h"
 #include "core/rackranking.h"
 #include "core/threadsource.h"
@@ -26,18 +27,6 @@ class Preferences;
 
 enum class RackDataState { loading, live, cached, empty, failed };
 QString rawValue(RackDataState state);
-
-// One stop of the gesture's walk through all projects: a thread, or the new-task key after a
-// project's last thread.
-struct RackStop
-{
-    enum class Kind { newTask, thread };
-    Kind kind = Kind::thread;
-    QString projectID;
-    QString threadID;
-
-    bool operator==(const RackStop &) const = default;
-};
 
 struct SearchRestoreState
 {
@@ -84,7 +73,7 @@ public:
     void applyStatusUpdate(const RackStatusUpdate &update);
     // A Codex update names the provider's own identifier or the store's; the caller has already
     // mapped the provider status.
-    void applyCodexStatusUpdate(const QString &threadId, RackStatus status,
+    void applyCodexStatusUpdate(const QString &threadID, RackStatus status,
                                 std::optional<QDateTime> updatedAt,
                                 std::optional<QDateTime> recencyAt);
     void applyProviderSnapshot(const ThreadCollection &collection, RackProvider provider);
@@ -249,6 +238,7 @@ private:
     void setSelectedProjectID(const std::optional<QString> &projectID, bool persist);
     void walkList(bool forward);
     void walkStops(bool forward);
+    RackSelection selection() const;
     void goToStop(const RackStop &stop);
     void pageToSelection();
     void acknowledgeOpened(const ThreadOpenRequest &request);

@@ -3,6 +3,7 @@
 // panel only translates keys and gesture events into these.
 
 #include "core/rackstore.h"
+#include "core/rackstore_p.h"
 
 #include "core/clock.h"
 #include "core/searchfolding.h"
@@ -10,23 +11,6 @@
 #include "platform/preferences.h"
 
 namespace taskrack {
-
-namespace {
-const QString keyLastSelected = QStringLiteral("lastSelectedThreadID");
-const QString keySelectedProject = QStringLiteral("selectedProjectID");
-const QString keyRecentlyOpened = QStringLiteral("recentlyOpenedThreadIDs");
-
-qsizetype indexIn(const QList<RackThread> &threads, const std::optional<QString> &id)
-{
-    if (!id)
-        return -1;
-    for (qsizetype i = 0; i < threads.size(); ++i) {
-        if (threads.at(i).id == *id)
-            return i;
-    }
-    return -1;
-}
-} // namespace
 
 // --- Search ---------------------------------------------------------------------------------
 
@@ -99,7 +83,7 @@ void RackStore::endSearch()
                                                });
         if (projectExists)
             setSelectedProjectID(restore->selectedProjectID, true);
-        if (indexIn(m_allThreads, restore->selectedThreadID) >= 0)
+        if (RackNavigation::indexOf(m_allThreads, restore->selectedThreadID) >= 0)
             assign(m_selectedThreadID, restore->selectedThreadID,
                    &RackStore::selectedThreadIDChanged);
         m_currentPage = restore->currentPage;
@@ -113,7 +97,7 @@ void RackStore::selectThread(const std::optional<QString> &threadID)
 {
     assign(m_selectedThreadID, threadID, &RackStore::selectedThreadIDChanged);
     if (threadID)
-        m_preferences.setValue(keyLastSelected, *threadID);
+        m_preferences.setValue(rackstorekeys::lastSelected, *threadID);
 }
 
 void RackStore::setSelectedProjectID(const std::optional<QString> &projectID, bool persist)
@@ -122,14 +106,14 @@ void RackStore::setSelectedProjectID(const std::optional<QString> &projectID, bo
     if (!persist)
         return;
     if (projectID)
-        m_preferences.setValue(keySelectedProject, *projectID);
+        m_preferences.setValue(rackstorekeys::selectedProject, *projectID);
     else
-        m_preferences.remove(keySelectedProject);
+        m_preferences.remove(rackstorekeys::selectedProject);
 }
 
 void RackStore::pageToSelection()
 {
-    const qsizetype index = indexIn(m_rankedThreads, m_selectedThreadID);
+    const qsizetype index = RackNavigation::indexOf(m_rankedThreads, m_selectedThreadID);
     if (index < 0) {
         showPage(0, false);
         return;
@@ -171,66 +155,35 @@ void RackStore::walkList(bool forward)
     const QList<RackThread> &list = m_cycleCurrentPageOnly ? m_visibleThreads : m_rankedThreads;
     if (list.isEmpty())
         return;
-    const qsizetype count = list.size();
-    const qsizetype current = indexIn(list, m_selectedThreadID);
-    qsizetype next = 0;
-    if (hasNewTaskStop()) {
-        if (m_isNewTaskSelected) {
-            next = forward ? 0 : count - 1;
-        } else if ((forward && current == count - 1) || (!forward && current == 0)) {
-            assign(m_isNewTaskSelected, true, &RackStore::isNewTaskSelectedChanged);
-            return;
-        } else if (current < 0) {
-            next = forward ? 0 : count - 1;
-        } else {
-            next = current + (forward ? 1 : -1);
-        }
-    } else if (current < 0) {
-        next = forward ? 0 : count - 1;
-    } else {
-        next = (current + (forward ? 1 : count - 1)) % count;
+    const std::optional<QString> next =
+        RackNavigation::walkList(list, selection(), hasNewTaskStop(), forward);
+    if (!next) {
+        assign(m_isNewTaskSelected, true, &RackStore::isNewTaskSelectedChanged);
+        return;
     }
-    selectThread(list.at(next).id);
+    selectThread(*next);
     assign(m_isNewTaskSelected, false, &RackStore::isNewTaskSelectedChanged);
     pageToSelection();
 }
 
+RackSelection RackStore::selection() const
+{
+    return RackSelection{m_selectedThreadID, m_selectedProjectID, m_isNewTaskSelected};
+}
+
 QList<RackStop> RackStore::stops() const
 {
-    QList<RackStop> ring;
-    for (const RackProjectGroup &group : m_projectGroups) {
-        for (const RackThread &thread : group.threads)
-            ring.append(RackStop{RackStop::Kind::thread, group.id, thread.id});
-        ring.append(RackStop{RackStop::Kind::newTask, group.id, {}});
-    }
-    return ring;
+    return RackNavigation::stops(m_projectGroups);
 }
 
 void RackStore::walkStops(bool forward)
 {
-    const QList<RackStop> ring = stops();
-    if (ring.isEmpty()) {
+    const std::optional<RackStop> next = RackNavigation::nextStop(stops(), selection(), forward);
+    if (!next) {
         assign(m_selectedThreadID, std::optional<QString>(), &RackStore::selectedThreadIDChanged);
         return;
     }
-    qsizetype present = -1;
-    for (qsizetype i = 0; i < ring.size(); ++i) {
-        const RackStop &stop = ring.at(i);
-        const bool matches = stop.kind == RackStop::Kind::newTask
-                                 ? m_isNewTaskSelected && m_selectedProjectID == stop.projectID
-                                 : !m_isNewTaskSelected && m_selectedThreadID == stop.threadID;
-        if (matches) {
-            present = i;
-            break;
-        }
-    }
-    const qsizetype count = ring.size();
-    qsizetype next = 0;
-    if (present < 0)
-        next = forward ? 0 : count - 1;
-    else
-        next = (present + (forward ? 1 : count - 1)) % count;
-    goToStop(ring.at(next));
+    goToStop(*next);
 }
 
 void RackStore::goToStop(const RackStop &stop)
@@ -265,7 +218,7 @@ void RackStore::movePage(bool forward)
     const int count = pageCount();
     if (count < 1)
         return;
-    const int next = (m_currentPage + (forward ? 1 : count - 1)) % count;
+    const int next = int(RackNavigation::wrap(m_currentPage, count, forward));
     assign(m_isNewTaskSelected, false, &RackStore::isNewTaskSelectedChanged);
     showPage(next, false);
 }
@@ -276,15 +229,8 @@ bool RackStore::moveProject(bool forward)
         isSearchActive() || m_projectGroups.isEmpty())
         return false;
     beginNavigation();
-    qsizetype present = -1;
-    for (qsizetype i = 0; i < m_projectGroups.size(); ++i) {
-        if (m_selectedProjectID && m_projectGroups.at(i).id == *m_selectedProjectID)
-            present = i;
-    }
-    const qsizetype count = m_projectGroups.size();
-    if (present < 0)
-        present = forward ? -1 : 0;
-    const qsizetype next = ((present + (forward ? 1 : -1)) % count + count) % count;
+    const qsizetype next =
+        RackNavigation::nextProject(m_projectGroups, m_selectedProjectID, forward);
     selectProject(m_projectGroups.at(next).id);
     return true;
 }
@@ -342,12 +288,14 @@ void RackStore::moveHorizontal(bool forward)
 
 bool RackStore::hasSelection() const
 {
-    return !m_isNewTaskSelected && indexIn(m_rankedThreads, m_selectedThreadID) >= 0;
+    return !m_isNewTaskSelected &&
+           RackNavigation::indexOf(m_rankedThreads, m_selectedThreadID) >= 0;
 }
 
 std::optional<RackThread> RackStore::selectedThread() const
 {
-    const qsizetype index = m_isNewTaskSelected ? -1 : indexIn(m_rankedThreads, m_selectedThreadID);
+    const qsizetype index =
+        m_isNewTaskSelected ? -1 : RackNavigation::indexOf(m_rankedThreads, m_selectedThreadID);
     if (index < 0)
         return std::nullopt;
     return m_rankedThreads.at(index);
@@ -459,7 +407,7 @@ void RackStore::rememberOpened(const QString &threadID)
     if (opened == m_openedThreadIDs)
         return;
     m_openedThreadIDs = opened;
-    m_preferences.setValue(keyRecentlyOpened, opened);
+    m_preferences.setValue(rackstorekeys::recentlyOpened, opened);
     emit openedThreadIDsChanged();
 }
 

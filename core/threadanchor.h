@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QThread>
 #include <coroutine>
 
 namespace taskrack {
@@ -12,5 +13,16 @@ QObject *threadAnchor();
 
 // Resumes `handle` later on the thread that owns `anchor`, never inside the caller's stack.
 void resumeOn(QObject *anchor, std::coroutine_handle<> handle);
+
+// `co_await ThreadHop{anchor}` continues the coroutine on the thread that owns `anchor`. Used
+// after awaits that may resume elsewhere (a fake clock resumes sleepers on the thread that
+// moves it) and to enter an actor's thread.
+struct ThreadHop
+{
+    QObject *anchor;
+    bool await_ready() const { return QThread::currentThread() == anchor->thread(); }
+    void await_suspend(std::coroutine_handle<> handle) const { resumeOn(anchor, handle); }
+    void await_resume() const {}
+};
 
 } // namespace taskrack

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "core/boundedchannel.h"
+
 #include <QCoro/QCoroTask>
+#include <QList>
 #include <QString>
 #include <functional>
 #include <optional>
@@ -37,6 +40,21 @@ template <typename T> T await(QCoro::Task<T> task, int timeoutMs = 10000)
 }
 
 void awaitVoid(QCoro::Task<void> task, int timeoutMs = 10000);
+
+// Everything `channel` holds once queued work has run, without waiting for more.
+template <typename T> QList<T> drain(const ChannelPtr<T> &channel)
+{
+    drainEvents();
+    QList<T> items;
+    while (channel->size() > 0) {
+        auto next = channel->next();
+        // The element is there, so the awaiter completes without suspending.
+        if (next.await_ready())
+            if (auto item = next.await_resume())
+                items.append(std::move(*item));
+    }
+    return items;
+}
 
 // Path of the source tree and of the build tree, from the environment CTest sets.
 QString sourceDir();

@@ -20,6 +20,12 @@ struct ShortcutsCase
     const char *storedOverrides; // "rackShortcuts.v1" afterwards, nullptr: absent
 };
 
+// What ctest lists for each case: its name, not a dump of the struct's bytes.
+void PrintTo(const ShortcutsCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 class ShortcutsCommandTest : public ::testing::TestWithParam<ShortcutsCase>
 {
 };

@@ -8,9 +8,15 @@ namespace {
 
 struct LimitCase
 {
+    const char *name;
     FileLimit before;
     std::optional<uint64_t> expectedSoft; // nothing: left alone
 };
+
+void PrintTo(const LimitCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
 
 class OpenFileLimitTest : public ::testing::TestWithParam<LimitCase>
 {
@@ -35,11 +41,18 @@ TEST_P(OpenFileLimitTest, RaisesTheSoftLimitTowardsTheTargetWithinTheHardLimit)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Limits, OpenFileLimitTest,
-                         ::testing::Values(LimitCase{{1024, 1048576}, 10240},
-                                           LimitCase{{1024, 5000}, 5000},
-                                           LimitCase{{20000, 1048576}, std::nullopt},
-                                           LimitCase{{10240, 10240}, std::nullopt}));
+INSTANTIATE_TEST_SUITE_P(
+    Limits, OpenFileLimitTest,
+    ::testing::Values(
+        LimitCase{.name = "RaisedToTheTarget", .before = {1024, 1048576}, .expectedSoft = 10240},
+        LimitCase{.name = "RaisedToTheHardLimit", .before = {1024, 5000}, .expectedSoft = 5000},
+        LimitCase{.name = "AboveTheTargetLeftAlone",
+                  .before = {20000, 1048576},
+                  .expectedSoft = std::nullopt},
+        LimitCase{.name = "AtTheHardLimitLeftAlone",
+                  .before = {10240, 10240},
+                  .expectedSoft = std::nullopt}),
+    [](const auto &info) { return std::string(info.param.name); });
 
 TEST(OpenFileLimitFailureTest, FailuresAreSwallowed)
 {

@@ -1,5 +1,6 @@
 #include "app/rackruntime.h"
 #include "app/racktermination.h"
+#include "app/sourceeventfeed.h"
 
 #include "platform/preferences.h"
 #include "platform/systemevents.h"
@@ -26,6 +27,73 @@ private:
     QStringList &m_events;
 };
 
+// A source that answers fetches through a fake and writes down what the runtime asks of it.
+class RecordingSource : public LiveThreadSource
+{
+public:
+    RecordingSource(QString name, RackProvider provider, QStringList &events, FakeClock &clock,
+                    bool &shutdownHeld)
+        : fake(name), m_name(name.toLower()), m_provider(provider), m_events(events),
+          m_clock(clock), m_shutdownHeld(shutdownHeld)
+    {
+    }
+
+    QString sourceName() const override { return fake.sourceName(); }
+    QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override
+    {
+        return fake.fetchThreads(limit, stop);
+    }
+    RackProvider provider() const override { return m_provider; }
+    ChannelPtr<ThreadCollection> snapshots() const override { return m_snapshots; }
+    ChannelPtr<RackStatusUpdate> statusUpdates() const override { return m_statusUpdates; }
+    ChannelPtr<std::monostate> threadListInvalidations() const override { return m_invalidations; }
+    void start() override { m_events.append(m_name + " start"); }
+    QCoro::Task<void> sleep() override
+    {
+        m_events.append(m_name + " sleep");
+        co_return;
+    }
+    QCoro::Task<void> wake() override
+    {
+        m_events.append(m_name + " wake");
+        co_return;
+    }
+    void reconcileLocal() override { m_events.append(m_name + " reconcile"); }
+    QCoro::Task<void> shutdown() override
+    {
+        m_events.append(m_name + " shutdown");
+        while (m_shutdownHeld) {
+            auto tick = m_clock.sleep(1s);
+            co_await tick;
+        }
+        m_events.append(m_name + " shut down");
+    }
+
+    FakeThreadSource fake;
+
+private:
+    QString m_name;
+    RackProvider m_provider;
+    QStringList &m_events;
+    FakeClock &m_clock;
+    bool &m_shutdownHeld;
+    ChannelPtr<ThreadCollection> m_snapshots = BoundedChannel<ThreadCollection>::create(4);
+    ChannelPtr<RackStatusUpdate> m_statusUpdates = BoundedChannel<RackStatusUpdate>::create(32);
+    ChannelPtr<std::monostate> m_invalidations = BoundedChannel<std::monostate>::create(1);
+};
+
+class RecordingEventFeed : public SourceEventFeed
+{
+public:
+    explicit RecordingEventFeed(QStringList &events) : m_events(events) {}
+    void start() override { m_events.append("events start"); }
+    void stop() override { m_events.append("events stop"); }
+    void refresh() override { m_events.append("events refresh"); }
+
+private:
+    QStringList &m_events;
+};
+
 class RackRuntimeTest : public ::testing::Test
 {
 protected:
@@ -34,49 +102,24 @@ protected:
     SystemEvents systemEvents;
     QStringList events;
     RecordingDesktop desktop{events};
-    std::shared_ptr<FakeThreadSource> codex = std::make_shared<FakeThreadSource>("Codex");
-    std::shared_ptr<FakeThreadSource> claude = std::make_shared<FakeThreadSource>("Claude");
-    LiveFeeds codexFeeds = recordingFeeds("codex", RackProvider::codex);
-    LiveFeeds claudeFeeds = recordingFeeds("claude", RackProvider::claudeDesktop);
     // Set by a test to hold the Codex shutdown until it says so.
     bool codexShutdownHeld = false;
+    bool claudeShutdownHeld = false;
+    std::shared_ptr<RecordingSource> codex;
+    std::shared_ptr<RecordingSource> claude;
     std::unique_ptr<RackRuntime> runtime;
-
-    LiveFeeds recordingFeeds(const QString &name, RackProvider provider)
-    {
-        LiveFeeds feeds;
-        feeds.provider = provider;
-        feeds.snapshots = BoundedChannel<ThreadCollection>::create(4);
-        feeds.statusUpdates = BoundedChannel<RackStatusUpdate>::create(32);
-        feeds.invalidations = BoundedChannel<Invalidation>::create(1);
-        feeds.start = [this, name] { events.append(name + " start"); };
-        feeds.startEvents = [this, name] { events.append(name + " events start"); };
-        feeds.stopEvents = [this, name] { events.append(name + " events stop"); };
-        feeds.sleep = [this, name]() -> QCoro::Task<void> {
-            events.append(name + " sleep");
-            co_return;
-        };
-        feeds.wake = [this, name]() -> QCoro::Task<void> {
-            events.append(name + " wake");
-            co_return;
-        };
-        feeds.shutdown = [this, name]() -> QCoro::Task<void> {
-            events.append(name + " shutdown");
-            if (name == "codex") {
-                while (codexShutdownHeld) {
-                    auto tick = clock.sleep(1s);
-                    co_await tick;
-                }
-            }
-            events.append(name + " shut down");
-        };
-        return feeds;
-    }
 
     void build()
     {
+        codex = std::make_shared<RecordingSource>("Codex", RackProvider::codex, events, clock,
+                                                  codexShutdownHeld);
+        claude = std::make_shared<RecordingSource>("Claude", RackProvider::claudeDesktop, events,
+                                                   clock, claudeShutdownHeld);
         runtime = std::make_unique<RackRuntime>(
-            SourceAssembly{{codex, claude}, {codexFeeds, claudeFeeds}, {}, {}}, preferences, clock);
+            SourceAssembly{.sources = {codex, claude},
+                           .eventFeeds = {std::make_shared<RecordingEventFeed>(events)},
+                           .claudeHooks = {}},
+            preferences, clock);
     }
 
     // Starts, checks what ran before the first fetch, and answers it.
@@ -91,12 +134,13 @@ protected:
             started = true;
         };
         auto starting = body();
-        EXPECT_TRUE(
-            waitUntil([&] { return codex->fetchCount() == 1 && claude->fetchCount() == 1; }));
+        EXPECT_TRUE(waitUntil(
+            [&] { return codex->fake.fetchCount() == 1 && claude->fake.fetchCount() == 1; }));
         const QStringList beforeFetch = events;
         EXPECT_FALSE(started) << "start awaits the first refresh";
-        codex->respond({{makeThread("codex:a", RackStatus::idle, clock.now())}, "Codex", true, {}});
-        claude->respond({{}, "Claude", true, {}});
+        codex->fake.respond(
+            {{makeThread("codex:a", RackStatus::idle, clock.now())}, "Codex", true, {}});
+        claude->fake.respond({{}, "Claude", true, {}});
         EXPECT_TRUE(waitUntil([&] { return started; }));
         events.clear();
         return beforeFetch;
@@ -112,26 +156,23 @@ TEST_F(RackRuntimeTest, AppAndWatchStartAndStopInOneOrder)
         QStringList stop;
     } cases[] = {
         {false,
-         {"codex start", "claude start", "codex events start", "claude events start"},
-         {"codex events stop", "claude events stop", "codex shutdown", "codex shut down",
-          "claude shutdown", "claude shut down"}},
+         {"codex start", "claude start", "events start"},
+         {"events stop", "codex shutdown", "codex shut down", "claude shutdown",
+          "claude shut down"}},
         {true,
-         {"codex start", "claude start", "input start", "codex events start",
-          "claude events start"},
-         {"input stop", "codex events stop", "claude events stop", "codex shutdown",
-          "codex shut down", "claude shutdown", "claude shut down"}},
+         {"codex start", "claude start", "input start", "events start"},
+         {"input stop", "events stop", "codex shutdown", "codex shut down", "claude shutdown",
+          "claude shut down"}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.desktop ? "app" : "watch");
         events.clear();
-        codex = std::make_shared<FakeThreadSource>("Codex");
-        claude = std::make_shared<FakeThreadSource>("Claude");
         RecordingDesktop steps(events);
         EXPECT_EQ(startedOrder(c.desktop ? &steps : nullptr), c.start);
         awaitVoid(runtime->shutdown());
         awaitVoid(runtime->shutdown());
         EXPECT_EQ(events, c.stop) << "a second shutdown does nothing twice";
-        codexFeeds.snapshots->send(
+        codex->snapshots()->send(
             {{makeThread("codex:late", RackStatus::idle, clock.now())}, "Codex", true, {}});
         drainEvents();
         EXPECT_EQ(runtime->store().allThreads().size(), 1)
@@ -144,17 +185,19 @@ TEST_F(RackRuntimeTest, FeedsReachTheStoreAndWakeResumesEverySource)
 {
     startedOrder(nullptr);
     RackStore &store = runtime->store();
-    codexFeeds.statusUpdates->send({"codex:a", RackStatus::working, std::nullopt, std::nullopt});
+    // Codex's updates arrive keyed as the store keys threads, as the repository sends them.
+    codex->statusUpdates()->send({"codex:a", RackStatus::working, std::nullopt, std::nullopt});
     ASSERT_TRUE(waitUntil([&] { return store.allThreads()[0].status == RackStatus::working; }));
 
     emit systemEvents.willSleep();
     emit systemEvents.willSleep();
     emit systemEvents.didWake();
-    ASSERT_TRUE(waitUntil([&] { return events.size() == 4; }));
-    EXPECT_EQ(events, QStringList({"codex sleep", "claude sleep", "codex wake", "claude wake"}))
+    ASSERT_TRUE(waitUntil([&] { return events.size() == 5; }));
+    EXPECT_EQ(events, QStringList({"codex sleep", "claude sleep", "codex wake", "claude wake",
+                                   "events refresh"}))
         << "one sleep however often it is announced";
     clock.advance(180ms);
-    EXPECT_TRUE(waitUntil([&] { return codex->fetchCount() == 2; }))
+    EXPECT_TRUE(waitUntil([&] { return codex->fake.fetchCount() == 2; }))
         << "a wake refreshes soon after";
 }
 

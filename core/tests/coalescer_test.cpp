@@ -18,6 +18,11 @@ struct Timeline
     std::vector<int> passes;
 };
 
+void PrintTo(const Timeline &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 class CoalescerTest : public ::testing::TestWithParam<Timeline>
 {
 };

@@ -104,8 +104,10 @@ TEST_F(CompositeThreadSourceTest, AFailingMemberWithoutHistoryIsUnavailable)
     EXPECT_EQ(result.sourceDescription, "Codex unavailable + Claude sessions");
     ASSERT_EQ(result.sourceFailures.size(), 1);
     EXPECT_EQ(result.sourceFailures[0],
-              (ThreadSourceFailure{"Codex", ThreadSourceFailureState::unavailable, false,
-                                   std::nullopt, std::nullopt, false}));
+              (ThreadSourceFailure{.sourceName = "Codex",
+                                   .state = ThreadSourceFailureState::unavailable,
+                                   .provider = std::nullopt,
+                                   .component = std::nullopt}));
 }
 
 TEST_F(CompositeThreadSourceTest, AFailingMemberFallsBackToItsCachedAnswerWhichIsNeverLive)
@@ -142,8 +144,11 @@ TEST_F(CompositeThreadSourceTest, EveryMemberFailingWithoutHistoryThrowsAllMessa
 
 TEST_F(CompositeThreadSourceTest, DuplicateFailuresAndDescriptionsAppearOnce)
 {
-    const ThreadSourceFailure shared{
-        "Desktop", ThreadSourceFailureState::degraded, false, std::nullopt, std::nullopt, true};
+    const ThreadSourceFailure shared{.sourceName = "Desktop",
+                                     .state = ThreadSourceFailureState::degraded,
+                                     .provider = std::nullopt,
+                                     .component = std::nullopt,
+                                     .isExpectedLimitation = true};
     ThreadCollection a = codexAnswer();
     a.sourceDescription = "Local";
     a.sourceFailures = {shared};

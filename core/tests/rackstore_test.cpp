@@ -113,8 +113,8 @@ TEST_F(RackStoreTest, DataStateFollowsTheOutcome)
     EXPECT_TRUE(store->isLive());
 
     ThreadCollection partial = collection({makeThread("codex:a", RackStatus::working, at(0))});
-    partial.sourceFailures.append({"Claude", ThreadSourceFailureState::unavailable, false,
-                                   std::nullopt, std::nullopt, false});
+    partial.sourceFailures.append(
+        {.sourceName = "Claude", .provider = std::nullopt, .component = std::nullopt});
     refreshWith(partial);
     EXPECT_EQ(store->dataState(), RackDataState::cached);
 
@@ -177,7 +177,7 @@ TEST_F(RackStoreTest, APushedSnapshotDuringAFetchWinsForItsProvider)
         collection({makeThread("codex:old", RackStatus::idle, at(0)),
                     makeThread("claude:c", RackStatus::idle, at(0), RackProvider::claudeDesktop)});
     fetched.sourceFailures.append(
-        {"Codex", ThreadSourceFailureState::unavailable, false, std::nullopt, std::nullopt, false});
+        {.sourceName = "Codex", .provider = std::nullopt, .component = std::nullopt});
     finish(fetched);
 
     EXPECT_TRUE(thread("codex:new"));

@@ -25,6 +25,11 @@ struct ReadinessCase
     const char *error;  // listenerError at the end, nullptr for none
 };
 
+void PrintTo(const ReadinessCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 class ReadinessTest : public ::testing::TestWithParam<ReadinessCase>
 {
 };

@@ -21,6 +21,11 @@ struct ValidationCase
     const char *message; // nullptr: accepted
 };
 
+void PrintTo(const ValidationCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 class ValidationTest : public ::testing::TestWithParam<ValidationCase>
 {
 };

@@ -16,6 +16,11 @@ struct GestureCase
     const char *expected; // events in order
 };
 
+void PrintTo(const GestureCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 class GestureTest : public ::testing::TestWithParam<GestureCase>
 {
 };

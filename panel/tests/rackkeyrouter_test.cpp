@@ -42,6 +42,11 @@ struct Row
     const QList<RackKeyBinding> *bindings = &defaults;
 };
 
+void PrintTo(const Row &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 RackKeyRoute slot(int n)
 {
     return RackKeyRoute::toSlot(n);

@@ -18,6 +18,11 @@ struct Row
     std::optional<QRect> expected;
 };
 
+void PrintTo(const Row &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 class RackPanelGeometryTest : public ::testing::TestWithParam<Row>
 {
 };

@@ -1,8 +1,8 @@
 #include "sources/claude/claudedesktopthreadsource.h"
 
 #include "core/rackprojectidentity.h"
-#include "platform/linux/pidfdprocessexitwatch.h"
-#include "sources/claude/claudethreadhop.h"
+#include "core/threadanchor.h"
+#include "sources/claude/claudesnapshot.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -14,13 +14,6 @@ namespace taskrack {
 
 namespace {
 
-const QString threadPrefix = QStringLiteral("claude:");
-const QString untitled = QStringLiteral("Untitled Claude task");
-const QString describedLoaded = QStringLiteral("Claude Desktop");
-const QString describedLoading = QStringLiteral("Claude Desktop (loading)");
-// Sessions found only in Claude Code's transcripts: there is no desktop application behind them.
-const QString describedCodeLoaded = QStringLiteral("Claude Code");
-const QString describedCodeLoading = QStringLiteral("Claude Code (loading)");
 constexpr qint64 evidenceFileBytes = 16'777'216;
 constexpr int snapshotLimit = 400;
 
@@ -29,12 +22,6 @@ bool hasHiddenComponent(const QString &relativePath)
     const QStringList parts = relativePath.split(QLatin1Char('/'), Qt::SkipEmptyParts);
     return std::any_of(parts.cbegin(), parts.cend(),
                        [](const QString &part) { return part.startsWith(QLatin1Char('.')); });
-}
-
-QString trimmedTitle(const std::optional<QString> &title)
-{
-    const QString trimmed = title.value_or(QString()).trimmed();
-    return trimmed.isEmpty() ? untitled : trimmed;
 }
 
 } // namespace
@@ -123,13 +110,13 @@ QCoro::Task<ThreadCollection> ClaudeDesktopThreadSource::fetchThreads(int limit,
 {
     throwIfCancelled(stop);
     if (limit < 1)
-        co_return ThreadCollection{{}, describedLoaded, true, {}};
+        co_return ThreadCollection{{}, QStringLiteral("Claude Desktop"), true, {}};
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isSuspended && !m_isShutdown && !isUpToDate())
         co_await reconcile(false, m_lifecycleGeneration);
     ThreadCollection snapshot = buildSnapshot(limit);
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
     throwIfCancelled(stop);
     co_return snapshot;
 }
@@ -137,27 +124,27 @@ QCoro::Task<ThreadCollection> ClaudeDesktopThreadSource::fetchThreads(int limit,
 QCoro::Task<void> ClaudeDesktopThreadSource::startMonitoring()
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     startOnActor();
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
 }
 
 QCoro::Task<void> ClaudeDesktopThreadSource::suspend()
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isShutdown && !m_isSuspended) {
         ++m_lifecycleGeneration;
         m_isSuspended = true;
         stopOnActor();
     }
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
 }
 
 QCoro::Task<void> ClaudeDesktopThreadSource::shutdown()
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isShutdown) {
         ++m_lifecycleGeneration;
         m_isSuspended = true;
@@ -167,16 +154,27 @@ QCoro::Task<void> ClaudeDesktopThreadSource::shutdown()
         m_invalidations->finish();
         m_snapshots->finish();
     }
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::sleep()
+{
+    co_return;
+}
+
+QCoro::Task<void> ClaudeDesktopThreadSource::wake()
+{
+    auto reconciling = reconcileNow();
+    co_await reconciling;
 }
 
 QCoro::Task<void> ClaudeDesktopThreadSource::reconcileNow()
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isSuspended && !m_isShutdown)
         co_await reconcile(false, m_lifecycleGeneration);
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
 }
 
 std::optional<ClaudeSessionSignal> ClaudeDesktopThreadSource::signalOf(const ClaudeHookEvent &event)
@@ -212,7 +210,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal s
                                                            QDateTime receivedAt)
 {
     QObject *caller = threadAnchor();
-    co_await ClaudeThreadHop{m_executor.context()};
+    co_await ThreadHop{m_executor.context()};
     if (!m_isShutdown) {
         if (applySignal(signal, receivedAt)) {
             // The event itself sets no status: it makes the transcripts be read again now.
@@ -228,7 +226,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::receiveSignal(ClaudeSessionSignal s
             m_pendingSignals.append(PendingSignal{std::move(signal), receivedAt});
         }
     }
-    co_await ClaudeThreadHop{caller};
+    co_await ThreadHop{caller};
 }
 
 // ---- lifecycle on the actor ----
@@ -255,8 +253,7 @@ void ClaudeDesktopThreadSource::startOnActor()
         // process that ends, can change a status without any transcript line.
         m_liveSessionsWatcher = std::make_unique<ClaudeSessionDirectoryWatcher>(
             m_paths.liveSessionsPath, false, false, m_clock, m_fileWatchFactory);
-        m_processExits = m_processExitWatchFactory ? m_processExitWatchFactory()
-                                                   : std::make_unique<PidfdProcessExitWatch>();
+        m_processExits = m_processExitWatchFactory();
         m_processExits->setHandler([this](qint64 pid) { noteProcessExit(pid); });
     }
     m_watcher->start();
@@ -329,7 +326,7 @@ QCoro::Task<void> ClaudeDesktopThreadSource::runSafetyNet(quint64 generation, st
     QObject *home = m_executor.context();
     while (true) {
         co_await m_clock.sleep(safetyNetInterval);
-        co_await ClaudeThreadHop{home};
+        co_await ThreadHop{home};
         if (alive.expired() || stop.stop_requested() || !isCurrent(generation))
             co_return;
         reconcile(false, generation);
@@ -450,7 +447,7 @@ ClaudeDesktopThreadSource::loadManifest(QString path, bool retrying, quint64 gen
     for (int attempt = 0; attempt < attempts; ++attempt) {
         if (retryDelays[attempt] > 0ms) {
             co_await m_clock.sleep(retryDelays[attempt]);
-            co_await ClaudeThreadHop{home};
+            co_await ThreadHop{home};
         }
         if (alive.expired() || !isCurrent(generation))
             co_return std::nullopt;
@@ -731,7 +728,7 @@ bool ClaudeDesktopThreadSource::publishStatusChanges()
     bool changed = false;
     for (const ClaudeDesktopSessionManifest &session : allSessions()) {
         const ClaudeSessionFacts facts = factsOf(session);
-        const RackStatusUpdate update{threadPrefix + session.sessionId,
+        const RackStatusUpdate update{claudeThreadID(session.sessionId),
                                       claudeLiveStatus(facts, now), claudeUpdatedAt(facts),
                                       claudeRecencyAt(facts)};
         const auto previous = m_lastPublishedStatus.constFind(session.sessionId);
@@ -752,99 +749,17 @@ void ClaudeDesktopThreadSource::announceListChange()
 
 ThreadCollection ClaudeDesktopThreadSource::buildSnapshot(int limit) const
 {
-    const QDateTime now = m_clock.now();
-    const QList<ClaudeDesktopSessionManifest> sessions = allSessions();
-
-    std::optional<QString> focused;
-    qint64 focusedAt = 0;
-    QHash<QString, QString> titleByID;
-    QHash<QString, int> childCount;
-    for (const auto &session : sessions) {
-        titleByID.insert(session.sessionId, trimmedTitle(session.title));
-        if (session.parentSessionId && !session.isArchived)
-            ++childCount[*session.parentSessionId];
-        if (session.isArchived || !session.lastFocusedAt)
-            continue;
-        if (!focused || *session.lastFocusedAt > focusedAt ||
-            (*session.lastFocusedAt == focusedAt && session.sessionId < *focused)) {
-            focused = session.sessionId;
-            focusedAt = *session.lastFocusedAt;
-        }
-    }
-
-    struct Entry
-    {
-        const ClaudeDesktopSessionManifest *session;
-        ClaudeSessionFacts facts;
-        QDateTime recencyAt;
+    ClaudeSnapshotInput input;
+    input.sessions = allSessions();
+    input.factsOf = [this](const ClaudeDesktopSessionManifest &session) {
+        return factsOf(session);
     };
-    QList<Entry> entries;
-    for (const auto &session : sessions) {
-        if (session.isArchived)
-            continue;
-        const ClaudeSessionFacts facts = factsOf(session);
-        entries.append(Entry{&session, facts, claudeRecencyAt(facts)});
-    }
-    std::sort(entries.begin(), entries.end(), [](const Entry &a, const Entry &b) {
-        if (a.recencyAt != b.recencyAt)
-            return a.recencyAt > b.recencyAt;
-        return a.session->sessionId < b.session->sessionId;
-    });
-    if (entries.size() > limit)
-        entries.resize(limit);
-
-    // Identity and checkout probes touch the file system: once per folder per snapshot.
-    QHash<QString, RackProjectIdentity> identities;
-    QHash<QString, RackCheckoutMetadata> checkouts;
-    ThreadCollection collection;
-    const bool codeOnly = m_discoversTranscriptSessions && m_cachedSessions.isEmpty();
-    if (codeOnly)
-        collection.sourceDescription =
-            m_hasCompletedInitialReconciliation ? describedCodeLoaded : describedCodeLoading;
-    else
-        collection.sourceDescription =
-            m_hasCompletedInitialReconciliation ? describedLoaded : describedLoading;
-    collection.isLive = true;
-    for (const Entry &entry : std::as_const(entries)) {
-        const ClaudeDesktopSessionManifest &session = *entry.session;
-        RackThread thread;
-        thread.id = threadPrefix + session.sessionId;
-        thread.provider = RackProvider::claudeDesktop;
-        thread.providerThreadID = session.sessionId;
-        thread.title = trimmedTitle(session.title);
-        thread.workspacePath = session.cwd;
-        const QString projectPath = session.projectPath();
-        if (!identities.contains(projectPath))
-            identities.insert(projectPath, makeProjectIdentity(m_fileSystem, projectPath,
-                                                               std::nullopt, m_paths.home));
-        thread.projectIdentity = identities.value(projectPath);
-        thread.updatedAt = claudeUpdatedAt(entry.facts);
-        thread.recencyAt = entry.recencyAt;
-        thread.status = claudeLiveStatus(entry.facts, now);
-        thread.source = QStringLiteral("Claude Code");
-        thread.isProviderFocused = focused == session.sessionId;
-        const QString checkoutKey = session.cwd + QChar(0) + session.originCwd;
-        if (!checkouts.contains(checkoutKey))
-            checkouts.insert(checkoutKey,
-                             probeCheckout(m_fileSystem, {session.cwd, session.originCwd}));
-        thread.checkoutMetadata = checkouts.value(checkoutKey);
-        std::optional<QString> parentTitle;
-        if (session.parentSessionId && titleByID.contains(*session.parentSessionId))
-            parentTitle = titleByID.value(*session.parentSessionId);
-        const int children = childCount.value(session.sessionId);
-        if (parentTitle || children > 0)
-            thread.lineage = RackThreadLineage{parentTitle, children};
-        collection.threads.append(std::move(thread));
-    }
-    // A folder that cannot be read would otherwise look like a folder without sessions.
-    if (m_reader.unreadableFolders() > 0) {
-        ThreadSourceFailure failure;
-        failure.sourceName = QStringLiteral("Claude Code transcripts (unreadable folder)");
-        failure.state = ThreadSourceFailureState::degraded;
-        failure.provider = RackProvider::claudeDesktop;
-        collection.sourceFailures.append(failure);
-    }
-    return collection;
+    input.now = m_clock.now();
+    input.fromTranscriptsOnly = m_discoversTranscriptSessions && m_cachedSessions.isEmpty();
+    input.isLoaded = m_hasCompletedInitialReconciliation;
+    input.hasUnreadableFolder = m_reader.unreadableFolders() > 0;
+    input.home = m_paths.home;
+    return buildClaudeSnapshot(input, limit, m_fileSystem);
 }
 
 } // namespace taskrack

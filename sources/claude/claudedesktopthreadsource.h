@@ -9,8 +9,8 @@
 #include "core/boundedchannel.h"
 #include "core/clock.h"
 #include "core/coalescer.h"
+#include "core/livethreadsource.h"
 #include "core/serialexecutor.h"
-#include "core/threadsource.h"
 #include "platform/processexitwatch.h"
 #include "sources/claude/claudehookevent.h"
 #include "sources/claude/claudelivesessionregistry.h"
@@ -62,16 +62,17 @@ struct ClaudeCachedSession
     ClaudeDesktopSessionManifest manifest;
 };
 
-class ClaudeDesktopThreadSource : public ThreadSource
+class ClaudeDesktopThreadSource : public LiveThreadSource
 {
 public:
     struct Configuration
     {
         ClaudeSourcePaths paths;
         Clock *clock = nullptr; // the system clock when absent
+        // Both must be given: the watchers' file watches, and what hears Claude Code
+        // processes end.
         ClaudeSessionDirectoryWatcher::FileWatchFactory fileWatchFactory;
         ClaudeLiveSessionRegistry::ProcessProbe processProbe;
-        // Hears Claude Code processes end; pidfd by default.
         std::function<std::unique_ptr<ProcessExitWatch>()> processExitWatchFactory;
         bool discoversTranscriptSessions = true;
         // Every read of Claude's files goes through it; must be given.
@@ -87,6 +88,13 @@ public:
 
     QString sourceName() const override { return QStringLiteral("Claude"); }
     QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override;
+    RackProvider provider() const override { return RackProvider::claudeDesktop; }
+
+    void start() override { startMonitoring(); }
+    // Nothing of Claude's runs as a child of ours: a sleep keeps everything as it is.
+    QCoro::Task<void> sleep() override;
+    QCoro::Task<void> wake() override;
+    void reconcileLocal() override { reconcileNow(); }
 
     // Starts both watchers, the initial reconciliation and the 90-second safety net; also the
     // way out of suspension.
@@ -94,7 +102,7 @@ public:
     // Stops work and keeps the data.
     QCoro::Task<void> suspend();
     // Final: finishes all three streams.
-    QCoro::Task<void> shutdown();
+    QCoro::Task<void> shutdown() override;
     // A reconciliation now, as after waking from sleep.
     QCoro::Task<void> reconcileNow();
 
@@ -107,11 +115,11 @@ public:
     static std::optional<ClaudeSessionSignal> signalOf(const ClaudeHookEvent &event);
 
     // Live status, newest 64 kept.
-    ChannelPtr<RackStatusUpdate> statusUpdates() const { return m_statusUpdates; }
+    ChannelPtr<RackStatusUpdate> statusUpdates() const override { return m_statusUpdates; }
     // "Fetch the list again", newest 1 kept.
-    ChannelPtr<std::monostate> threadListInvalidations() const { return m_invalidations; }
+    ChannelPtr<std::monostate> threadListInvalidations() const override { return m_invalidations; }
     // Ready-made snapshots with limit 400, newest 1 kept.
-    ChannelPtr<ThreadCollection> snapshots() const { return m_snapshots; }
+    ChannelPtr<ThreadCollection> snapshots() const override { return m_snapshots; }
 
     // For tests and benchmarks: what the transcript reader has read so far.
     const ClaudeReadCounters &transcriptReadCounters() const { return m_reader.counters(); }

@@ -1,6 +1,7 @@
 #include "sources/claude/claudehookevent.h"
 
 #include "core/jsonobject.h"
+#include "core/strictjsonfields.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -12,36 +13,15 @@ namespace taskrack {
 
 namespace {
 
-const QString sessionIdKey = QStringLiteral("session_id");
-const QString cwdKey = QStringLiteral("cwd");
-const QString hookEventNameKey = QStringLiteral("hook_event_name");
-const QString notificationTypeKey = QStringLiteral("notification_type");
-const QString transcriptPathKey = QStringLiteral("transcript_path");
-const QString backgroundTasksKey = QStringLiteral("background_tasks");
-const QString agentIdKey = QStringLiteral("agent_id");
-const QString backgroundTaskCountKey = QStringLiteral("background_task_count");
-const QString isAgentKey = QStringLiteral("is_agent");
-
-// Absent and null both mean "not there"; any other kind but a string refuses the payload.
-bool optionalString(const QJsonObject &object, const QString &key, std::optional<QString> &out)
-{
-    const QJsonValue value = object.value(key);
-    if (value.isUndefined() || value.isNull())
-        return true;
-    if (!value.isString())
-        return false;
-    out = value.toString();
-    return true;
-}
-
-bool requiredString(const QJsonObject &object, const QString &key, QString &out)
-{
-    const QJsonValue value = object.value(key);
-    if (!value.isString())
-        return false;
-    out = value.toString();
-    return true;
-}
+constexpr QLatin1StringView sessionIdKey("session_id");
+constexpr QLatin1StringView cwdKey("cwd");
+constexpr QLatin1StringView hookEventNameKey("hook_event_name");
+constexpr QLatin1StringView notificationTypeKey("notification_type");
+constexpr QLatin1StringView transcriptPathKey("transcript_path");
+constexpr QLatin1StringView backgroundTasksKey("background_tasks");
+constexpr QLatin1StringView agentIdKey("agent_id");
+constexpr QLatin1StringView backgroundTaskCountKey("background_task_count");
+constexpr QLatin1StringView isAgentKey("is_agent");
 
 std::optional<QString> stringField(const QVariantMap &fields, const QString &key)
 {
@@ -99,19 +79,16 @@ std::optional<ClaudeHookEvent> decodeClaudeHookInput(QByteArrayView json)
         return std::nullopt;
     const QJsonObject &object = *parsed;
 
+    StrictJsonFields fields(object);
     ClaudeHookEvent event;
-    if (!requiredString(object, sessionIdKey, event.sessionId) ||
-        !requiredString(object, cwdKey, event.cwd) ||
-        !requiredString(object, hookEventNameKey, event.hookEventName))
+    event.sessionId = fields.requiredString(sessionIdKey);
+    event.cwd = fields.requiredString(cwdKey);
+    event.hookEventName = fields.requiredString(hookEventNameKey);
+    event.notificationType = fields.optionalString(notificationTypeKey);
+    event.transcriptPath = fields.optionalString(transcriptPathKey);
+    event.isAgent = fields.optionalString(agentIdKey).has_value();
+    if (fields.failed())
         return std::nullopt;
-    if (!optionalString(object, notificationTypeKey, event.notificationType) ||
-        !optionalString(object, transcriptPathKey, event.transcriptPath))
-        return std::nullopt;
-
-    std::optional<QString> agentId;
-    if (!optionalString(object, agentIdKey, agentId))
-        return std::nullopt;
-    event.isAgent = agentId.has_value();
 
     const QJsonValue tasks = object.value(backgroundTasksKey);
     if (tasks.isArray()) {

@@ -1,6 +1,7 @@
 #include "sources/claude/claudelivesessionregistry.h"
 
 #include "core/jsonobject.h"
+#include "core/strictjsonfields.h"
 
 #include "sources/claude/claudefileaccess.h"
 
@@ -23,16 +24,6 @@ bool defaultProcessProbe(qint64 pid)
     return ::kill(pid_t(pid), 0) == 0 || errno == EPERM;
 }
 
-std::optional<qint64> wholeNumber(const QJsonValue &value)
-{
-    if (!value.isDouble())
-        return std::nullopt;
-    const double number = value.toDouble();
-    if (!std::isfinite(number) || std::floor(number) != number || std::abs(number) > 9.0e15)
-        return std::nullopt;
-    return qint64(number);
-}
-
 } // namespace
 
 std::optional<ClaudeLiveSessionEntry> decodeClaudeLiveSessionEntry(QByteArrayView data)
@@ -41,7 +32,7 @@ std::optional<ClaudeLiveSessionEntry> decodeClaudeLiveSessionEntry(QByteArrayVie
     if (!parsed)
         return std::nullopt;
     const QJsonObject &object = *parsed;
-    const auto pid = wholeNumber(object.value(QLatin1StringView("pid")));
+    const auto pid = jsonWholeNumber(object.value(QLatin1StringView("pid")));
     const QJsonValue sessionId = object.value(QLatin1StringView("sessionId"));
     if (!pid || *pid <= 0 || !sessionId.isString() || sessionId.toString().isEmpty())
         return std::nullopt;
@@ -51,7 +42,7 @@ std::optional<ClaudeLiveSessionEntry> decodeClaudeLiveSessionEntry(QByteArrayVie
     entry.cwd = object.value(QLatin1StringView("cwd")).toString();
     entry.isBusy =
         object.value(QLatin1StringView("status")).toString() == QLatin1StringView("busy");
-    if (const auto ms = wholeNumber(object.value(QLatin1StringView("statusUpdatedAt"))))
+    if (const auto ms = jsonWholeNumber(object.value(QLatin1StringView("statusUpdatedAt"))))
         entry.statusUpdatedAt = QDateTime::fromMSecsSinceEpoch(*ms, Qt::UTC);
     return entry;
 }

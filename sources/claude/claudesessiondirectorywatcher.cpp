@@ -1,8 +1,6 @@
 #include "sources/claude/claudesessiondirectorywatcher.h"
 
 #include "core/threadanchor.h"
-#include "platform/linux/inotifyfilewatch.h"
-#include "sources/claude/claudethreadhop.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -30,6 +28,7 @@ ClaudeSessionDirectoryWatcher::ClaudeSessionDirectoryWatcher(QString rootPath,
       m_fileWatchFactory(std::move(fileWatchFactory)),
       m_coalescer(clock, debounce, [this] { fireInvalidation(); })
 {
+    Q_ASSERT(m_fileWatchFactory);
 }
 
 ClaudeSessionDirectoryWatcher::~ClaudeSessionDirectoryWatcher()
@@ -42,8 +41,7 @@ void ClaudeSessionDirectoryWatcher::start()
     if (m_isRunning)
         return;
     if (!m_fileWatch) {
-        m_fileWatch =
-            m_fileWatchFactory ? m_fileWatchFactory() : std::make_unique<InotifyFileWatch>();
+        m_fileWatch = m_fileWatchFactory();
         m_fileWatch->setHandler([this](const FileWatchNotice &notice) { handleNotice(notice); });
     }
     m_isRunning = true;

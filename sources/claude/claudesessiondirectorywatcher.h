@@ -24,11 +24,11 @@ public:
     using FileWatchFactory = std::function<std::unique_ptr<FileWatch>()>;
     static constexpr std::chrono::milliseconds debounce{120};
 
-    // Lives on the creating thread; every call must come from it. The file watch is created at
-    // the first start() on that thread (inotify by default).
+    // Lives on the creating thread; every call must come from it. The file watch is made by
+    // `fileWatchFactory` at the first start(), on that thread.
     ClaudeSessionDirectoryWatcher(QString rootPath, bool watchesNestedDirectories,
                                   bool watchesRegularFiles, Clock &clock,
-                                  FileWatchFactory fileWatchFactory = {});
+                                  FileWatchFactory fileWatchFactory);
     ~ClaudeSessionDirectoryWatcher();
     ClaudeSessionDirectoryWatcher(const ClaudeSessionDirectoryWatcher &) = delete;
     ClaudeSessionDirectoryWatcher &operator=(const ClaudeSessionDirectoryWatcher &) = delete;

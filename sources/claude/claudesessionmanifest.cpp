@@ -1,81 +1,17 @@
 #include "sources/claude/claudesessionmanifest.h"
 
 #include "core/jsonobject.h"
+#include "core/strictjsonfields.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <cmath>
 
 namespace taskrack {
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
-
-struct Decoder
-{
-    const QJsonObject &object;
-    bool failed = false;
-
-    QString requiredString(const char *key)
-    {
-        const QJsonValue value = object.value(QLatin1StringView(key));
-        if (!value.isString())
-            failed = true;
-        return value.toString();
-    }
-
-    std::optional<QString> optionalString(const char *key)
-    {
-        const QJsonValue value = object.value(QLatin1StringView(key));
-        if (value.isUndefined() || value.isNull())
-            return std::nullopt;
-        if (!value.isString()) {
-            failed = true;
-            return std::nullopt;
-        }
-        return value.toString();
-    }
-
-    static std::optional<qint64> integerOf(const QJsonValue &value)
-    {
-        if (!value.isDouble())
-            return std::nullopt;
-        const double number = value.toDouble();
-        // Only whole numbers in range: an integer field never accepts 1.5.
-        if (!std::isfinite(number) || std::floor(number) != number || std::abs(number) > 9.0e15)
-            return std::nullopt;
-        return value.toInteger();
-    }
-
-    qint64 requiredInteger(const char *key)
-    {
-        const auto value = integerOf(object.value(QLatin1StringView(key)));
-        if (!value)
-            failed = true;
-        return value.value_or(0);
-    }
-
-    std::optional<qint64> optionalInteger(const char *key)
-    {
-        const QJsonValue value = object.value(QLatin1StringView(key));
-        if (value.isUndefined() || value.isNull())
-            return std::nullopt;
-        const auto integer = integerOf(value);
-        if (!integer)
-            failed = true;
-        return integer;
-    }
-
-    bool optionalBool(const char *key)
-    {
-        const QJsonValue value = object.value(QLatin1StringView(key));
-        if (value.isUndefined() || value.isNull())
-            return false;
-        if (!value.isBool())
-            failed = true;
-        return value.toBool();
-    }
-};
 
 // Both lineage keys are read leniently: a malformed one gives no parent, never a failure.
 std::optional<QString> parentCandidate(const QJsonObject &object)
@@ -113,11 +49,11 @@ std::optional<ClaudeDesktopSessionManifest> decodeClaudeSessionManifest(QByteArr
     if (!parsed)
         return std::nullopt;
     const QJsonObject &object = *parsed;
-    Decoder decoder{object};
+    StrictJsonFields decoder(object);
 
     ClaudeDesktopSessionManifest manifest;
-    manifest.sessionId = decoder.requiredString("sessionId");
-    manifest.cliSessionId = decoder.optionalString("cliSessionId");
+    manifest.sessionId = decoder.requiredString("sessionId"_L1);
+    manifest.cliSessionId = decoder.optionalString("cliSessionId"_L1);
     const QJsonValue bridge = object.value(QLatin1StringView("bridgeSessionIds"));
     if (bridge.isArray()) {
         for (const QJsonValue &id : bridge.toArray()) {
@@ -128,19 +64,20 @@ std::optional<ClaudeDesktopSessionManifest> decodeClaudeSessionManifest(QByteArr
     } else if (!bridge.isUndefined() && !bridge.isNull()) {
         return std::nullopt;
     }
-    manifest.cwd = decoder.requiredString("cwd");
-    manifest.originCwd = decoder.requiredString("originCwd");
-    manifest.createdAt = decoder.requiredInteger("createdAt");
-    manifest.lastActivityAt = decoder.requiredInteger("lastActivityAt");
-    manifest.lastFocusedAt = decoder.optionalInteger("lastFocusedAt");
-    manifest.model = decoder.requiredString("model");
-    manifest.isArchived = decoder.optionalBool("isArchived");
-    manifest.title = decoder.optionalString("title");
-    manifest.completedTurns = decoder.optionalInteger("completedTurns");
-    manifest.transcriptUnavailable = decoder.optionalBool("transcriptUnavailable");
-    manifest.error = decoder.optionalString("error");
-    manifest.errorAt = decoder.optionalInteger("errorAt");
-    if (decoder.failed)
+    manifest.cwd = decoder.requiredString("cwd"_L1);
+    manifest.originCwd = decoder.requiredString("originCwd"_L1);
+    manifest.createdAt = decoder.requiredInteger("createdAt"_L1);
+    manifest.lastActivityAt = decoder.requiredInteger("lastActivityAt"_L1);
+    manifest.lastFocusedAt = decoder.optionalInteger("lastFocusedAt"_L1);
+    manifest.model = decoder.requiredString("model"_L1);
+    manifest.isArchived = decoder.optionalBool("isArchived"_L1).value_or(false);
+    manifest.title = decoder.optionalString("title"_L1);
+    manifest.completedTurns = decoder.optionalInteger("completedTurns"_L1);
+    manifest.transcriptUnavailable =
+        decoder.optionalBool("transcriptUnavailable"_L1).value_or(false);
+    manifest.error = decoder.optionalString("error"_L1);
+    manifest.errorAt = decoder.optionalInteger("errorAt"_L1);
+    if (decoder.failed())
         return std::nullopt;
 
     if (auto candidate = parentCandidate(object)) {

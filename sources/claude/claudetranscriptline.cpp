@@ -1,6 +1,7 @@
 #include "sources/claude/claudetranscriptline.h"
 
 #include "core/jsonobject.h"
+#include "core/strictjsonfields.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -10,37 +11,6 @@
 namespace taskrack {
 
 namespace {
-
-// Mirrors a strict decoder: a key that is absent or null gives nothing, a key of another type
-// fails the whole line.
-struct Strict
-{
-    bool failed = false;
-
-    std::optional<QString> string(const QJsonObject &object, QLatin1StringView key)
-    {
-        const QJsonValue value = object.value(key);
-        if (value.isUndefined() || value.isNull())
-            return std::nullopt;
-        if (!value.isString()) {
-            failed = true;
-            return std::nullopt;
-        }
-        return value.toString();
-    }
-
-    std::optional<bool> boolean(const QJsonObject &object, QLatin1StringView key)
-    {
-        const QJsonValue value = object.value(key);
-        if (value.isUndefined() || value.isNull())
-            return std::nullopt;
-        if (!value.isBool()) {
-            failed = true;
-            return std::nullopt;
-        }
-        return value.toBool();
-    }
-};
 
 std::optional<QString> lenientString(const QJsonObject &object, QLatin1StringView key)
 {
@@ -79,17 +49,20 @@ std::optional<QList<ContentItem>> contentItems(const QJsonValue &content)
     return items;
 }
 
-std::optional<TranscriptMessage> decodeMessage(const QJsonValue &value, Strict &strict)
+// A message of another kind than an object fails the line, as does a field of the wrong type.
+std::optional<TranscriptMessage> decodeMessage(const QJsonValue &value, bool &failed)
 {
     if (value.isUndefined() || value.isNull())
         return std::nullopt;
     if (!value.isObject()) {
-        strict.failed = true;
+        failed = true;
         return std::nullopt;
     }
     const QJsonObject object = value.toObject();
+    StrictJsonFields fields(object);
     TranscriptMessage message;
-    message.stopReason = strict.string(object, QLatin1StringView("stop_reason"));
+    message.stopReason = fields.optionalString(QLatin1StringView("stop_reason"));
+    failed |= fields.failed();
 
     const QJsonValue content = object.value(QLatin1StringView("content"));
     const auto items = contentItems(content);
@@ -133,25 +106,30 @@ std::optional<TranscriptEnvelope> decodeTranscriptEnvelope(QByteArrayView line)
     if (!type.isString())
         return std::nullopt;
 
-    Strict strict;
+    StrictJsonFields fields(object);
     TranscriptEnvelope envelope;
     envelope.type = type.toString();
-    envelope.subtype = strict.string(object, QLatin1StringView("subtype"));
-    envelope.timestamp = strict.string(object, QLatin1StringView("timestamp"));
-    envelope.isSidechain = strict.boolean(object, QLatin1StringView("isSidechain"));
-    envelope.isMeta = strict.boolean(object, QLatin1StringView("isMeta"));
-    envelope.isCompactSummary = strict.boolean(object, QLatin1StringView("isCompactSummary"));
-    envelope.isApiErrorMessage = strict.boolean(object, QLatin1StringView("isApiErrorMessage"));
+    envelope.subtype = fields.optionalString(QLatin1StringView("subtype"));
+    envelope.timestamp = fields.optionalString(QLatin1StringView("timestamp"));
+    envelope.isSidechain = fields.optionalBool(QLatin1StringView("isSidechain"));
+    envelope.isMeta = fields.optionalBool(QLatin1StringView("isMeta"));
+    envelope.isCompactSummary = fields.optionalBool(QLatin1StringView("isCompactSummary"));
+    envelope.isApiErrorMessage = fields.optionalBool(QLatin1StringView("isApiErrorMessage"));
 
     const QJsonValue origin = object.value(QLatin1StringView("origin"));
     if (origin.isObject()) {
         envelope.hasOrigin = true;
-        envelope.originKind = strict.string(origin.toObject(), QLatin1StringView("kind"));
+        const QJsonObject originObject = origin.toObject();
+        StrictJsonFields originFields(originObject);
+        envelope.originKind = originFields.optionalString(QLatin1StringView("kind"));
+        if (originFields.failed())
+            return std::nullopt;
     } else if (!origin.isUndefined() && !origin.isNull()) {
         return std::nullopt;
     }
-    envelope.message = decodeMessage(object.value(QLatin1StringView("message")), strict);
-    if (strict.failed)
+    bool messageFailed = false;
+    envelope.message = decodeMessage(object.value(QLatin1StringView("message")), messageFailed);
+    if (fields.failed() || messageFailed)
         return std::nullopt;
 
     envelope.cwd = lenientString(object, QLatin1StringView("cwd"));

@@ -1,5 +1,6 @@
 #include "sources/codex/codexappserverpayload.h"
 
+#include "core/strictjsonfields.h"
 #include "sources/codex/codexappserverframe.h"
 
 #include <QJsonArray>
@@ -10,53 +11,22 @@ namespace taskrack {
 
 namespace {
 
-// Field readers in the manner of a strict decoder: a required field must be present with its
-// type; an optional one may be absent or null.
-bool readString(const QJsonObject &object, QLatin1String key, QString &out)
-{
-    const QJsonValue value = object.value(key);
-    if (!value.isString())
-        return false;
-    out = value.toString();
-    return true;
-}
-
-bool readOptionalString(const QJsonObject &object, QLatin1String key, std::optional<QString> &out)
-{
-    const QJsonValue value = object.value(key);
-    if (value.isUndefined() || value.isNull())
-        return true;
-    if (!value.isString())
-        return false;
-    out = value.toString();
-    return true;
-}
-
-bool readOptionalInteger(const QJsonObject &object, QLatin1String key, std::optional<qint64> &out)
-{
-    const QJsonValue value = object.value(key);
-    if (value.isUndefined() || value.isNull())
-        return true;
-    out = codexIntegralValue(value);
-    return out.has_value();
-}
-
 std::optional<CodexThreadPayload> decodePayload(const QJsonValue &value)
 {
     if (!value.isObject())
         return std::nullopt;
     const QJsonObject object = value.toObject();
+    StrictJsonFields fields(object);
     CodexThreadPayload payload;
-    std::optional<qint64> updatedAt;
-    if (!readString(object, QLatin1String("id"), payload.id) ||
-        !readOptionalString(object, QLatin1String("name"), payload.name) ||
-        !readString(object, QLatin1String("preview"), payload.preview) ||
-        !readString(object, QLatin1String("cwd"), payload.cwd) ||
-        !readOptionalInteger(object, QLatin1String("updatedAt"), updatedAt) || !updatedAt ||
-        !readOptionalInteger(object, QLatin1String("recencyAt"), payload.recencyAt) ||
-        !readOptionalString(object, QLatin1String("parentThreadId"), payload.parentThreadId))
+    payload.id = fields.requiredString(QLatin1String("id"));
+    payload.name = fields.optionalString(QLatin1String("name"));
+    payload.preview = fields.requiredString(QLatin1String("preview"));
+    payload.cwd = fields.requiredString(QLatin1String("cwd"));
+    payload.updatedAt = fields.requiredInteger(QLatin1String("updatedAt"));
+    payload.recencyAt = fields.optionalInteger(QLatin1String("recencyAt"));
+    payload.parentThreadId = fields.optionalString(QLatin1String("parentThreadId"));
+    if (fields.failed())
         return std::nullopt;
-    payload.updatedAt = *updatedAt;
     if (!object.contains(QLatin1String("source")))
         return std::nullopt;
     payload.source = object.value(QLatin1String("source"));
@@ -67,8 +37,11 @@ std::optional<CodexThreadPayload> decodePayload(const QJsonValue &value)
     payload.status = *status;
     const QJsonValue gitInfo = object.value(QLatin1String("gitInfo"));
     if (gitInfo.isObject()) {
+        const QJsonObject gitObject = gitInfo.toObject();
+        StrictJsonFields gitFields(gitObject);
         CodexGitInfo info;
-        if (!readOptionalString(gitInfo.toObject(), QLatin1String("originUrl"), info.originUrl))
+        info.originUrl = gitFields.optionalString(QLatin1String("originUrl"));
+        if (gitFields.failed())
             return std::nullopt;
         payload.gitInfo = info;
     } else if (!gitInfo.isUndefined() && !gitInfo.isNull()) {
@@ -112,7 +85,9 @@ std::optional<CodexThreadListResponse> decodeCodexThreadListResponse(const QJson
     if (!data.isArray())
         return std::nullopt;
     CodexThreadListResponse response;
-    if (!readOptionalString(object, QLatin1String("nextCursor"), response.nextCursor))
+    StrictJsonFields fields(object);
+    response.nextCursor = fields.optionalString(QLatin1String("nextCursor"));
+    if (fields.failed())
         return std::nullopt;
     const QJsonArray array = data.toArray();
     response.data.reserve(array.size());

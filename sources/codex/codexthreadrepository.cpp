@@ -1,7 +1,6 @@
 #include "sources/codex/codexthreadrepository.h"
 
 #include "core/serialexecutor.h"
-#include "platform/linux/inotifyfilewatch.h"
 #include "sources/codex/codexappserverclient.h"
 #include "sources/codex/codexappservererror.h"
 #include "sources/codex/codexappserverthreadsource.h"
@@ -95,33 +94,6 @@ std::shared_ptr<CodexActivityOverlaying>
 CodexActivityOverlaying::forCodexHome(const QString &codexHome, const FileSystem &fileSystem)
 {
     return std::make_shared<RolloutOverlayWorker>(codexHome, fileSystem);
-}
-
-std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(const QString &codexHome,
-                                                                     const QString &homeDir,
-                                                                     Clock &clock,
-                                                                     const FileSystem &fileSystem)
-{
-    CodexAppServerOptions options;
-    options.clock = &clock;
-    options.homeDirectory = homeDir;
-    options.fileSystem = &fileSystem;
-    auto appServer = std::make_shared<CodexAppServerThreadSource>(
-        std::make_unique<CodexAppServerClient>(std::move(options)));
-    const QString database = SQLiteThreadSource::databasePathIn(codexHome);
-
-    Parts parts;
-    parts.liveSource = appServer;
-    parts.appServerSource = appServer;
-    parts.fallbackSource = std::make_shared<SQLiteThreadSource>(fileSystem, codexHome, homeDir);
-    parts.activityOverlay = CodexActivityOverlaying::forCodexHome(codexHome, fileSystem);
-    auto watch = std::make_unique<InotifyFileWatch>();
-    if (watch->isValid())
-        parts.fileWatch = std::move(watch);
-    parts.databaseFiles = {database, database + QStringLiteral("-wal")};
-    parts.clock = &clock;
-    parts.livePatience = defaultLivePatience;
-    return create(std::move(parts));
 }
 
 std::shared_ptr<CodexThreadRepository> CodexThreadRepository::create(Parts parts)
@@ -541,11 +513,6 @@ QCoro::Task<void> CodexThreadRepository::renewWatchedFiles(quint64 generation)
     m_watcher->setFiles(m_parts.databaseFiles + rollouts);
 }
 
-QStringList CodexThreadRepository::watchedFiles() const
-{
-    return m_watcher ? m_watcher->files() : QStringList{};
-}
-
 void CodexThreadRepository::start()
 {
     if (m_started || m_isShutdown)
@@ -664,6 +631,23 @@ QCoro::Task<void> CodexThreadRepository::runSafetyNet()
         // Also lets a completed or failed status expire on time when no file changes.
         requestLocalRefresh();
     }
+}
+
+QCoro::Task<void> CodexThreadRepository::wake()
+{
+    if (m_isShutdown)
+        co_return;
+    // A sleep that was never announced left the child and the watchers as they were: retire
+    // them the same way before starting afresh.
+    const auto self = shared_from_this();
+    if (!m_isSuspended) {
+        auto suspending = suspend();
+        co_await suspending;
+    }
+    if (m_isShutdown)
+        co_return;
+    resume();
+    requestLocalRefresh();
 }
 
 QCoro::Task<void> CodexThreadRepository::suspend()

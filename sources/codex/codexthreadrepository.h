@@ -13,7 +13,7 @@
 
 #include "core/boundedchannel.h"
 #include "core/clock.h"
-#include "core/threadsource.h"
+#include "core/livethreadsource.h"
 #include "platform/filesystem.h"
 #include "platform/filewatch.h"
 #include "sources/codex/codexstatus.h"
@@ -59,7 +59,7 @@ public:
 };
 
 class CodexThreadRepository : public std::enable_shared_from_this<CodexThreadRepository>,
-                              public ThreadSource
+                              public LiveThreadSource
 {
 public:
     static constexpr int localFetchLimit = 400;
@@ -89,12 +89,6 @@ public:
     };
     static constexpr std::chrono::milliseconds defaultLivePatience{1500};
 
-    // The production assembly: the app-server (the `codex` found on PATH), the state database
-    // and rollouts under `codexHome`, inotify watching. `homeDir` is where project identities
-    // look for the user's home (empty: the real one).
-    static std::shared_ptr<CodexThreadRepository> create(const QString &codexHome,
-                                                         const QString &homeDir, Clock &clock,
-                                                         const FileSystem &fileSystem);
     static std::shared_ptr<CodexThreadRepository> create(Parts parts);
 
     explicit CodexThreadRepository(Parts parts);
@@ -102,31 +96,29 @@ public:
 
     QString sourceName() const override;
     QCoro::Task<ThreadCollection> fetchThreads(int limit, std::stop_token stop) override;
+    RackProvider provider() const override { return RackProvider::codex; }
 
-    // Collections published between fetches, whenever the local picture changed.
-    ChannelPtr<ThreadCollection> localSnapshots() const { return m_localSnapshots; }
+    // Local collections published between fetches, whenever the local picture changed.
+    ChannelPtr<ThreadCollection> snapshots() const override { return m_localSnapshots; }
     // Live status deltas, keyed as the store keys threads ("codex:" + id).
-    ChannelPtr<RackStatusUpdate> statusUpdates() const { return m_statusUpdates; }
-    // "The thread list changed, fetch again."
-    ChannelPtr<std::monostate> threadListInvalidations() const { return m_invalidations; }
+    ChannelPtr<RackStatusUpdate> statusUpdates() const override { return m_statusUpdates; }
+    ChannelPtr<std::monostate> threadListInvalidations() const override { return m_invalidations; }
 
     // Starts watching, the passing-on of live updates and the safety net. Once.
-    void start();
+    void start() override;
+    // Suspends: the app-server's child goes, the data stays.
+    QCoro::Task<void> sleep() override { return suspend(); }
+    // Suspends first when the sleep was missed, then resumes and asks for a local refresh.
+    QCoro::Task<void> wake() override;
+    void reconcileLocal() override { requestLocalRefresh(); }
     QCoro::Task<void> suspend();
     void resume();
     // Final: stops every task, ends the channels, and waits for the app-server's child to go.
-    QCoro::Task<void> shutdown();
+    QCoro::Task<void> shutdown() override;
 
     // Asks for a local refresh: one runs at a time, with at most one queued behind it.
     void requestLocalRefresh();
 
-    bool isSuspended() const { return m_isSuspended; }
-    bool isShutdown() const { return m_isShutdown; }
-    quint64 lifecycleGeneration() const { return m_lifecycleGeneration; }
-    quint64 localRevision() const { return m_localRevision; }
-    bool isLocalRefreshRunning() const { return m_localRefreshRunning; }
-    // What is being watched now (empty before start and after shutdown).
-    QStringList watchedFiles() const;
     // A watched change between two fetches, answered: for tests and benchmarks.
     quint64 completedLocalRefreshCount() const { return m_completedLocalRefreshes; }
 

@@ -1,4 +1,6 @@
+#include "platform/linux/inotifyfilewatch.h"
 #include "platform/linux/linuxfilesystem.h"
+#include "platform/linux/pidfdprocessexitwatch.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "testing/testsupport.h"
 
@@ -64,19 +66,6 @@ QByteArray assistantLine(const QDateTime &at, const QByteArray &stopReason = "en
            R"(","content":[{"type":"text","text":"ok"}]},"timestamp":")" + stamp(at) + "\"}\n";
 }
 
-template <typename T> QList<T> drain(const ChannelPtr<T> &channel)
-{
-    drainEvents();
-    QList<T> items;
-    while (channel->size() > 0) {
-        auto next = channel->next();
-        if (next.await_ready())
-            if (auto item = next.await_resume())
-                items.append(*item);
-    }
-    return items;
-}
-
 class ClaudeSourceTest : public ::testing::Test
 {
 protected:
@@ -96,6 +85,10 @@ protected:
         configuration.clock = &clock;
         configuration.fileSystem = &fileSystem;
         configuration.processProbe = [this](qint64 pid) { return livePids.contains(pid); };
+        configuration.fileWatchFactory = [] { return std::make_unique<InotifyFileWatch>(); };
+        configuration.processExitWatchFactory = [] {
+            return std::make_unique<PidfdProcessExitWatch>();
+        };
         return std::make_unique<ClaudeDesktopThreadSource>(std::move(configuration));
     }
 
@@ -406,7 +399,12 @@ TEST_F(ClaudeSourceTest, HookEventsFromSubAgentsAreFilteredBeforeTheyApply)
     auto source = makeSource();
     fetch(*source);
 
-    ClaudeHookEvent permission{"cli-a", "/work/app", "PermissionRequest", {}, {}, {}, false};
+    const ClaudeHookEvent permission{.sessionId = "cli-a",
+                                     .cwd = "/work/app",
+                                     .hookEventName = "PermissionRequest",
+                                     .notificationType = {},
+                                     .transcriptPath = {},
+                                     .backgroundTaskCount = {}};
     awaitVoid(source->receive(permission, baseTime.addSecs(-10)));
     EXPECT_EQ(fetch(*source).threads.first().status, RackStatus::requiresInput);
 

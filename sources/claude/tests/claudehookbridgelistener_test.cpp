@@ -6,6 +6,8 @@
 namespace taskrack {
 namespace {
 
+using testing::drain;
+
 class FakeHookEventTransport : public HookEventTransport
 {
 public:
@@ -47,22 +49,6 @@ QVariantMap fields(const QString &sessionId)
             {"background_task_count", "2"}};
 }
 
-std::vector<ClaudeHookEvent> drain(const ChannelPtr<ClaudeHookEvent> &events)
-{
-    std::vector<ClaudeHookEvent> received;
-    const size_t available = events->size();
-    auto reader = [&]() -> QCoro::Task<bool> {
-        for (size_t i = 0; i < available; ++i) {
-            std::optional<ClaudeHookEvent> event = co_await events->next();
-            if (event)
-                received.push_back(std::move(*event));
-        }
-        co_return true;
-    };
-    testing::await(reader());
-    return received;
-}
-
 class ClaudeHookBridgeListenerTest : public ::testing::Test
 {
 protected:
@@ -85,10 +71,14 @@ TEST_F(ClaudeHookBridgeListenerTest, YieldsOnlyNotificationsThatCarryTheToken)
     transport.post(token, QVariantMap{{"session_id", "no-cwd"}, {"hook_event_name", "Stop"}});
     transport.post(token, fields("accepted"));
 
-    const std::vector<ClaudeHookEvent> received = drain(listener.events());
+    const QList<ClaudeHookEvent> received = drain(listener.events());
     ASSERT_EQ(received.size(), 1u);
-    EXPECT_EQ(received[0],
-              (ClaudeHookEvent{"accepted", "/w", "Stop", std::nullopt, std::nullopt, 2, false}));
+    EXPECT_EQ(received[0], (ClaudeHookEvent{.sessionId = "accepted",
+                                            .cwd = "/w",
+                                            .hookEventName = "Stop",
+                                            .notificationType = std::nullopt,
+                                            .transcriptPath = std::nullopt,
+                                            .backgroundTaskCount = 2}));
 }
 
 TEST_F(ClaudeHookBridgeListenerTest, StartsObservingOnceAndStopForgetsTheToken)
@@ -108,7 +98,7 @@ TEST_F(ClaudeHookBridgeListenerTest, StartsObservingOnceAndStopForgetsTheToken)
     EXPECT_EQ(transport.starts, 2);
     transport.post(token, fields("old"));
     transport.post(next, fields("new"));
-    const std::vector<ClaudeHookEvent> received = drain(listener.events());
+    const QList<ClaudeHookEvent> received = drain(listener.events());
     ASSERT_EQ(received.size(), 1u);
     EXPECT_EQ(received[0].sessionId, "new");
 
@@ -129,7 +119,7 @@ TEST_F(ClaudeHookBridgeListenerTest, KeepsTheNewestEventsWhenTheReaderFallsBehin
     listener.start(token);
     for (int i = 0; i < 40; ++i)
         transport.post(token, fields(QString::number(i)));
-    const std::vector<ClaudeHookEvent> received = drain(listener.events());
+    const QList<ClaudeHookEvent> received = drain(listener.events());
     ASSERT_EQ(received.size(), ClaudeHookBridgeListener::eventBufferSize);
     EXPECT_EQ(received.front().sessionId, "8");
     EXPECT_EQ(received.back().sessionId, "39");

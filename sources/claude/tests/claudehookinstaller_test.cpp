@@ -540,6 +540,11 @@ struct Drift
     Status expected;
 };
 
+void PrintTo(const Drift &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 class ClaudeHookInstallerStatusTest : public ClaudeHookInstallerTest,
                                       public ::testing::WithParamInterface<Drift>
 {

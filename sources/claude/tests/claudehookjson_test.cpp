@@ -28,6 +28,11 @@ struct Exact
     JSONValue value;
 };
 
+void PrintTo(const Exact &c, std::ostream *os)
+{
+    *os << c.text;
+}
+
 class JSONValueExactTest : public ::testing::TestWithParam<Exact>
 {
 };

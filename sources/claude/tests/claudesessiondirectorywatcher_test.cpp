@@ -1,3 +1,4 @@
+#include "platform/linux/inotifyfilewatch.h"
 #include "sources/claude/claudesessiondirectorywatcher.h"
 #include "testing/fakeclock.h"
 #include "testing/testsupport.h"
@@ -24,7 +25,8 @@ protected:
 
     std::unique_ptr<ClaudeSessionDirectoryWatcher> makeWatcher(bool nested, bool files)
     {
-        auto watcher = std::make_unique<ClaudeSessionDirectoryWatcher>(root, nested, files, clock);
+        auto watcher = std::make_unique<ClaudeSessionDirectoryWatcher>(
+            root, nested, files, clock, [] { return std::make_unique<InotifyFileWatch>(); });
         received = 0;
         collecting = watcher->invalidations();
         return watcher;
