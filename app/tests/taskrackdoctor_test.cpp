@@ -32,6 +32,7 @@ struct Case
     Session session = Session::x11;
     bool brokenDatabase = false;
     bool missingRollout = false;
+    bool helperGone = false; // the hooks point at a taskrack-hook-bridge that was removed
     std::vector<std::pair<Id, bool>> expected;
     int exitCode = 0;
 };
@@ -106,6 +107,8 @@ protected:
             ASSERT_EQ(installer.installNow(path("taskrack-hook-bridge"), token),
                       ClaudeHookInstallationStatus::enabled);
         }
+        if (c.helperGone)
+            QFile::remove(path("taskrack-hook-bridge"));
     }
 
     DoctorContext context(const Case &c)
@@ -191,6 +194,11 @@ INSTANTIATE_TEST_SUITE_P(
              .claude = true,
              .hooksOn = true,
              .expected = {{Id::claudeCode, true}, {Id::claudeHooks, true}}},
+        Case{.name = "claudeHooksNeedRepair",
+             .claude = true,
+             .hooksOn = true,
+             .helperGone = true,
+             .expected = {{Id::claudeCode, true}, {Id::claudeHooks, false}}},
         Case{.name = "noDisplay",
              .codexHistory = true,
              .session = Session::none,
