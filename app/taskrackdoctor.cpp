@@ -142,6 +142,11 @@ std::pair<DoctorCheck, bool> codexHistory(const DoctorContext &context)
         const SQLiteThreadSource source(*context.fileSystem, context.paths.codexHome,
                                         context.paths.home);
         const ThreadCollection tasks = source.readThreads(SQLiteThreadSource::maximumLimit);
+        if (tasks.threads.isEmpty())
+            return {
+                check(Id::codexHistory, false,
+                      QStringLiteral("The state database in %1 lists no tasks yet.").arg(folder)),
+                false};
         const auto [readable, listed] = readableRollouts(context, tasks);
         QString sentence = QStringLiteral("The state database in %1 lists %2 tasks")
                                .arg(folder)
@@ -172,13 +177,16 @@ std::pair<DoctorCheck, bool> claudeCode(const DoctorContext &context)
 {
     const QString root = ClaudeSourcePaths::forHome(context.paths.home).transcriptRoot;
     const QString folder = shown(root, context.paths.home);
+    const auto noTranscripts = [&] {
+        return std::pair{check(Id::claudeCode, false,
+                               QStringLiteral("No transcripts in %1: Claude Code has not run "
+                                              "under this account yet.")
+                                   .arg(folder)),
+                         false};
+    };
     const auto projects = context.fileSystem->list(root);
     if (!projects && projects.error() == FileError::notFound)
-        return {check(Id::claudeCode, false,
-                      QStringLiteral("No transcripts in %1: Claude Code has not run under this "
-                                     "account yet.")
-                          .arg(folder)),
-                false};
+        return noTranscripts();
     if (!projects)
         return {check(Id::claudeCode, false,
                       QStringLiteral("%1 cannot be read (%2): Claude Code sessions are missing "
@@ -210,6 +218,8 @@ std::pair<DoctorCheck, bool> claudeCode(const DoctorContext &context)
                           .arg(unreadable),
                       true),
                 true};
+    if (transcripts == 0)
+        return noTranscripts();
     return {check(Id::claudeCode, true,
                   QStringLiteral("%1 transcripts found in %2.").arg(transcripts).arg(folder)),
             true};
