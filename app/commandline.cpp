@@ -28,6 +28,7 @@ QString CommandLine::usage()
         "  models [--json]           the Codex models Quick Tasks may use\n"
         "  models --set MODEL [--effort E] | --codex-default\n"
         "                            choose the model of new Codex Quick Tasks\n"
+        "  doctor [--json]           what works on this machine and what to do about the rest\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -141,6 +142,7 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
                 {QStringLiteral("demo"), Command::demo},
                 {QStringLiteral("input-trace"), Command::inputTrace},
                 {QStringLiteral("shortcuts"), Command::shortcuts},
+                {QStringLiteral("doctor"), Command::doctor},
             };
             auto it = commands.constFind(arg);
             if (it == commands.constEnd()) {

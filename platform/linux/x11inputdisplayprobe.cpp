@@ -24,6 +24,10 @@ DisplayInputSupport probeDisplayInput(const QString &displayName)
             support.xinputMajor = 1;
         }
     }
+    // The XEmbed tray that Qt falls back to when no StatusNotifier host runs.
+    const QByteArray trayName = "_NET_SYSTEM_TRAY_S" + QByteArray::number(DefaultScreen(display));
+    const Atom tray = XInternAtom(display, trayName.constData(), True);
+    support.systemTray = tray != None && XGetSelectionOwner(display, tray) != None;
     XCloseDisplay(display);
     return support;
 }

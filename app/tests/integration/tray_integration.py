@@ -10,6 +10,8 @@ XDG_RUNTIME_DIR.
               is ignored, the server's click opens it
   wake        PrepareForSleep from a fake logind on a second bus: the Codex child goes at sleep
               and comes back after the wake
+  doctor      `taskrack doctor --json` without a GUI plugin sees the display, an XEmbed tray,
+              the fake notification server and StatusNotifier host, and the running copy
 """
 
 import argparse
@@ -354,11 +356,46 @@ def scenario_notifications(session):
     log("notifications")
 
 
+def doctor(session):
+    # An unusable GUI plugin proves the doctor never loads one.
+    result = subprocess.run([session.taskrack, "doctor", "--json"], capture_output=True, text=True,
+                            timeout=30, env=dict(session.env, QT_QPA_PLATFORM="no-such-plugin"))
+    report = json.loads(result.stdout)
+    checks = {row["id"]: row for row in report["checks"]}
+    check(result.returncode == (0 if report["ok"] else 1), result)
+    return checks
+
+
+def scenario_doctor(session):
+    checks = doctor(session)
+    check(checks["display"]["ok"] and checks["sessionBus"]["ok"], checks)
+    check(not checks["trayHost"]["ok"], checks["trayHost"])
+    check(checks["runningCopy"]["text"] == "No copy of Taskrack is running.", checks["runningCopy"])
+    tray = subprocess.Popen(["trayer", "--SetDockType", "true"], env=session.env,
+                            stderr=subprocess.DEVNULL)
+    session.processes.append(tray)
+    wait_for(lambda: doctor(session)["trayHost"]["ok"], 20, "the XEmbed tray")
+    tray.kill()
+    tray.wait()
+    session.service("notifications")
+    session.service("watcher")
+    app = session.start()
+    wait_for(session.owner_pid, 20, "the bus name")
+    checks = doctor(session)
+    check(checks["notifications"]["ok"] and "fake" in checks["notifications"]["text"].lower(),
+          checks["notifications"])
+    check(checks["trayHost"]["ok"], checks["trayHost"])
+    check(checks["runningCopy"]["text"].startswith("Taskrack is running"), checks["runningCopy"])
+    check(session.run("quit").returncode == 0, "quit")
+    check(app.wait(timeout=20) == 0, "exit 0")
+    log("doctor")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--taskrack", required=True)
     parser.add_argument("--fake-app-server", required=True)
-    parser.add_argument("scenarios", nargs="*", default=["instances", "menu", "wake", "notifications"])
+    parser.add_argument("scenarios", nargs="*", default=["instances", "menu", "wake", "notifications", "doctor"])
     args = parser.parse_args()
     for name in args.scenarios:
         root = tempfile.mkdtemp(prefix=f"taskrack-tray-{name}-")
