@@ -5,7 +5,7 @@
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/preferences.h"
 #include "sources/claude/claudeenhancedstatuscontroller.h"
-#include "sources/codex/tests/statedatabasefixture.h"
+#include "testing/statedatabasefixture.h"
 
 #include <QDir>
 #include <QFile>

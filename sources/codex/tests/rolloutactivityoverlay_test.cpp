@@ -2,7 +2,7 @@
 #include "sources/codex/rolloutactivityoverlay.h"
 #include "sources/codex/sqlitethreadsource.h"
 #include "sources/codex/sqlitethreadsourceerror.h"
-#include "statedatabasefixture.h"
+#include "testing/statedatabasefixture.h"
 
 #include <QDir>
 #include <QFile>

@@ -2,7 +2,7 @@
 #include "platform/linux/linuxfilesystem.h"
 #include "sources/codex/sqlitethreadsource.h"
 #include "sources/codex/sqlitethreadsourceerror.h"
-#include "statedatabasefixture.h"
+#include "testing/statedatabasefixture.h"
 #include "testing/testsupport.h"
 
 #include <QDir>
