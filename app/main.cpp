@@ -1,5 +1,6 @@
 #include "app/commandline.h"
 #include "app/democommand.h"
+#include "app/dictatecommand.h"
 #include "app/hookscommand.h"
 #include "app/inputtracecommand.h"
 #include "app/openfilelimit.h"
@@ -130,6 +131,12 @@ QCoro::Task<int> dispatch(const CommandLine &line, TerminationSignals &terminati
         co_return co_await runNewTaskCommand(line.arguments);
     case CommandLine::Command::models:
         co_return co_await runModelsCommand(line.arguments);
+    case CommandLine::Command::dictate: {
+        QStringList arguments = line.arguments;
+        if (line.json)
+            arguments.append(QStringLiteral("--json"));
+        co_return co_await runDictateCommand(arguments);
+    }
     default:
         writeError(QStringLiteral("This command is not available yet."));
         co_return 2;
