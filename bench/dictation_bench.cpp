@@ -37,9 +37,10 @@ const QString &spokenSample()
                            QStringLiteral("make a list of the open issues and sort them by "
                                           "date")});
         QProcess::execute(QStringLiteral("sox"),
-                          {raw, QStringLiteral("-r"), QStringLiteral("16000"), QStringLiteral("-c"),
-                           QStringLiteral("1"), QStringLiteral("-b"), QStringLiteral("16"), path,
-                           QStringLiteral("pad"), QStringLiteral("1"), QStringLiteral("1")});
+                          {QStringLiteral("-D"), raw, QStringLiteral("-r"), QStringLiteral("16000"),
+                           QStringLiteral("-c"), QStringLiteral("1"), QStringLiteral("-b"),
+                           QStringLiteral("16"), path, QStringLiteral("pad"), QStringLiteral("1"),
+                           QStringLiteral("1")});
     }
     return path;
 }

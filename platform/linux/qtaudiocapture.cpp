@@ -1,9 +1,11 @@
 #include "platform/linux/qtaudiocapture.h"
 
 #include <QAudioSource>
+#include <QElapsedTimer>
 #include <QIODevice>
 #include <QLoggingCategory>
 #include <QMediaDevices>
+#include <QTimer>
 #include <cstring>
 #include <vector>
 
@@ -18,6 +20,9 @@ const QString QtAudioCapture::noMicrophoneText = QStringLiteral(
 class QtAudioCaptureWorker : public QObject
 {
 public:
+    static constexpr int silentInputLimitMs = 3000;
+    static constexpr int watchdogIntervalMs = 500;
+
     std::optional<QString> open(AudioCapture::Handlers handlers)
     {
         close();
@@ -49,30 +54,41 @@ public:
             return QtAudioCapture::noMicrophoneText;
         }
         connect(m_device, &QIODevice::readyRead, this, &QtAudioCaptureWorker::deliver);
-        // A device that is unplugged, or a sound server that drops it, may leave the stream
-        // silently idle: the device list says it is gone.
+        // A live input hands over audio every few tens of milliseconds, silence included; one
+        // that goes quiet for seconds was unplugged. PulseAudio moves the stream of a source
+        // that goes away to another one (a sink's monitor, say) and Qt reports nothing, so the
+        // device list is checked as well.
         m_deviceId = device.id();
-        m_devices = std::make_unique<QMediaDevices>();
-        connect(m_devices.get(), &QMediaDevices::audioInputsChanged, this, [this] {
+        m_lastData.start();
+        m_watchdog = std::make_unique<QTimer>();
+        m_watchdog->setInterval(watchdogIntervalMs);
+        connect(m_watchdog.get(), &QTimer::timeout, this, [this] {
+            if (m_lastData.elapsed() > silentInputLimitMs)
+                return fail("delivered nothing");
             for (const QAudioDevice &input : QMediaDevices::audioInputs())
                 if (input.id() == m_deviceId)
                     return;
-            fail("device went away");
+            fail("went away");
         });
+        m_watchdog->start();
         return std::nullopt;
     }
 
     void close()
     {
+        // Deleted later: close() also runs from the source's and the timer's own signals.
+        if (m_watchdog) {
+            m_watchdog->stop();
+            m_watchdog.release()->deleteLater();
+        }
         if (m_source) {
             m_source->disconnect(this);
             if (m_device)
                 m_device->disconnect(this);
             m_source->stop();
+            m_source.release()->deleteLater();
         }
         m_device = nullptr;
-        m_source.reset();
-        m_devices.reset();
         m_handlers = {};
     }
 
@@ -82,6 +98,10 @@ private:
         if (!m_device)
             return;
         const QByteArray bytes = m_device->readAll();
+        // Qt polls the stream and signals even when nothing came.
+        if (bytes.isEmpty())
+            return;
+        m_lastData.start();
         m_pending.append(bytes);
         const qsizetype count = m_pending.size() / qsizetype(sizeof(float));
         if (count == 0)
@@ -104,7 +124,8 @@ private:
 
     AudioCapture::Handlers m_handlers;
     std::unique_ptr<QAudioSource> m_source;
-    std::unique_ptr<QMediaDevices> m_devices;
+    std::unique_ptr<QTimer> m_watchdog;
+    QElapsedTimer m_lastData;
     QByteArray m_deviceId;
     QIODevice *m_device = nullptr;
     QByteArray m_pending;

@@ -99,12 +99,6 @@ public:
         running.push_back(
             transcriber.start(model, session, [this](const QString &t) { texts << t; }));
     }
-    // The audio buffer the engine hands over, so that the gate hears it.
-    void speak()
-    {
-        loader.pipeline->audio.callback(std::vector<float>(1600, 0.1f));
-        taskrack::testing::drainEvents();
-    }
 
     FakeClock clock;
     FakeLoader loader{clock};
@@ -129,16 +123,21 @@ TEST_F(WhisperTest, StartJoinsAWarmUpAndListensWithTheDictationOptions)
     EXPECT_EQ(loader.pipeline->options.chunkingStrategy, "vad");
     EXPECT_EQ(loader.pipeline->options.noSpeechThreshold, 0.45);
 
-    // Nothing passes before speech was heard; the placeholder yields to unconfirmed text.
+    // Nothing passes before speech was heard.
     loader.pipeline->onChange({{QStringLiteral("hello")}, {}, QStringLiteral("there")});
     taskrack::testing::drainEvents();
     EXPECT_TRUE(texts.isEmpty());
-    speak();
-    loader.pipeline->onChange({{QStringLiteral("hello")},
-                               {QStringLiteral("world")},
-                               QStringLiteral("Waiting for speech...")});
-    taskrack::testing::drainEvents();
-    EXPECT_EQ(texts, QStringList{QStringLiteral("hello world")});
+    // Once the gate heard speech (on its own thread), the placeholder yields to unconfirmed
+    // text.
+    loader.pipeline->audio.callback(std::vector<float>(1600, 0.1f));
+    ASSERT_TRUE(taskrack::testing::waitUntil([&] {
+        loader.pipeline->onChange({{QStringLiteral("hello")},
+                                   {QStringLiteral("world")},
+                                   QStringLiteral("Waiting for speech...")});
+        taskrack::testing::drainEvents();
+        return !texts.isEmpty();
+    }));
+    EXPECT_EQ(texts.first(), QStringLiteral("hello world"));
 
     // A stale session's callback changes nothing; pausing keeps the text.
     transcriber.cancel(QUuid::createUuid());
@@ -184,7 +183,10 @@ TEST_F(WhisperTest, FailuresEndInTheirText)
         {"noTokenizer", [](WhisperTest &t) { t.loader.pipeline->tokenizer = false; },
          QStringLiteral("/m"), WhisperQuickTaskTranscriber::tokenizerUnavailableText},
         {"streamError",
-         [](WhisperTest &t) { t.loader.pipeline->streamFailure = QStringLiteral("engine broke"); },
+         [](WhisperTest &t) {
+             t.loader.pipeline->tokenizer = true;
+             t.loader.pipeline->streamFailure = QStringLiteral("engine broke");
+         },
          QStringLiteral("/m"), QStringLiteral("engine broke")},
     };
     for (const Case &c : cases) {

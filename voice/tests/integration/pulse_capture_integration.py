@@ -61,7 +61,7 @@ def main():
             raw = os.path.join(folder, "spoken.raw")
             subprocess.run(["espeak-ng", "-v", "en-us+klatt", "-s", "130", "-w", spoken, SENTENCE],
                            check=True)
-            subprocess.run(["sox", spoken, "-r", "16000", "-c", "1", "-b", "16", "-e", "signed",
+            subprocess.run(["sox", "-D", spoken, "-r", "16000", "-c", "1", "-b", "16", "-e", "signed",
                             "-t", "raw", raw, "pad", "1", "1"], check=True)
             with open(raw, "rb") as f:
                 audio = f.read()
@@ -75,19 +75,24 @@ def main():
             stop_feeding = threading.Event()
 
             def feed():
-                with open(fifo, "wb") as mic:
-                    mic.write(audio)
-                    quiet = b"\x01\x00\xff\xff" * 800
-                    while not stop_feeding.is_set():
-                        mic.write(quiet)
-                        time.sleep(0.1)
+                try:
+                    with open(fifo, "wb") as mic:
+                        mic.write(audio)
+                        quiet = b"\x01\x00\xff\xff" * 800
+                        while not stop_feeding.is_set():
+                            mic.write(quiet)
+                            time.sleep(0.1)
+                except BrokenPipeError:
+                    pass  # the microphone was unloaded
 
             feeder = threading.Thread(target=feed, daemon=True)
             feeder.start()
             wait_for(lambda: any(line.startswith("… ") for line in errors), 120, "dictated words")
             subprocess.run(["pactl", "unload-module", "module-pipe-source"], env=env, check=True)
             stop_feeding.set()
-            out, _ = dictate.communicate(timeout=60)
+            # Standard input stays open: Enter would end the dictation the normal way.
+            dictate.wait(timeout=60)
+            out = dictate.stdout.read()
             reader.join(timeout=10)
             if dictate.returncode != 1 or not any(NO_MICROPHONE in line for line in errors):
                 print(f"exit {dictate.returncode}; stderr: {''.join(errors)}", file=sys.stderr)
