@@ -29,6 +29,9 @@ QString CommandLine::usage()
         "  models --set MODEL [--effort E] | --codex-default\n"
         "                            choose the model of new Codex Quick Tasks\n"
         "  doctor [--json]           what works on this machine and what to do about the rest\n"
+        "  dictate [--from FILE.wav] [--json]\n"
+        "                            dictate from the microphone (Enter ends) or a 16 kHz\n"
+        "                            mono recording; the text goes to standard output\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -106,9 +109,12 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             line.mode = *mode;
             line.modeGiven = true;
         } else if (!commandSeen &&
-                   (arg == QLatin1String("new") || arg == QLatin1String("models"))) {
+                   (arg == QLatin1String("new") || arg == QLatin1String("models") ||
+                    arg == QLatin1String("dictate"))) {
             // A free-text prompt and options of their own follow: the command parses them.
-            line.command = arg == QLatin1String("new") ? Command::newTask : Command::models;
+            line.command = arg == QLatin1String("new")      ? Command::newTask
+                           : arg == QLatin1String("models") ? Command::models
+                                                            : Command::dictate;
             line.arguments = args.mid(i + 1);
             return line;
         } else if (line.command == Command::demo && arg == QLatin1String("--dark")) {

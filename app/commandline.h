@@ -24,7 +24,8 @@ struct CommandLine
         shortcuts,
         newTask,
         models,
-        doctor
+        doctor,
+        dictate
     };
     // Provider ids are UUIDs with a short prefix; anything far longer is a mistake. Other
     // arguments are at most a path.

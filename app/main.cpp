@@ -1,6 +1,7 @@
 #include "app/commandline.h"
 #include "app/democommand.h"
 #include "app/doctorcommand.h"
+#include "app/dictatecommand.h"
 #include "app/hookscommand.h"
 #include "app/inputtracecommand.h"
 #include "app/openfilelimit.h"
@@ -133,6 +134,12 @@ QCoro::Task<int> dispatch(const CommandLine &line, TerminationSignals &terminati
         co_return co_await runModelsCommand(line.arguments);
     case CommandLine::Command::doctor:
         co_return runDoctorCommand(line);
+    case CommandLine::Command::dictate: {
+        QStringList arguments = line.arguments;
+        if (line.json)
+            arguments.append(QStringLiteral("--json"));
+        co_return co_await runDictateCommand(arguments);
+    }
     default:
         writeError(QStringLiteral("This command is not available yet."));
         co_return 2;

@@ -48,12 +48,14 @@ QuickTaskAssembly::QuickTaskAssembly(Options options)
 std::unique_ptr<QuickTaskStore> QuickTaskAssembly::makeStore(const RackStore &rack, Clock &clock)
 {
     Preferences &preferences = m_options.preferences;
+    if (!m_dictation)
+        m_dictation = std::make_unique<DictationAssembly>(clock);
     auto store = std::make_unique<QuickTaskStore>(QuickTaskStore::Dependencies{
         .creationService = *m_service,
         .preferences = preferences,
         .clock = clock,
-        .transcriber = nullptr, // no dictation engine in this version
-        .modelManager = nullptr,
+        .transcriber = &m_dictation->transcriber(),
+        .modelManager = m_dictation->modelManager(),
         .voicePreparationTimeout = std::chrono::seconds(480),
         .directoryExists = {},
         .hasCodexConfiguration =

@@ -5,6 +5,7 @@
 // composer's store over the rack's projects. The application builds one for its panel; `taskrack
 // new` builds one that always sends and needs no clipboard.
 
+#include "app/dictationassembly.h"
 #include "core/rackthreadopener.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/linuxterminallauncher.h"
@@ -62,6 +63,7 @@ private:
     QuickTaskUnavailableCodexStarter m_starter;
     QuickTaskPrefillOnlyAutoSubmitter m_submitter;
     std::unique_ptr<QuickTaskCreationService> m_service;
+    std::unique_ptr<DictationAssembly> m_dictation;
 };
 
 } // namespace taskrack

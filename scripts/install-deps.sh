@@ -14,6 +14,10 @@ packages=(
     fonts-dejavu-core fonts-wqy-microhei
     clang libclang-rt-14-dev clang-format
     trayer dunst desktop-file-utils python3-dbus python3-gi
+    # dictation: microphone, recogniser and its English model
+    qt6-multimedia-dev libpocketsphinx-dev pocketsphinx-en-us
+    # dictation tests: spoken sentences, recordings and a private sound server
+    espeak-ng sox pocketsphinx-testdata pulseaudio pulseaudio-utils
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
 command -v npm >/dev/null 2>&1 || packages+=(npm)

@@ -1,0 +1,7 @@
+#pragma once
+
+#include <QLoggingCategory>
+
+namespace taskrack {
+Q_DECLARE_LOGGING_CATEGORY(lcVoice)
+}
