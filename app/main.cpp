@@ -1,6 +1,7 @@
 #include "app/commandline.h"
 #include "app/democommand.h"
 #include "app/hookscommand.h"
+#include "sources/codex/codexbinarylocator.h"
 #include "app/inputtracecommand.h"
 #include "app/openfilelimit.h"
 #include "app/providerpaths.h"
@@ -80,6 +81,8 @@ QCoro::Task<int> runHooks(const CommandLine &line)
     context.fileSystem = &fileSystem;
     context.settingsPath =
         ProviderPaths::resolve(line.home).claudeHome + QStringLiteral("/settings.json");
+    context.codexHome = ProviderPaths::resolve(line.home).codexHome;
+    context.codexBinary = CodexBinaryLocator::standard().locate().value_or(QString());
     context.helperPath =
         QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge");
     context.preferences = &preferences;

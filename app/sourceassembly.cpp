@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 
 #include "app/claudehookwiring.h"
+#include "app/codexhookwiring.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/codex/codexthreadrepository.h"
@@ -82,6 +83,24 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     codexFeeds.sleep = [weakCodex] { return suspendCodex(weakCodex); };
     codexFeeds.wake = [weakCodex] { return wakeCodex(weakCodex); };
     codexFeeds.shutdown = [weakCodex] { return shutdownCodex(weakCodex); };
+    // Codex's hooks, when the person enabled them, say at once when a task needs input.
+    auto codexHooks = std::make_shared<CodexHookWiring>(
+        QString(), QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge"),
+        codex);
+    assembly.keepAlive.push_back(codexHooks);
+    const std::weak_ptr<CodexHookWiring> weakCodexHooks = codexHooks;
+    codexFeeds.startEvents = [weakCodexHooks] {
+        if (auto wiring = weakCodexHooks.lock())
+            wiring->start();
+    };
+    codexFeeds.stopEvents = [weakCodexHooks] {
+        if (auto wiring = weakCodexHooks.lock())
+            wiring->stop();
+    };
+    codexFeeds.preferencesChanged = [weakCodexHooks] {
+        if (auto wiring = weakCodexHooks.lock())
+            wiring->refresh();
+    };
     assembly.feeds.push_back(std::move(codexFeeds));
     // Claude: desktop manifests and Claude Code sessions found in the transcript folders.
     ClaudeDesktopThreadSource::Configuration claudeConfiguration;

@@ -161,4 +161,53 @@ bool JsonSettingsFile::write(const JSONValue::Object &root, const JsonSettingsSn
     return true;
 }
 
+const JSONValue::Array *hookGroupEntries(const JSONValue &group)
+{
+    const JSONValue::Object *object = group.object();
+    if (!object)
+        return nullptr;
+    const auto entries = object->find(QStringLiteral("hooks"));
+    return entries == object->end() ? nullptr : entries->second.array();
+}
+
+JSONValue::Object removingHookEntries(const JSONValue::Object &hooks,
+                                      const std::function<bool(const JSONValue &)> &isOwned)
+{
+    JSONValue::Object result = hooks;
+    for (auto it = result.begin(); it != result.end();) {
+        const JSONValue::Array *groups = it->second.array();
+        if (!groups) {
+            ++it;
+            continue;
+        }
+        JSONValue::Array keptGroups;
+        for (const JSONValue &group : *groups) {
+            const JSONValue::Array *entries = hookGroupEntries(group);
+            if (!entries) {
+                keptGroups.push_back(group);
+                continue;
+            }
+            JSONValue::Array keptEntries;
+            for (const JSONValue &entry : *entries) {
+                if (!isOwned(entry))
+                    keptEntries.push_back(entry);
+            }
+            if (keptEntries.size() == entries->size()) {
+                keptGroups.push_back(group);
+            } else if (!keptEntries.empty()) {
+                JSONValue::Object changed = *group.object();
+                changed[QStringLiteral("hooks")] = JSONValue(std::move(keptEntries));
+                keptGroups.push_back(JSONValue(std::move(changed)));
+            }
+        }
+        if (keptGroups.empty()) {
+            it = result.erase(it);
+        } else {
+            it->second = JSONValue(std::move(keptGroups));
+            ++it;
+        }
+    }
+    return result;
+}
+
 } // namespace taskrack

@@ -104,4 +104,15 @@ private:
     Options m_options;
 };
 
+// Hook files of both providers share one shape: an object of event names, each a list of
+// groups `{"matcher": …, "hooks": [entry, …]}`.
+
+// The entries of a group, when it has the shape of one.
+const JSONValue::Array *hookGroupEntries(const JSONValue &group);
+
+// The hooks object without the entries `isOwned` picks. Every other group, entry and key stays
+// where it was; groups left empty and events left empty disappear.
+JSONValue::Object removingHookEntries(const JSONValue::Object &hooks,
+                                      const std::function<bool(const JSONValue &)> &isOwned);
+
 } // namespace taskrack

@@ -17,6 +17,14 @@ constexpr std::string_view transcriptPathKey = "transcript_path";
 constexpr std::string_view backgroundTasksKey = "background_tasks";
 constexpr std::string_view agentIdKey = "agent_id";
 
+constexpr std::string_view turnIdKey = "turn_id";
+constexpr std::string_view toolNameKey = "tool_name";
+constexpr std::string_view statusKey = "status";
+
+constexpr std::array<std::string_view, 8> codexReadKeys{
+    sessionIdKey, cwdKey,     hookEventNameKey, turnIdKey,
+    transcriptPathKey, agentIdKey, toolNameKey, statusKey};
+
 constexpr std::array<std::string_view, 7> readKeys{
     sessionIdKey,       cwdKey,    hookEventNameKey, notificationTypeKey, transcriptPathKey,
     backgroundTasksKey, agentIdKey};
@@ -101,6 +109,41 @@ FilteredHookPayload filterHookPayload(std::string_view bytes)
         if (tasks->kind != JsonKind::array || !tasks->arrayHoldsOnlyObjects)
             return unusable;
         fields.emplace("background_task_count", std::to_string(tasks->arrayLength));
+    }
+    return {HookPayloadVerdict::kept, std::move(fields)};
+}
+
+FilteredHookPayload filterCodexHookPayload(std::string_view bytes)
+{
+    if (bytes.size() > hookPayloadMaximumBytes)
+        return {};
+    const std::optional<std::vector<JsonMember>> members =
+        readTopLevelMembers(bytes, codexReadKeys);
+    if (!members)
+        return {};
+
+    FilteredHookPayload unusable{HookPayloadVerdict::unusable, {}};
+    std::map<std::string, std::string> fields;
+    if (!requiredString(*members, sessionIdKey, fields) ||
+        !requiredString(*members, cwdKey, fields) ||
+        !requiredString(*members, hookEventNameKey, fields))
+        return unusable;
+
+    const std::string &event = fields.at(std::string(hookEventNameKey));
+    std::vector<std::string_view> optional{turnIdKey, transcriptPathKey, agentIdKey};
+    // A tool's name says what is asked of the person; a model request's status says whether it
+    // failed. Elsewhere neither matters.
+    if (event == "PreToolUse")
+        optional.push_back(toolNameKey);
+    if (event == "PostModelRequest")
+        optional.push_back(statusKey);
+    for (const std::string_view key : optional) {
+        std::string text;
+        const Presence presence = optionalString(*members, key, text);
+        if (presence == Presence::wrongType)
+            return unusable;
+        if (presence == Presence::present)
+            fields.emplace(std::string(key), std::move(text));
     }
     return {HookPayloadVerdict::kept, std::move(fields)};
 }

@@ -81,14 +81,9 @@ JSONValue makeGroup(const ClaudeHookDefinition &definition, const QString &helpe
     return JSONValue(std::move(group));
 }
 
-// The inner entries of a group, when it has the shape of one.
 const JSONValue::Array *groupEntries(const JSONValue &group)
 {
-    const JSONValue::Object *object = group.object();
-    if (!object)
-        return nullptr;
-    const JSONValue *entries = member(*object, hooksKey);
-    return entries ? entries->array() : nullptr;
+    return hookGroupEntries(group);
 }
 
 bool groupHoldsOwnedEntry(const JSONValue &group)
@@ -328,41 +323,7 @@ bool isOwnedClaudeHookEntry(const JSONValue &entry)
 
 JSONValue::Object removingOwnedClaudeHookEntries(const JSONValue::Object &hooks)
 {
-    JSONValue::Object result = hooks;
-    for (auto it = result.begin(); it != result.end();) {
-        const JSONValue::Array *groups = it->second.array();
-        if (!groups) {
-            ++it;
-            continue;
-        }
-        JSONValue::Array keptGroups;
-        for (const JSONValue &group : *groups) {
-            const JSONValue::Array *entries = groupEntries(group);
-            if (!entries) {
-                keptGroups.push_back(group);
-                continue;
-            }
-            JSONValue::Array keptEntries;
-            for (const JSONValue &entry : *entries) {
-                if (!isOwnedClaudeHookEntry(entry))
-                    keptEntries.push_back(entry);
-            }
-            if (keptEntries.size() == entries->size()) {
-                keptGroups.push_back(group);
-            } else if (!keptEntries.empty()) {
-                JSONValue::Object changed = *group.object();
-                changed[hooksKey] = JSONValue(std::move(keptEntries));
-                keptGroups.push_back(JSONValue(std::move(changed)));
-            }
-        }
-        if (keptGroups.empty()) {
-            it = result.erase(it);
-        } else {
-            it->second = JSONValue(std::move(keptGroups));
-            ++it;
-        }
-    }
-    return result;
+    return removingHookEntries(hooks, isOwnedClaudeHookEntry);
 }
 
 ClaudeHookInstaller::ClaudeHookInstaller(QString settingsPath, FileSystem &fileSystem,

@@ -16,7 +16,10 @@
 #include "core/threadsource.h"
 #include "platform/filesystem.h"
 #include "platform/filewatch.h"
+#include "sources/codex/codexhookevent.h"
 #include "sources/codex/codexstatus.h"
+
+#include <QHash>
 
 #include <chrono>
 #include <memory>
@@ -120,6 +123,12 @@ public:
     // Asks for a local refresh: one runs at a time, with at most one queued behind it.
     void requestLocalRefresh();
 
+    // A Codex hook event, heard now. Its status reaches the store at once and stands in every
+    // later snapshot until the thread's own files say something newer (or it grows old).
+    void receiveHookEvent(const CodexHookEvent &event);
+    // How many hook statuses are held; for tests.
+    qsizetype hookStatusCount() const { return m_hookStatuses.size(); }
+
     bool isSuspended() const { return m_isSuspended; }
     bool isShutdown() const { return m_isShutdown; }
     quint64 lifecycleGeneration() const { return m_lifecycleGeneration; }
@@ -155,6 +164,8 @@ private:
     QCoro::Task<void> passOnInvalidations();
     QCoro::Task<void> runSafetyNet();
     void foldIntoLiveCollection(const CodexStatusUpdate &update);
+    void foldHookStatuses(ThreadCollection &collection);
+    bool knowsThread(const QString &providerThreadID) const;
     struct LiveFetch;
     QCoro::Task<void> runLiveFetch(int limit, std::shared_ptr<LiveFetch> fetch,
                                    std::stop_token stop);
@@ -187,6 +198,13 @@ private:
     quint64 m_completedDesktopReadSequence = 0;
     std::optional<ThreadCollection> m_latestDesktopProjection;
     std::optional<ThreadSourceFailure> m_desktopFailure;
+    struct HookStatus
+    {
+        RackStatus status = RackStatus::recent;
+        QDateTime at;
+    };
+    // By the provider's thread id.
+    QHash<QString, HookStatus> m_hookStatuses;
     bool m_isSuspended = false;
     bool m_isShutdown = false;
     // Ends the loops at shutdown.
