@@ -14,6 +14,7 @@ packages=(
     fonts-dejavu-core fonts-wqy-microhei
     clang libclang-rt-14-dev clang-format
     trayer dunst desktop-file-utils python3-dbus python3-gi
+    tmux
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
 command -v npm >/dev/null 2>&1 || packages+=(npm)

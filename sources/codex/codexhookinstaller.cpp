@@ -17,8 +17,6 @@ const QString commandKey = QStringLiteral("command");
 const QString timeoutKey = QStringLiteral("timeout");
 const QString helperName = QStringLiteral("taskrack-hook-bridge");
 const QString codexFlag = QStringLiteral("--codex");
-// Seconds: the helper returns within milliseconds; Codex waits for it before going on.
-constexpr int entryTimeout = 5;
 
 // Every event Codex knows: keys under [hooks] that name one of them are handlers.
 const QStringList codexHookEvents{QStringLiteral("PreModelRequest"),
@@ -47,7 +45,7 @@ JSONValue makeGroup(const CodexHookDefinition &definition, const QString &comman
     JSONValue::Object entry{
         {typeKey, JSONValue("command")},
         {commandKey, JSONValue(command)},
-        {timeoutKey, JSONValue(entryTimeout)},
+        {timeoutKey, JSONValue(definition.timeout)},
     };
     JSONValue::Object group{{hooksKey, JSONValue(JSONValue::Array{JSONValue(std::move(entry))})}};
     if (definition.matcher)
@@ -253,7 +251,7 @@ const std::vector<CodexHookDefinition> &codexInstalledHookDefinitions()
         {QStringLiteral("PostToolUse"), std::nullopt, QStringLiteral("postToolUse")},
         {QStringLiteral("UserPromptSubmit"), std::nullopt, QStringLiteral("userPromptSubmit")},
         {QStringLiteral("Stop"), std::nullopt, QStringLiteral("stop")},
-        {QStringLiteral("Interrupt"), std::nullopt, QStringLiteral("interrupt")},
+        {QStringLiteral("Interrupt"), std::nullopt, QStringLiteral("interrupt"), 3},
         {QStringLiteral("PostModelRequest"), std::nullopt, QStringLiteral("postModelRequest")},
         {QStringLiteral("SessionStart"), std::nullopt, QStringLiteral("sessionStart")},
     };

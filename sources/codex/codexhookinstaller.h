@@ -57,6 +57,9 @@ struct CodexHookDefinition
     std::optional<QString> matcher;
     // How `hooks/list` names the event.
     QString listedName;
+    // Seconds. The helper returns within milliseconds; Codex clamps an interrupt's hooks to 3 s
+    // and warns at every start when an entry asks for more.
+    int timeout = 5;
 };
 const std::vector<CodexHookDefinition> &codexInstalledHookDefinitions();
 
