@@ -6,21 +6,7 @@
 #include "sources/codex/codexhooklistener.h"
 #include "sources/codex/codexthreadrepository.h"
 
-#include <QRegularExpression>
-
 namespace taskrack {
-
-namespace {
-
-// Event names are a fixed vocabulary of Codex; anything else is logged as "other" so that no
-// text from a payload reaches the log.
-QString loggableEventName(const QString &name)
-{
-    static const QRegularExpression word(QStringLiteral("^[A-Za-z]{1,32}$"));
-    return word.match(name).hasMatch() ? name : QStringLiteral("other");
-}
-
-} // namespace
 
 CodexHookWiring::CodexHookWiring(QString dataFolder, QString runningHelper,
                                  std::weak_ptr<CodexThreadRepository> repository)
@@ -83,7 +69,7 @@ QCoro::Task<void> CodexHookWiring::forwardEvents()
         if (!event || stop.stop_requested())
             co_return;
         qCDebug(lcApp, "Codex hook event received: %s",
-                qPrintable(loggableEventName(event->hookEventName)));
+                qPrintable(loggableHookEventName(event->hookEventName)));
         std::shared_ptr<CodexThreadRepository> repository = m_repository.lock();
         if (!repository)
             co_return;
