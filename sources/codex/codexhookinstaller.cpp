@@ -439,7 +439,9 @@ CodexHookInstallationStatus CodexHookInstaller::statusNow(const QString &helperP
     bool allRight = true;
     const QString command = codexHookCommand(helperPath);
     const auto &definitions = codexInstalledHookDefinitions();
-    for (const auto &[event, value] : hooks) {
+    for (const auto &member : hooks) {
+        // Named, not bound: clang 14 cannot capture a structured binding.
+        const QString &event = member.first;
         const auto definition =
             std::find_if(definitions.begin(), definitions.end(),
                          [&](const CodexHookDefinition &d) { return d.event == event; });
