@@ -8,21 +8,8 @@
 #include "sources/claude/claudehookbridgelistener.h"
 #include "sources/claude/claudehookinstaller.h"
 
-#include <QRegularExpression>
 
 namespace taskrack {
-
-namespace {
-
-// Event names are a fixed vocabulary of Claude Code; anything else is logged as "other" so
-// that no text from a payload reaches the log.
-QString loggableEventName(const QString &name)
-{
-    static const QRegularExpression word(QStringLiteral("^[A-Za-z]{1,32}$"));
-    return word.match(name).hasMatch() ? name : QStringLiteral("other");
-}
-
-} // namespace
 
 ClaudeHookWiring::ClaudeHookWiring(Preferences &preferences, Clock &clock, FileSystem &fileSystem,
                                    QString settingsPath, QString helperPath,
@@ -78,7 +65,7 @@ QCoro::Task<void> ClaudeHookWiring::forwardEvents()
         if (!event || stop.stop_requested())
             co_return;
         qCInfo(lcApp, "Claude hook event received: %s",
-               qPrintable(loggableEventName(event->hookEventName)));
+               qPrintable(loggableHookEventName(event->hookEventName)));
         std::shared_ptr<ClaudeDesktopThreadSource> source = m_source.lock();
         if (!source)
             co_return;

@@ -1,6 +1,8 @@
 #include "app/hookscommand.h"
 
 #include "sources/claude/claudeenhancedstatuscontroller.h"
+#include "sources/codex/codexhookintegration.h"
+#include "sources/codex/codexhooktrust.h"
 
 #include <QCoreApplication>
 #include <QCoro/QCoroTask>
@@ -10,8 +12,38 @@ namespace taskrack {
 namespace {
 
 const QString usage = QStringLiteral(
-    "usage: taskrack hooks status|enable|disable|remove [--home DIR] [--allow-other-owner]");
+    "usage: taskrack hooks status|enable|disable|remove [--provider claude|codex|all] "
+    "[--home DIR] [--allow-other-owner]");
 const QString allowOtherOwnerFlag = QStringLiteral("--allow-other-owner");
+const QString providerFlag = QStringLiteral("--provider");
+
+int runCodexHooks(const QString &action, const HooksCommandContext &context, QTextStream &out,
+                  QTextStream &err)
+{
+    CodexHookIntegration integration(context.codexHome, CodexHookHelperFiles(context.dataFolder),
+                                     context.helperPath, *context.fileSystem);
+    CodexHookInstallationStatus status;
+    try {
+        if (action == QLatin1String("status"))
+            status = integration.status();
+        else if (action == QLatin1String("enable"))
+            status = integration.enable();
+        else if (action == QLatin1String("disable"))
+            status = integration.disable();
+        else
+            status = integration.remove();
+    } catch (const TaskrackError &error) {
+        err << error.description() << Qt::endl;
+        return 1;
+    }
+    out << CodexHookIntegration::summary(status) << Qt::endl;
+    if (status == CodexHookInstallationStatus::enabled) {
+        const CodexHookTrustReport trust = queryCodexHookTrust(
+            context.codexBinary, context.codexHome, integration.helperCommand());
+        out << describeCodexHookTrust(trust) << Qt::endl;
+    }
+    return 0;
+}
 
 } // namespace
 
@@ -20,13 +52,26 @@ QCoro::Task<int> runHooksCommand(QStringList args, HooksCommandContext context, 
 {
     ClaudeHookInstaller::Options options;
     options.allowOtherOwner = args.removeAll(allowOtherOwnerFlag) > 0;
+    QString provider = QStringLiteral("claude");
+    if (const qsizetype at = args.indexOf(providerFlag); at >= 0 && at + 1 < args.size()) {
+        provider = args.at(at + 1);
+        args.remove(at, 2);
+    }
     const QString action = args.value(0);
     static const QStringList actions{QStringLiteral("status"), QStringLiteral("enable"),
                                      QStringLiteral("disable"), QStringLiteral("remove")};
-    if (args.size() != 1 || !actions.contains(action) || !context.preferences ||
-        !context.fileSystem) {
+    static const QStringList providers{QStringLiteral("claude"), QStringLiteral("codex"),
+                                       QStringLiteral("all")};
+    if (args.size() != 1 || !actions.contains(action) || !providers.contains(provider) ||
+        !context.preferences || !context.fileSystem) {
         err << usage << Qt::endl;
         co_return 2;
+    }
+    int codexExit = 0;
+    if (provider != QLatin1String("claude")) {
+        codexExit = runCodexHooks(action, context, out, err);
+        if (provider == QLatin1String("codex"))
+            co_return codexExit;
     }
 
     ClaudeHookInstaller installer(context.settingsPath, *context.fileSystem, options);
@@ -50,7 +95,7 @@ QCoro::Task<int> runHooksCommand(QStringList args, HooksCommandContext context, 
         co_return 1;
     }
     out << controller.statusSummary() << Qt::endl;
-    co_return 0;
+    co_return codexExit;
 }
 
 } // namespace taskrack

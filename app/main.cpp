@@ -3,6 +3,7 @@
 #include "app/doctorcommand.h"
 #include "app/dictatecommand.h"
 #include "app/hookscommand.h"
+#include "sources/codex/codexbinarylocator.h"
 #include "app/inputtracecommand.h"
 #include "app/openfilelimit.h"
 #include "app/providerpaths.h"
@@ -82,6 +83,8 @@ QCoro::Task<int> runHooks(const CommandLine &line)
     context.fileSystem = &fileSystem;
     context.settingsPath =
         ProviderPaths::resolve(line.home).claudeHome + QStringLiteral("/settings.json");
+    context.codexHome = ProviderPaths::resolve(line.home).codexHome;
+    context.codexBinary = CodexBinaryLocator::standard().locate().value_or(QString());
     context.helperPath =
         QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge");
     context.preferences = &preferences;

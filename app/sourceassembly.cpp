@@ -4,6 +4,7 @@
 
 #include "app/claudehookwiring.h"
 #include "platform/linux/inotifyfilewatch.h"
+#include "app/codexhookwiring.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/pidfdprocessexitwatch.h"
 #include "sources/claude/claudedesktopthreadsource.h"
@@ -74,7 +75,12 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     // Stateless, and shared by every source and by work that may outlive the assembly.
     static LinuxFileSystem fileSystem;
     SourceAssembly assembly;
-    assembly.sources.push_back(assembleCodex(paths.codexHome, paths.home, clock, fileSystem));
+    auto codex = assembleCodex(paths.codexHome, paths.home, clock, fileSystem);
+    assembly.sources.push_back(codex);
+    // Codex's hooks, when the person enabled them, say at once when a task needs input.
+    assembly.eventFeeds.push_back(std::make_shared<CodexHookWiring>(
+        QString(), QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge"),
+        codex));
     // Claude: desktop manifests and Claude Code sessions found in the transcript folders.
     auto claude = claudeSource(ClaudeSourcePaths::forHome(paths.home), clock, fileSystem);
     assembly.sources.push_back(claude);

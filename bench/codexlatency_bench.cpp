@@ -4,6 +4,7 @@
 // pushed snapshot, to the store's thread changing status. Lines are a collapse window apart, as
 // a turn's start and end are; the counters give the median and the 99th percentile.
 
+#include "app/codexhookwiring.h"
 #include "app/rackruntime.h"
 #include "bench/benchsupport.h"
 #include "core/compositethreadsource.h"
@@ -21,6 +22,7 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QUuid>
@@ -123,10 +125,11 @@ public:
     }
 };
 
-void BM_RolloutLineToStoreStatus(benchmark::State &state)
+// A runtime over `home` as the application assembles it, without an app-server, once its first
+// refresh shows the hot thread working; null when it does not.
+std::unique_ptr<RackRuntime> watchedRuntime(const CodexHome &home, Preferences &preferences,
+                                            std::shared_ptr<CodexThreadRepository> &repository)
 {
-    CodexHome home;
-    InMemoryPreferences preferences;
     CodexThreadRepository::Parts parts;
     parts.liveSource = std::make_shared<AbsentAppServer>();
     parts.fallbackSource =
@@ -135,20 +138,48 @@ void BM_RolloutLineToStoreStatus(benchmark::State &state)
     parts.fileWatch = std::make_unique<InotifyFileWatch>();
     parts.databaseFiles = {home.databasePath(), home.databasePath() + QStringLiteral("-wal")};
     parts.clock = &SystemClock::shared();
-    const auto repository = CodexThreadRepository::create(std::move(parts));
-
-    RackRuntime runtime(
+    repository = CodexThreadRepository::create(std::move(parts));
+    auto runtime = std::make_unique<RackRuntime>(
         SourceAssembly{.sources = {repository}, .eventFeeds = {}, .claudeHooks = {}}, preferences,
         SystemClock::shared());
-    RackStore &store = runtime.store();
     bool refreshed = false;
-    signalWhenDone(runtime.start(), refreshed);
+    signalWhenDone(runtime->start(), refreshed);
     const QString id = codexThreadPrefix + home.hotId;
-    if (!runUntil([&] { return refreshed && statusOf(store, id) == RackStatus::working; })) {
+    if (!runUntil([&] { return refreshed && statusOf(runtime->store(), id) == RackStatus::working; }))
+        return nullptr;
+    return runtime;
+}
+
+void recordLatencies(benchmark::State &state, std::vector<double> latencies)
+{
+    if (latencies.empty())
+        return;
+    std::sort(latencies.begin(), latencies.end());
+    state.counters["p50_ms"] = latencies[latencies.size() / 2] * 1000.0;
+    state.counters["p99_ms"] =
+        latencies[std::min(latencies.size() - 1, latencies.size() * 99 / 100)] * 1000.0;
+    state.counters["threads"] = threadCount;
+}
+
+void stop(RackRuntime &runtime)
+{
+    bool stopped = false;
+    signalWhenDone(runtime.shutdown(), stopped);
+    runUntil([&] { return stopped; });
+}
+
+void BM_RolloutLineToStoreStatus(benchmark::State &state)
+{
+    CodexHome home;
+    InMemoryPreferences preferences;
+    std::shared_ptr<CodexThreadRepository> repository;
+    const std::unique_ptr<RackRuntime> runtime = watchedRuntime(home, preferences, repository);
+    if (!runtime) {
         state.SkipWithError("the first refresh did not show the hot thread working");
         return;
     }
-
+    RackStore &store = runtime->store();
+    const QString id = codexThreadPrefix + home.hotId;
     const int quietMs = int(TaskFileWatcher::collapseInterval.count()) + 10;
     std::vector<double> latencies;
     bool started = true;
@@ -170,18 +201,72 @@ void BM_RolloutLineToStoreStatus(benchmark::State &state)
         quiet.start();
         runUntil([&] { return quiet.elapsed() >= quietMs; });
     }
-    if (!latencies.empty()) {
-        std::sort(latencies.begin(), latencies.end());
-        state.counters["p50_ms"] = latencies[latencies.size() / 2] * 1000.0;
-        state.counters["p99_ms"] =
-            latencies[std::min(latencies.size() - 1, latencies.size() * 99 / 100)] * 1000.0;
-        state.counters["threads"] = threadCount;
-    }
-    bool stopped = false;
-    signalWhenDone(runtime.shutdown(), stopped);
-    runUntil([&] { return stopped; });
+    recordLatencies(state, std::move(latencies));
+    stop(*runtime);
 }
 BENCHMARK(BM_RolloutLineToStoreStatus)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(100);
+
+// From the moment Codex starts its PermissionRequest hook to the store showing the task as
+// needing input: the helper's start, its read of the payload and the token file, the bus, the
+// listener and the repository's status update. Alternates with PostToolUse (back to working).
+// Needs the session bus: run under dbus-run-session.
+void BM_PermissionHookToStoreStatus(benchmark::State &state)
+{
+    CodexHome home;
+    InMemoryPreferences preferences;
+    std::shared_ptr<CodexThreadRepository> repository;
+    const std::unique_ptr<RackRuntime> runtime = watchedRuntime(home, preferences, repository);
+    QTemporaryDir data;
+    {
+        QFile token(data.filePath("codex-hook-token"));
+        token.open(QIODevice::WriteOnly);
+        token.write(QByteArray(64, 'f'));
+        token.close();
+        token.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    }
+    CodexHookWiring wiring(data.path(), QStringLiteral(TASKRACK_HOOK_BRIDGE_PATH), repository);
+    wiring.start();
+    if (!runtime || !wiring.isListening()) {
+        state.SkipWithError("needs a session bus and a first refresh");
+        return;
+    }
+    const QString helper = data.filePath("bin/taskrack-hook-bridge");
+    const QString id = codexThreadPrefix + home.hotId;
+    std::vector<double> latencies;
+    bool asking = true;
+    for (auto _ : state) {
+        const QByteArray payload =
+            QStringLiteral(R"({"session_id":"%1","turn_id":"t","transcript_path":"%2","cwd":"/w",)"
+                           R"("hook_event_name":"%3","model":"gpt-mock","tool_name":"Bash",)"
+                           R"("tool_input":{"command":"make"},"tool_response":"ok"})")
+                .arg(home.hotId, home.rolloutPath(home.hotId),
+                     asking ? "PermissionRequest" : "PostToolUse")
+                .toUtf8();
+        QElapsedTimer timer;
+        timer.start();
+        QProcess process;
+        process.start(helper, {QStringLiteral("--codex")});
+        process.write(payload);
+        process.closeWriteChannel();
+        if (!waitForStatus(runtime->store(), id,
+                           asking ? RackStatus::requiresInput : RackStatus::working)) {
+            state.SkipWithError("the status change did not reach the store");
+            break;
+        }
+        const double seconds = double(timer.nsecsElapsed()) / 1e9;
+        state.SetIterationTime(seconds);
+        latencies.push_back(seconds);
+        process.waitForFinished(10000);
+        asking = !asking;
+    }
+    recordLatencies(state, std::move(latencies));
+    wiring.stop();
+    stop(*runtime);
+}
+BENCHMARK(BM_PermissionHookToStoreStatus)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->Iterations(100);

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <optional>
+#include <span>
 
 namespace taskrack {
 
@@ -16,6 +17,14 @@ constexpr std::string_view notificationTypeKey = "notification_type";
 constexpr std::string_view transcriptPathKey = "transcript_path";
 constexpr std::string_view backgroundTasksKey = "background_tasks";
 constexpr std::string_view agentIdKey = "agent_id";
+
+constexpr std::string_view turnIdKey = "turn_id";
+constexpr std::string_view toolNameKey = "tool_name";
+constexpr std::string_view statusKey = "status";
+
+constexpr std::array<std::string_view, 8> codexReadKeys{
+    sessionIdKey, cwdKey,     hookEventNameKey, turnIdKey,
+    transcriptPathKey, agentIdKey, toolNameKey, statusKey};
 
 constexpr std::array<std::string_view, 7> readKeys{
     sessionIdKey,       cwdKey,    hookEventNameKey, notificationTypeKey, transcriptPathKey,
@@ -61,31 +70,55 @@ bool requiredString(const std::vector<JsonMember> &members, std::string_view key
     return true;
 }
 
+// Reads a payload that must name its session, folder and event, and keeps those three. The
+// verdict to give when it does not.
+std::optional<HookPayloadVerdict> readIdentity(std::string_view bytes,
+                                               std::span<const std::string_view> keys,
+                                               std::vector<JsonMember> &members,
+                                               std::map<std::string, std::string> &fields)
+{
+    if (bytes.size() > hookPayloadMaximumBytes)
+        return HookPayloadVerdict::notAnObject;
+    std::optional<std::vector<JsonMember>> read = readTopLevelMembers(bytes, keys);
+    if (!read)
+        return HookPayloadVerdict::notAnObject;
+    members = std::move(*read);
+    if (!requiredString(members, sessionIdKey, fields) || !requiredString(members, cwdKey, fields) ||
+        !requiredString(members, hookEventNameKey, fields))
+        return HookPayloadVerdict::unusable;
+    return std::nullopt;
+}
+
+// Keeps each of `keys` that is a string; false when one is of another kind.
+bool keepOptionalStrings(const std::vector<JsonMember> &members,
+                         std::span<const std::string_view> keys,
+                         std::map<std::string, std::string> &fields)
+{
+    for (const std::string_view key : keys) {
+        std::string text;
+        const Presence presence = optionalString(members, key, text);
+        if (presence == Presence::wrongType)
+            return false;
+        if (presence == Presence::present)
+            fields.emplace(std::string(key), std::move(text));
+    }
+    return true;
+}
+
 } // namespace
 
 FilteredHookPayload filterHookPayload(std::string_view bytes)
 {
-    if (bytes.size() > hookPayloadMaximumBytes)
-        return {};
-    const std::optional<std::vector<JsonMember>> members = readTopLevelMembers(bytes, readKeys);
-    if (!members)
-        return {};
-
-    FilteredHookPayload unusable{HookPayloadVerdict::unusable, {}};
+    std::vector<JsonMember> read;
     std::map<std::string, std::string> fields;
-    if (!requiredString(*members, sessionIdKey, fields) ||
-        !requiredString(*members, cwdKey, fields) ||
-        !requiredString(*members, hookEventNameKey, fields))
+    if (const auto verdict = readIdentity(bytes, readKeys, read, fields))
+        return {*verdict, {}};
+    const std::vector<JsonMember> *members = &read;
+    FilteredHookPayload unusable{HookPayloadVerdict::unusable, {}};
+    static constexpr std::array<std::string_view, 2> optional{notificationTypeKey,
+                                                              transcriptPathKey};
+    if (!keepOptionalStrings(read, optional, fields))
         return unusable;
-
-    for (const std::string_view key : {notificationTypeKey, transcriptPathKey}) {
-        std::string text;
-        const Presence presence = optionalString(*members, key, text);
-        if (presence == Presence::wrongType)
-            return unusable;
-        if (presence == Presence::present)
-            fields.emplace(std::string(key), std::move(text));
-    }
 
     // Only whether an agent is named matters, not which one.
     std::string agentId;
@@ -102,6 +135,26 @@ FilteredHookPayload filterHookPayload(std::string_view bytes)
             return unusable;
         fields.emplace("background_task_count", std::to_string(tasks->arrayLength));
     }
+    return {HookPayloadVerdict::kept, std::move(fields)};
+}
+
+FilteredHookPayload filterCodexHookPayload(std::string_view bytes)
+{
+    std::vector<JsonMember> members;
+    std::map<std::string, std::string> fields;
+    if (const auto verdict = readIdentity(bytes, codexReadKeys, members, fields))
+        return {*verdict, {}};
+
+    const std::string &event = fields.at(std::string(hookEventNameKey));
+    std::vector<std::string_view> optional{turnIdKey, transcriptPathKey, agentIdKey};
+    // A tool's name says what is asked of the person; a model request's status says whether it
+    // failed. Elsewhere neither matters.
+    if (event == "PreToolUse")
+        optional.push_back(toolNameKey);
+    if (event == "PostModelRequest")
+        optional.push_back(statusKey);
+    if (!keepOptionalStrings(members, optional, fields))
+        return {HookPayloadVerdict::unusable, {}};
     return {HookPayloadVerdict::kept, std::move(fields)};
 }
 

@@ -39,4 +39,10 @@ struct FilteredHookPayload
 
 FilteredHookPayload filterHookPayload(std::string_view bytes);
 
+// The same for the JSON object a Codex hook writes. Kept: "session_id", "cwd",
+// "hook_event_name", and when present "turn_id", "transcript_path", "agent_id", "tool_name" (on
+// "PreToolUse" only) and "status" (on "PostModelRequest" only). The prompt, tool input and the
+// last assistant message are never decoded.
+FilteredHookPayload filterCodexHookPayload(std::string_view bytes);
+
 } // namespace taskrack

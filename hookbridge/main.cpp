@@ -1,4 +1,4 @@
-// taskrack-hook-bridge: what Claude Code's hooks run. It reads the hook's JSON from standard
+// taskrack-hook-bridge: what Claude Code's hooks run, and with "--codex" what Codex's hooks run. It reads the hook's JSON from standard
 // input, keeps only what identifies the session and the event (the prompt and every other
 // private text are never decoded), and broadcasts that on the session bus with the token it
 // was given, for a running Taskrack to pick up.
@@ -40,7 +40,7 @@ bool endsWithClosingBrace(const std::string &buffer)
 
 // Reads until end of input, or until the buffer holds one complete object: a writer that
 // keeps the pipe open after its object must not hold the helper.
-FilteredHookPayload readPayload()
+FilteredHookPayload readPayload(FilteredHookPayload (*filter)(std::string_view))
 {
     const auto deadline = std::chrono::steady_clock::now() + inputDeadline;
     std::string buffer;
@@ -62,23 +62,25 @@ FilteredHookPayload readPayload()
         if (count < 0)
             return {};
         if (count == 0)
-            return filterHookPayload(buffer);
+            return filter(buffer);
         if (buffer.size() + std::size_t(count) > hookPayloadMaximumBytes)
             return {};
         buffer.append(chunk, std::size_t(count));
         if (endsWithClosingBrace(buffer)) {
-            FilteredHookPayload payload = filterHookPayload(buffer);
+            FilteredHookPayload payload = filter(buffer);
             if (payload.verdict != HookPayloadVerdict::notAnObject)
                 return payload;
         }
     }
 }
 
-// Nothing the helper could say would reach anyone, and libraries must not say it either.
-void silenceStandardError()
+// Nothing the helper could say would reach anyone, and libraries must not say it either. Codex
+// even hands a hook's standard output to the model: not a byte may go there.
+void silenceOutput()
 {
     const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (null >= 0) {
+        ::dup2(null, STDOUT_FILENO);
         ::dup2(null, STDERR_FILENO);
         ::close(null);
     }
@@ -88,12 +90,14 @@ void silenceStandardError()
 
 int main(int argc, char **argv)
 {
-    silenceStandardError();
+    silenceOutput();
     std::signal(SIGPIPE, SIG_IGN);
-    const std::optional<std::string> token = hookBridgeToken(argc, argv);
+    const bool codex = isCodexInvocation(argc, argv);
+    const std::optional<std::string> token =
+        codex ? codexHookToken(currentExecutablePath()) : hookBridgeToken(argc, argv);
     if (!token)
         return 0;
-    const FilteredHookPayload payload = readPayload();
+    const FilteredHookPayload payload = readPayload(codex ? filterCodexHookPayload : filterHookPayload);
     if (payload.verdict != HookPayloadVerdict::kept)
         return 0;
     const std::optional<std::string> address = sessionBusAddressFromEnvironment(

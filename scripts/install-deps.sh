@@ -18,6 +18,8 @@ packages=(
     qt6-multimedia-dev libpocketsphinx-dev pocketsphinx-en-us
     # dictation tests: spoken sentences, recordings and a private sound server
     espeak-ng sox pocketsphinx-testdata pulseaudio pulseaudio-utils
+    # Codex hook tests drive the real Codex TUI in a terminal multiplexer
+    tmux
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
 command -v npm >/dev/null 2>&1 || packages+=(npm)

@@ -27,10 +27,6 @@ const QString urlKey = QStringLiteral("url");
 const QString allowedURLsKey = QStringLiteral("allowedHttpHookUrls");
 const QString disableAllHooksKey = QStringLiteral("disableAllHooks");
 
-// The scan stops a hostile file before the decoder sees it.
-constexpr int maximumNesting = 64;
-constexpr int maximumContainers = 10'000;
-
 [[noreturn]] void fail(Kind kind, const QString &path = {})
 {
     throw ClaudeHookInstallerError::make(kind, path);
@@ -85,14 +81,9 @@ JSONValue makeGroup(const ClaudeHookDefinition &definition, const QString &helpe
     return JSONValue(std::move(group));
 }
 
-// The inner entries of a group, when it has the shape of one.
 const JSONValue::Array *groupEntries(const JSONValue &group)
 {
-    const JSONValue::Object *object = group.object();
-    if (!object)
-        return nullptr;
-    const JSONValue *entries = member(*object, hooksKey);
-    return entries ? entries->array() : nullptr;
+    return hookGroupEntries(group);
 }
 
 bool groupHoldsOwnedEntry(const JSONValue &group)
@@ -154,6 +145,42 @@ ClaudeHookInstallationStatus enabledOrHooksDisabled(const JSONValue::Object &roo
     if (disabled && disabled->boolean() && *disabled->boolean())
         return ClaudeHookInstallationStatus::hooksDisabled;
     return ClaudeHookInstallationStatus::enabled;
+}
+
+ClaudeHookInstallerError claudeError(const SettingsFileFailure &failure)
+{
+    switch (failure.fault) {
+    case SettingsFileFault::tooComplex:
+        return ClaudeHookInstallerError::make(Kind::settingsResourceLimit);
+    case SettingsFileFault::tooLarge:
+        return ClaudeHookInstallerError::make(Kind::settingsTooLarge, failure.path);
+    case SettingsFileFault::changedDuringUpdate:
+        return ClaudeHookInstallerError::make(Kind::settingsChangedDuringUpdate);
+    case SettingsFileFault::invalidJSON:
+        return ClaudeHookInstallerError::make(Kind::invalidSettingsJSON, failure.path);
+    case SettingsFileFault::notAnObject:
+        return ClaudeHookInstallerError::make(Kind::invalidSettingsRoot);
+    case SettingsFileFault::backupFailed:
+        return ClaudeHookInstallerError::make(Kind::backupFailed);
+    case SettingsFileFault::writeFailed:
+        return ClaudeHookInstallerError::make(Kind::writeFailed);
+    case SettingsFileFault::danglingLink:
+    case SettingsFileFault::isLink:
+        return ClaudeHookInstallerError::make(Kind::settingsDanglingLink, failure.path);
+    case SettingsFileFault::isDirectory:
+        return ClaudeHookInstallerError::make(Kind::settingsIsDirectory, failure.path);
+    case SettingsFileFault::notRegular:
+        return ClaudeHookInstallerError::make(Kind::settingsNotRegular, failure.path);
+    case SettingsFileFault::unreadable:
+        return ClaudeHookInstallerError::make(Kind::settingsUnreadable, failure.path);
+    case SettingsFileFault::readOnly:
+        return ClaudeHookInstallerError::make(Kind::settingsReadOnly, failure.path);
+    case SettingsFileFault::ownedByOtherUser:
+        return ClaudeHookInstallerError::make(Kind::settingsOwnedByOtherUser, failure.path);
+    case SettingsFileFault::folderMissing:
+        return ClaudeHookInstallerError::make(Kind::claudeFolderMissing, failure.path);
+    }
+    return ClaudeHookInstallerError::make(Kind::writeFailed);
 }
 
 } // namespace
@@ -268,53 +295,9 @@ const std::vector<ClaudeHookDefinition> &claudeInstalledHookDefinitions()
     return definitions;
 }
 
-namespace {
-
-enum class Shape { fine, tooComplex, unbalanced };
-
-// A truncated file is unbalanced: that is a JSON fault, not a resource limit.
-Shape shapeOf(QByteArrayView bytes)
-{
-    int depth = 0;
-    int containers = 0;
-    bool inString = false;
-    bool escaped = false;
-    for (const char c : bytes) {
-        if (inString) {
-            if (escaped)
-                escaped = false;
-            else if (c == '\\')
-                escaped = true;
-            else if (c == '"')
-                inString = false;
-            continue;
-        }
-        switch (c) {
-        case '"':
-            inString = true;
-            break;
-        case '{':
-        case '[':
-            if (++depth > maximumNesting || ++containers > maximumContainers)
-                return Shape::tooComplex;
-            break;
-        case '}':
-        case ']':
-            if (--depth < 0)
-                return Shape::unbalanced;
-            break;
-        default:
-            break;
-        }
-    }
-    return depth == 0 && !inString && !escaped ? Shape::fine : Shape::unbalanced;
-}
-
-} // namespace
-
 bool claudeSettingsWithinComplexityLimits(QByteArrayView bytes)
 {
-    return shapeOf(bytes) == Shape::fine;
+    return jsonWithinComplexityLimits(bytes);
 }
 
 bool isOwnedClaudeHookEntry(const JSONValue &entry)
@@ -340,41 +323,7 @@ bool isOwnedClaudeHookEntry(const JSONValue &entry)
 
 JSONValue::Object removingOwnedClaudeHookEntries(const JSONValue::Object &hooks)
 {
-    JSONValue::Object result = hooks;
-    for (auto it = result.begin(); it != result.end();) {
-        const JSONValue::Array *groups = it->second.array();
-        if (!groups) {
-            ++it;
-            continue;
-        }
-        JSONValue::Array keptGroups;
-        for (const JSONValue &group : *groups) {
-            const JSONValue::Array *entries = groupEntries(group);
-            if (!entries) {
-                keptGroups.push_back(group);
-                continue;
-            }
-            JSONValue::Array keptEntries;
-            for (const JSONValue &entry : *entries) {
-                if (!isOwnedClaudeHookEntry(entry))
-                    keptEntries.push_back(entry);
-            }
-            if (keptEntries.size() == entries->size()) {
-                keptGroups.push_back(group);
-            } else if (!keptEntries.empty()) {
-                JSONValue::Object changed = *group.object();
-                changed[hooksKey] = JSONValue(std::move(keptEntries));
-                keptGroups.push_back(JSONValue(std::move(changed)));
-            }
-        }
-        if (keptGroups.empty()) {
-            it = result.erase(it);
-        } else {
-            it->second = JSONValue(std::move(keptGroups));
-            ++it;
-        }
-    }
-    return result;
+    return removingHookEntries(hooks, isOwnedClaudeHookEntry);
 }
 
 ClaudeHookInstaller::ClaudeHookInstaller(QString settingsPath, FileSystem &fileSystem,
@@ -387,7 +336,7 @@ ClaudeHookInstaller::~ClaudeHookInstaller() = default;
 
 QString ClaudeHookInstaller::backupPath() const
 {
-    return m_settingsPath + QStringLiteral(".taskrack-backup");
+    return settingsFile().backupPath();
 }
 
 SerialExecutor &ClaudeHookInstaller::executor()
@@ -423,108 +372,33 @@ bool ClaudeHookInstaller::isExecutableFile(const QString &path) const
     return attributes && attributes->isRegular() && (attributes->mode & 0111);
 }
 
-ClaudeSettingsSnapshot ClaudeHookInstaller::loadSnapshot() const
+JsonSettingsFile ClaudeHookInstaller::settingsFile() const
 {
-    ClaudeSettingsSnapshot snapshot;
-    snapshot.filePath = m_settingsPath;
-    const auto entry = m_fileSystem.stat(m_settingsPath, FileSystem::Links::doNotFollow);
-    if (!entry && entry.error() == FileError::notFound)
-        return snapshot;
-    if (!entry)
-        fail(Kind::settingsUnreadable, m_settingsPath);
-    if (entry->kind == FileKind::symbolicLink) {
-        snapshot.filePath = m_fileSystem.resolvedPath(m_settingsPath);
-        if (snapshot.filePath.isEmpty())
-            fail(Kind::settingsDanglingLink, m_settingsPath);
-    }
-    auto read = m_fileSystem.readFile(snapshot.filePath, {}, claudeSettingsMaximumBytes);
-    if (!read) {
-        switch (read.error()) {
-        case FileError::directory:
-            fail(Kind::settingsIsDirectory, m_settingsPath);
-        case FileError::notRegular:
-            fail(Kind::settingsNotRegular, m_settingsPath);
-        case FileError::tooLarge:
-            fail(Kind::settingsTooLarge, m_settingsPath);
-        case FileError::changedDuringRead:
-        case FileError::notFound:
-        case FileError::symbolicLink:
-            fail(Kind::settingsChangedDuringUpdate);
-        default:
-            fail(Kind::settingsUnreadable, m_settingsPath);
-        }
-    }
-    const Shape shape = shapeOf(read->bytes);
-    if (shape == Shape::tooComplex)
-        fail(Kind::settingsResourceLimit);
-    if (shape == Shape::unbalanced)
-        fail(Kind::invalidSettingsJSON, m_settingsPath);
-    std::optional<JSONValue> document = JSONValue::parse(read->bytes);
-    if (!document)
-        fail(Kind::invalidSettingsJSON, m_settingsPath);
-    if (!document->object())
-        fail(Kind::invalidSettingsRoot);
-    snapshot.attributes = read->attributes;
-    snapshot.data = std::move(read->bytes);
-    snapshot.root = std::move(*document->object());
-    return snapshot;
+    JsonSettingsFile::Options options;
+    options.maximumBytes = claudeSettingsMaximumBytes;
+    options.allowOtherOwner = m_options.allowOtherOwner;
+    options.newFileMode = 0600; // the file holds a token: owner only
+    return JsonSettingsFile(m_settingsPath, m_fileSystem, options);
 }
 
-bool ClaudeHookInstaller::write(const JSONValue::Object &root,
-                                const ClaudeSettingsSnapshot &snapshot)
+ClaudeSettingsSnapshot ClaudeHookInstaller::loadSnapshot() const
 {
-    if (root == snapshot.root)
-        return true;
-    FileAttributes like;
-    if (snapshot.attributes) {
-        like = *snapshot.attributes;
-        if (like.owner != m_fileSystem.userId() && !m_options.allowOtherOwner)
-            fail(Kind::settingsOwnedByOtherUser, m_settingsPath);
-        if (!(like.mode & 0200))
-            fail(Kind::settingsReadOnly, m_settingsPath);
-    } else {
-        // Never create Claude's folder: without it there is no Claude Code to hook into.
-        const QString folder = QFileInfo(m_settingsPath).absolutePath();
-        const auto folderAttributes = m_fileSystem.stat(folder);
-        if (!folderAttributes || !folderAttributes->isDirectory())
-            fail(Kind::claudeFolderMissing, folder);
-        like = *folderAttributes;
-        if (like.owner != m_fileSystem.userId() && !m_options.allowOtherOwner)
-            fail(Kind::settingsOwnedByOtherUser, m_settingsPath);
-        like.mode = 0600; // the file holds a token: owner only
+    try {
+        return settingsFile().load();
+    } catch (const SettingsFileFailure &failure) {
+        throw claudeError(failure);
     }
-
-    const QByteArray encoded = JSONValue(root).toPrettyJSON();
-    if (encoded.size() > claudeSettingsMaximumBytes)
-        fail(Kind::settingsResourceLimit);
-    if (snapshot.attributes) {
-        const auto backup = m_fileSystem.createExclusively(backupPath(), snapshot.data, like);
-        if (backup && *backup != FileError::alreadyExists)
-            fail(Kind::backupFailed);
-    }
-    const auto replaced = m_fileSystem.replace(
-        snapshot.filePath, encoded, like, ReplaceExpectation{snapshot.attributes, snapshot.data});
-    if (replaced == FileError::changedBeforeReplace)
-        return false;
-    if (replaced)
-        fail(Kind::writeFailed);
-    return true;
 }
 
 ClaudeHookInstallationStatus ClaudeHookInstaller::update(
     const std::function<ClaudeHookInstallationStatus(const ClaudeSettingsSnapshot &,
                                                      JSONValue::Object &root)> &change)
 {
-    // Claude Code and the person edit this file without any lock: when one of them wrote while
-    // Taskrack prepared its version, theirs is kept and Taskrack starts over once.
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        const ClaudeSettingsSnapshot snapshot = loadSnapshot();
-        JSONValue::Object root = snapshot.root;
-        const ClaudeHookInstallationStatus status = change(snapshot, root);
-        if (write(root, snapshot))
-            return status;
+    try {
+        return settingsFile().update(change);
+    } catch (const SettingsFileFailure &failure) {
+        throw claudeError(failure);
     }
-    fail(Kind::settingsChangedDuringUpdate);
 }
 
 ClaudeHookInstallationStatus ClaudeHookInstaller::installNow(const QString &helperPath,

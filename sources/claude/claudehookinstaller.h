@@ -10,9 +10,8 @@
 // edited where it points, with the same checks, as long as the target is a regular file: the
 // link itself stays as it is.
 
+#include "core/jsonsettingsfile.h"
 #include "core/taskrackerror.h"
-#include "platform/filesystem.h"
-#include "sources/claude/claudehookjson.h"
 
 #include <QCoro/QCoroTask>
 #include <QString>
@@ -106,13 +105,7 @@ bool isOwnedClaudeHookEntry(const JSONValue &entry);
 // where it was; groups left empty and events left empty disappear.
 JSONValue::Object removingOwnedClaudeHookEntries(const JSONValue::Object &hooks);
 
-struct ClaudeSettingsSnapshot
-{
-    QString filePath; // where the bytes live: the settings path, or the target of its link
-    std::optional<FileAttributes> attributes; // none when the file does not exist
-    QByteArray data;
-    JSONValue::Object root;
-};
+using ClaudeSettingsSnapshot = JsonSettingsSnapshot;
 
 class ClaudeHookInstaller : public ClaudeHookInstalling
 {
@@ -146,10 +139,9 @@ public:
     ClaudeHookInstallationStatus removeNow();
 
 private:
+    JsonSettingsFile settingsFile() const;
     ClaudeSettingsSnapshot loadSnapshot() const;
     bool isExecutableFile(const QString &path) const;
-    // Whether the file was written; false when it changed since the snapshot was taken.
-    bool write(const JSONValue::Object &root, const ClaudeSettingsSnapshot &snapshot);
     // Runs `change` on a fresh snapshot, once more when another program wrote meanwhile.
     ClaudeHookInstallationStatus
     update(const std::function<ClaudeHookInstallationStatus(const ClaudeSettingsSnapshot &,

@@ -226,6 +226,7 @@ QCoro::Task<ThreadCollection> CodexThreadRepository::fetchThreads(int limit, std
     const std::optional<ThreadCollection> projection =
         co_await readDesktopProjection(limit, generation, stop);
     result = mergeDesktopProjection(std::move(result), projection);
+    foldHookStatuses(result);
     // The overlay just learnt which rollouts are running: follow them before anyone is told.
     co_await renewWatchedFiles(generation);
     throwIfStale(generation, stop);
@@ -467,6 +468,7 @@ QCoro::Task<void> CodexThreadRepository::runLocalRefresh(quint64 generation, std
                 mergeDesktopProjection(reconcile(collection->threads, m_liveCollection,
                                                  collection->sourceFailures, m_liveSourceFailures),
                                        projection);
+            foldHookStatuses(*snapshot);
         }
     } catch (...) {
         // Cancelled or overtaken by a suspend: the work of an old generation ends without a
@@ -575,6 +577,87 @@ void CodexThreadRepository::foldIntoLiveCollection(const CodexStatusUpdate &upda
         thread.updatedAt = update.updatedAt.value_or(clock().now());
         if (update.recencyAt)
             thread.recencyAt = *update.recencyAt;
+    }
+}
+
+bool CodexThreadRepository::knowsThread(const QString &providerThreadID) const
+{
+    for (const std::optional<ThreadCollection> *collection : {&m_localCollection, &m_liveCollection}) {
+        if (!*collection)
+            continue;
+        for (const RackThread &thread : (*collection)->threads) {
+            if (thread.providerThreadID == providerThreadID)
+                return true;
+        }
+    }
+    return false;
+}
+
+void CodexThreadRepository::receiveHookEvent(const CodexHookEvent &event)
+{
+    if (m_isShutdown || m_isSuspended)
+        return;
+    const CodexHookEffect effect = codexHookEffect(event);
+    const bool known = knowsThread(event.sessionId);
+    if (effect.status) {
+        const QDateTime now = clock().now();
+        // A person rarely has this many turns at once; the oldest goes first.
+        constexpr qsizetype maximumHookStatuses = 256;
+        if (m_hookStatuses.size() >= maximumHookStatuses && !m_hookStatuses.contains(event.sessionId)) {
+            auto oldest = m_hookStatuses.begin();
+            for (auto it = m_hookStatuses.begin(); it != m_hookStatuses.end(); ++it) {
+                if (it->at < oldest->at)
+                    oldest = it;
+            }
+            m_hookStatuses.erase(oldest);
+        }
+        m_hookStatuses.insert(event.sessionId, HookStatus{*effect.status, now});
+        // The store holds an update for a thread it does not list yet until a snapshot shows it.
+        m_statusUpdates->send(
+            RackStatusUpdate{codexThreadPrefix + event.sessionId, *effect.status, now, now});
+    }
+    if (effect.refresh || !known)
+        requestLocalRefresh();
+    if (!known)
+        m_invalidations->send({});
+}
+
+void CodexThreadRepository::foldHookStatuses(ThreadCollection &collection)
+{
+    if (m_hookStatuses.isEmpty())
+        return;
+    const QDateTime now = clock().now();
+    // As long as the rollout itself would believe such a status.
+    const auto lifetimeMs = [](RackStatus status) {
+        switch (status) {
+        case RackStatus::completed:
+            return RolloutActivityOverlay::completionFreshnessMs;
+        case RackStatus::error:
+            return RolloutActivityOverlay::errorFreshnessMs;
+        default:
+            return RolloutActivityOverlay::workingFreshnessMs;
+        }
+    };
+    for (auto it = m_hookStatuses.begin(); it != m_hookStatuses.end();) {
+        if (it->at.msecsTo(now) > lifetimeMs(it->status))
+            it = m_hookStatuses.erase(it);
+        else
+            ++it;
+    }
+    for (RackThread &thread : collection.threads) {
+        if (thread.provider != RackProvider::codex || thread.codexDesktopIdentity)
+            continue;
+        const auto it = m_hookStatuses.constFind(thread.providerThreadID);
+        if (it == m_hookStatuses.constEnd())
+            continue;
+        // A turn's start or end that the files recorded after the hook speaks for itself.
+        if (thread.updatedAt > it->at) {
+            m_hookStatuses.erase(it);
+            continue;
+        }
+        thread.status = it->status;
+        thread.updatedAt = it->at;
+        thread.recencyAt = std::max(thread.recencyAt, it->at);
     }
 }
 

@@ -16,7 +16,10 @@
 #include "core/livethreadsource.h"
 #include "platform/filesystem.h"
 #include "platform/filewatch.h"
+#include "sources/codex/codexhookevent.h"
 #include "sources/codex/codexstatus.h"
+
+#include <QHash>
 
 #include <chrono>
 #include <memory>
@@ -119,6 +122,12 @@ public:
     // Asks for a local refresh: one runs at a time, with at most one queued behind it.
     void requestLocalRefresh();
 
+    // A Codex hook event, heard now. Its status reaches the store at once and stands in every
+    // later snapshot until the thread's own files say something newer (or it grows old).
+    void receiveHookEvent(const CodexHookEvent &event);
+    // How many hook statuses are held.
+    qsizetype hookStatusCount() const { return m_hookStatuses.size(); }
+
     // A watched change between two fetches, answered: for tests and benchmarks.
     quint64 completedLocalRefreshCount() const { return m_completedLocalRefreshes; }
 
@@ -147,6 +156,8 @@ private:
     QCoro::Task<void> passOnInvalidations();
     QCoro::Task<void> runSafetyNet();
     void foldIntoLiveCollection(const CodexStatusUpdate &update);
+    void foldHookStatuses(ThreadCollection &collection);
+    bool knowsThread(const QString &providerThreadID) const;
     struct LiveFetch;
     QCoro::Task<void> runLiveFetch(int limit, std::shared_ptr<LiveFetch> fetch,
                                    std::stop_token stop);
@@ -179,6 +190,13 @@ private:
     quint64 m_completedDesktopReadSequence = 0;
     std::optional<ThreadCollection> m_latestDesktopProjection;
     std::optional<ThreadSourceFailure> m_desktopFailure;
+    struct HookStatus
+    {
+        RackStatus status = RackStatus::recent;
+        QDateTime at;
+    };
+    // By the provider's thread id.
+    QHash<QString, HookStatus> m_hookStatuses;
     bool m_isSuspended = false;
     bool m_isShutdown = false;
     // Ends the loops at shutdown.

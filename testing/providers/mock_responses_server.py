@@ -16,6 +16,10 @@ else --scenario. Scenarios:
   error500   HTTP 500 with a JSON error body, no stream
   slow       a text turn whose deltas trickle for --slow-seconds before completing; meant to be
              interrupted by the test while it streams
+  toolesc    asks to run a shell command outside the sandbox (so that an "on-request" approval
+             policy asks the person), through whichever shell tool the CLI offered; once the
+             request carries the command's output, a text turn as slow as `slow`, so that a
+             watcher can see the work go on before it ends
 
 Every request is appended to --log as one JSON line (method, path, scenario, the last user text,
 the model), never with the Authorization header. The server exits by itself after
@@ -30,7 +34,7 @@ import threading
 import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
-SCENARIOS = ("text", "failed", "error500", "slow")
+SCENARIOS = ("text", "failed", "error500", "slow", "toolesc")
 MARKER = re.compile(rb"SCENARIO:([A-Za-z0-9_]+)")
 
 
@@ -92,6 +96,28 @@ def last_user_text(body):
     return None
 
 
+def tool_call(body):
+    """The escalated shell call of the toolesc scenario, or None once its output came back."""
+    try:
+        request = json.loads(body)
+    except ValueError:
+        return None
+    items = request.get("input") if isinstance(request.get("input"), list) else []
+    if any(isinstance(item, dict) and item.get("type") == "function_call_output" for item in items):
+        return None
+    offered = {tool.get("name") for tool in request.get("tools") or [] if isinstance(tool, dict)}
+    command = "echo hello-from-tool > tool_output.txt && cat tool_output.txt"
+    extra = {"sandbox_permissions": "require_escalated",
+             "justification": "mock wants to run a command"}
+    if "exec_command" in offered:
+        name, arguments = "exec_command", dict(cmd=command, **extra)
+    elif "shell_command" in offered:
+        name, arguments = "shell_command", dict(command=command, **extra)
+    else:
+        name, arguments = "shell", dict(command=["bash", "-lc", command], **extra)
+    return name, json.dumps(arguments)
+
+
 class Handler(BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     server_version = "MockResponses/1"
@@ -134,7 +160,7 @@ class Handler(BaseHTTPRequestHandler):
                 self.send_json(500, {"error": {"message": "mock: internal error (scenario error500)",
                                                "type": "server_error", "code": "server_error"}})
             else:
-                self.stream(scenario, model)
+                self.stream(scenario, model, tool_call(body) if scenario == "toolesc" else None)
         except (BrokenPipeError, ConnectionResetError):
             pass  # the client went away, e.g. an interrupted turn
         if count >= self.state.options.max_requests:
@@ -152,7 +178,7 @@ class Handler(BaseHTTPRequestHandler):
         self.wfile.write(f"event: {payload['type']}\ndata: {json.dumps(payload)}\n\n".encode())
         self.wfile.flush()
 
-    def stream(self, scenario, model):
+    def stream(self, scenario, model, call=None):
         response_id, item_id = self.state.next_ids()
         self.send_response(200)
         self.send_header("Content-Type", "text/event-stream")
@@ -172,6 +198,16 @@ class Handler(BaseHTTPRequestHandler):
             self.event({"type": "response.failed", "response": failed})
             return
 
+        if call:
+            item = {"type": "function_call", "id": "fc_" + item_id, "call_id": "call_" + item_id,
+                    "name": call[0], "arguments": call[1], "status": "completed"}
+            self.event({"type": "response.output_item.added", "output_index": 0,
+                        "item": dict(item, status="in_progress", arguments="")})
+            self.event({"type": "response.output_item.done", "output_index": 0, "item": item})
+            self.event({"type": "response.completed",
+                        "response": dict(response, status="completed", output=[item])})
+            return
+
         text = self.state.options.reply.format(scenario=scenario)
         self.event({"type": "response.output_item.added", "output_index": 0,
                     "item": {"id": item_id, "type": "message", "status": "in_progress",
@@ -181,7 +217,7 @@ class Handler(BaseHTTPRequestHandler):
 
         deltas = [word + " " for word in text.split(" ")]
         deltas[-1] = deltas[-1].rstrip()
-        if scenario == "slow":
+        if scenario in ("slow", "toolesc"):
             deadline = time.monotonic() + self.state.options.slow_seconds
             while time.monotonic() < deadline:
                 self.event({"type": "response.output_text.delta", "item_id": item_id,

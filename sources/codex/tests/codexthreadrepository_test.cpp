@@ -547,3 +547,53 @@ TEST_F(CodexThreadRepositoryTest, ShutdownEndsEverything)
 }
 
 } // namespace
+
+// ---- Codex hook events ----
+
+CodexHookEvent hookEvent(const QString &session, const QString &name)
+{
+    CodexHookEvent event;
+    event.sessionId = session;
+    event.hookEventName = name;
+    return event;
+}
+
+TEST_F(CodexThreadRepositoryTest, AHookStatusStandsUntilTheThreadsFilesSaySomethingNewer)
+{
+    build();
+    clock.advance(100s);
+    const auto localPass = [&](RackStatus status, int updated) {
+        repository->requestLocalRefresh();
+        answerLocalRefresh(collection({codexThread("a", status, updated, 50)}, "history"));
+        return drain(repository->snapshots());
+    };
+    localPass(RackStatus::working, 50);
+
+    // Approvals are never written to the rollout: the hook is the only word on them.
+    repository->receiveHookEvent(hookEvent("a", "PermissionRequest"));
+    auto updates = drain(repository->statusUpdates());
+    ASSERT_EQ(updates.size(), 1u);
+    EXPECT_EQ(updates[0],
+              (RackStatusUpdate{"codex:a", RackStatus::requiresInput, at(100), at(100)}));
+    auto snapshots = localPass(RackStatus::working, 50);
+    ASSERT_EQ(snapshots.size(), 1u);
+    EXPECT_EQ(snapshots[0].threads[0].status, RackStatus::requiresInput);
+
+    // A sub-agent's event belongs to the root but does not change it on its own.
+    CodexHookEvent child = hookEvent("a", "Stop");
+    child.agentId = "child";
+    repository->receiveHookEvent(child);
+    EXPECT_TRUE(drain(repository->statusUpdates()).empty());
+    EXPECT_TRUE(drain(repository->threadListInvalidations()).empty());
+
+    // The turn's end, recorded after the hook, speaks for itself from then on.
+    snapshots = localPass(RackStatus::completed, 101);
+    ASSERT_EQ(snapshots.size(), 1u);
+    EXPECT_EQ(snapshots[0].threads[0].status, RackStatus::completed);
+    EXPECT_EQ(repository->hookStatusCount(), 0);
+
+    // A thread the lists do not know yet is for a fetch, not a row of its own.
+    repository->receiveHookEvent(hookEvent("new", "UserPromptSubmit"));
+    EXPECT_EQ(drain(repository->threadListInvalidations()).size(), 1u);
+    EXPECT_EQ(drain(repository->statusUpdates()).size(), 1u);
+}

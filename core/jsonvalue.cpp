@@ -1,4 +1,4 @@
-#include "sources/claude/claudehookjson.h"
+#include "core/jsonvalue.h"
 
 #include <charconv>
 #include <cmath>
