@@ -61,8 +61,13 @@ QCoro::Task<int> hooks(const QString &action, const QString &home, const QString
 {
     SettingsPreferences preferences;
     LinuxFileSystem fileSystem;
-    HooksCommandContext context{home + QStringLiteral("/.claude/settings.json"), helper,
-                                &preferences, &fileSystem};
+    HooksCommandContext context{.settingsPath = home + QStringLiteral("/.claude/settings.json"),
+                                .helperPath = helper,
+                                .codexHome = {},
+                                .dataFolder = {},
+                                .codexBinary = {},
+                                .preferences = &preferences,
+                                .fileSystem = &fileSystem};
     QTextStream out(stdout);
     QTextStream err(stderr);
     const int code = co_await runHooksCommand(QStringList(action), context, out, err);
