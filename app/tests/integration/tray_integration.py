@@ -218,7 +218,8 @@ def finished_codex_task(session):
 def scenario_menu(session):
     watcher = session.service("watcher")
     finished_codex_task(session)
-    app = session.start()
+    # Provider files under another home: the relaunched copy must look there too.
+    app = session.start("--home", session.home)
     registered = json.loads(wait_for(lambda: watcher.lines.get(timeout=30), 30, "the item"))
     owner = registered["sender"]
     menu, items = menu_items(session, owner)
@@ -241,12 +242,20 @@ def scenario_menu(session):
     wait_for(lambda: pixmaps() != badged, 20, "the badge to go from IconPixmap")
     log("Mark All Read cleared the badge")
 
+    menu.Event(items["Settings…"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
+               dbus_interface="com.canonical.dbusmenu")
+    wait_for(lambda: subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "Taskrack Settings"],
+                                    env=session.env, capture_output=True).stdout, 20, "the settings window")
+
     old = app.pid
     menu.Event(items["Restart Taskrack"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
                dbus_interface="com.canonical.dbusmenu")
     check(app.wait(timeout=20) == 0, "the old copy exits 0 on Restart")
     new = wait_for(lambda: (pid := session.owner_pid()) and pid != old and pid, 30, "the relaunched copy")
     log(f"restarted: {old} -> {new}")
+    with open(f"/proc/{new}/cmdline", "rb") as f:
+        arguments = f.read().split(b"\0")[1:-1]
+    check(arguments == [b"--home", session.home.encode()], f"relaunched with {arguments}")
     registered = json.loads(wait_for(lambda: watcher.lines.get(timeout=30), 30, "the new item"))
     menu, items = menu_items(session, registered["sender"])
     menu.Event(items["Quit Taskrack"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
