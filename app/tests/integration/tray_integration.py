@@ -10,6 +10,10 @@ XDG_RUNTIME_DIR.
               is ignored, the server's click opens it
   wake        PrepareForSleep from a fake logind on a second bus: the Codex child goes at sleep
               and comes back after the wake
+  real        (with --installer and --mock-server) the real Codex CLI, offline against a mock
+              model server: its app-server runs as the copy's child, a `codex exec` turn that
+              finishes badges the item, Quit from the menu leaves no child; exit 77 when the CLI
+              cannot be installed
 """
 
 import argparse
@@ -363,10 +367,57 @@ def scenario_notifications(session):
     log("notifications")
 
 
+def scenario_real(session, installer, mock_server):
+    from codexoffline import CONFIG, SKIP, install_codex
+    from codex_watch_integration import clean_environment
+    codex = install_codex(installer)
+    if codex is None:
+        check(not os.environ.get("CI"), "the Codex CLI could not be installed (CI is set)")
+        return SKIP
+    codex_home = os.path.join(session.home, ".codex")
+    repo = os.path.join(session.root, "repo")
+    os.makedirs(codex_home)
+    os.makedirs(repo)
+    mock = subprocess.Popen([sys.executable, mock_server, "--max-seconds", "600"],
+                            stdout=subprocess.PIPE, text=True)
+    session.processes.append(mock)
+    with open(os.path.join(codex_home, "config.toml"), "w") as config:
+        config.write(CONFIG.format(port=int(mock.stdout.readline().strip())))
+    clean = clean_environment(session.home, codex_home, os.path.dirname(codex))
+    session.env.update(CODEX_HOME=codex_home, PATH=clean["PATH"], MOCK_API_KEY=clean["MOCK_API_KEY"],
+                       NO_PROXY="127.0.0.1", no_proxy="127.0.0.1")
+    watcher = session.service("watcher")
+    app = session.start()
+    owner = json.loads(wait_for(lambda: watcher.lines.get(timeout=60), 60, "the item"))["sender"]
+    wait_for(lambda: "Taskrack runtime started" in stderr_of(app), 120, "the first refresh")
+    children = wait_for(lambda: children_of(app.pid), 120, "the real app-server child")
+    item = session.dbus.get_object(owner, "/StatusNotifierItem")
+
+    def pixmaps():
+        return item.Get("org.kde.StatusNotifierItem", "IconPixmap", dbus_interface=dbus.PROPERTIES_IFACE)
+
+    plain = pixmaps()
+    turn = subprocess.run([codex, "exec", "--json", "--skip-git-repo-check", "Say hello."], cwd=repo,
+                          env=clean, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=300)
+    check(turn.returncode == 0, f"codex exec failed: {turn.stderr[-2000:]}")
+    wait_for(lambda: pixmaps() != plain, 120, "the finished turn to badge the item")
+    log("a finished real Codex turn badges the item")
+    children = set(children) | set(children_of(app.pid))
+    menu, items = menu_items(session, owner)
+    menu.Event(items["Quit Taskrack"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
+               dbus_interface="com.canonical.dbusmenu")
+    check(app.wait(timeout=30) == 0, "Quit from the menu ends the copy with 0")
+    check(not [pid for pid in children if os.path.exists(f"/proc/{pid}")], "no child outlives it")
+    log("the real Codex CLI's app-server goes with the copy")
+    return 0
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--taskrack", required=True)
     parser.add_argument("--fake-app-server", required=True)
+    parser.add_argument("--installer", help="testing/providers/install-provider.sh (real)")
+    parser.add_argument("--mock-server", help="testing/providers/mock_responses_server.py (real)")
     parser.add_argument("scenarios", nargs="*", default=["instances", "menu", "wake", "notifications"])
     args = parser.parse_args()
     for name in args.scenarios:
@@ -375,6 +426,10 @@ def main():
         try:
             if name == "wake":
                 scenario_wake(session, os.path.abspath(args.fake_app_server))
+            elif name == "real":
+                if scenario_real(session, args.installer, args.mock_server) == 77:
+                    log("SKIP: the npm registry cannot be reached, so the Codex CLI is not installed")
+                    return 77
             else:
                 globals()[f"scenario_{name}"](session)
         except Failure as failure:
