@@ -10,10 +10,8 @@ XDG_RUNTIME_DIR.
               is ignored, the server's click opens it
   wake        PrepareForSleep from a fake logind on a second bus: the Codex child goes at sleep
               and comes back after the wake
-  real        (with --installer and --mock-server) the real Codex CLI, offline against a mock
-              model server: its app-server runs as the copy's child, a `codex exec` turn that
-              finishes badges the item, Quit from the menu leaves no child; exit 77 when the CLI
-              cannot be installed
+  real        the real Codex CLI, offline: a finished `codex exec` turn badges the item, Quit
+              from the menu leaves no child (77 when the CLI cannot be installed)
 """
 
 import argparse
