@@ -308,7 +308,8 @@ void RackAppDelegate::showSettings()
 QuickTaskCodexCatalog &RackAppDelegate::codexCatalog()
 {
     if (!m_codexCatalog)
-        m_codexCatalog = std::make_unique<QuickTaskCodexCatalog>(QuickTaskAssembly::loadCodexModels);
+        m_codexCatalog =
+            std::make_unique<QuickTaskCodexCatalog>(QuickTaskAssembly::loadCodexModels);
     return *m_codexCatalog;
 }
 
