@@ -1,9 +1,12 @@
 #include "app/rackappdelegate.h"
 
 #include "app/claudehookwiring.h"
+#include "app/quicktaskassembly.h"
 #include "app/rackattentionnotifier.h"
+#include "app/rackhookcontrol.h"
 #include "app/rackinputwiring.h"
 #include "app/rackpanelassembly.h"
+#include "app/rackshortcutsettings.h"
 #include "app/racksettingswindow.h"
 #include "app/racktermination.h"
 #include "app/racktray.h"
@@ -14,6 +17,7 @@
 #include "input/hotkeyreadiness.h"
 #include "input/rackshortcuts.h"
 #include "panel/rackkeyrouter.h"
+#include "platform/desktopwindows.h"
 #include "platform/linux/freedesktopnotifications.h"
 #include "platform/linux/logindsystemevents.h"
 #include "platform/linux/settingspreferences.h"
@@ -37,6 +41,7 @@ RackAppDelegate::~RackAppDelegate()
     qApp->removeEventFilter(this);
     // These read the store: they go before the runtime.
     m_settings.reset();
+    m_hookControls.clear();
     m_input.reset();
     m_rack.reset();
     m_tray.reset();
@@ -89,6 +94,8 @@ void RackAppDelegate::start()
             &RackAppDelegate::preferencesChanged);
     connect(m_bus.get(), &TaskrackBusService::quitRequested, this,
             &RackAppDelegate::requestTermination);
+    connect(&RackShortcutNotifications::shared(), &RackShortcutNotifications::shortcutRecording,
+            this, &RackAppDelegate::setRecordingShortcut);
 
     m_notifications =
         std::make_unique<FreedesktopNotifications>(QStringLiteral("com.quillon.Taskrack"));
@@ -222,6 +229,11 @@ void RackAppDelegate::startInput()
         qCInfo(lcApp, "Global fallback shortcut registered");
         m_runtime->store().setGlobalShortcutError(std::nullopt);
     }
+    panel.controller().setBindings(rackKeyBindings(m_input->overrides()));
+    if (m_isRecordingShortcut)
+        m_input->setGlobalShortcutsSuspended(true);
+    if (m_settings)
+        m_settings->shortcuts().setRegistrationError(RackShortcutAction::showRack, problem);
     applyShortcutTexts();
     panel.controller().prewarm();
 }
@@ -267,30 +279,52 @@ void RackAppDelegate::showSettings()
     if (m_termination && m_termination->isRequested())
         return;
     if (!m_settings) {
-        ClaudeHookWiring *claude = m_runtime->assembly().claudeHooks.get();
-        QStringList lines;
-        for (RackShortcutAction action : allRackShortcutActions) {
-            const RackShortcutOverrides overrides =
-                m_input ? m_input->overrides() : RackShortcutOverrides{};
-            lines << QStringLiteral("%1\t%2").arg(label(action),
-                                                  displayName(effectiveCombo(action, overrides)));
-        }
-        m_settings = std::make_unique<RackSettingsWindow>(
-            *m_preferences, claude ? &claude->controller() : nullptr,
-            m_input ? &m_input->readiness() : nullptr, lines);
+        if (ClaudeHookWiring *claude = m_runtime->assembly().claudeHooks.get())
+            m_hookControls.push_back(std::make_unique<ClaudeHookControl>(claude->controller()));
+        // The Codex hooks join here once Taskrack installs them.
+        std::vector<RackHookControlling *> hooks;
+        for (const auto &control : m_hookControls)
+            hooks.push_back(control.get());
+        m_settingsDesktop = DesktopWindows::create();
+        m_settings = std::make_unique<RackSettingsWindow>(RackSettingsWindow::Parts{
+            .preferences = *m_preferences,
+            .hooks = std::move(hooks),
+            .readiness = [this] { return m_input ? &m_input->readiness() : nullptr; },
+            .catalog = codexCatalog(),
+            .desktop = *m_settingsDesktop,
+        });
+        m_settings->shortcuts().setRegistrationError(RackShortcutAction::showRack,
+                                                     m_runtime->store().globalShortcutError());
         connect(m_settings.get(), &RackSettingsWindow::changed, this,
                 [this] { m_runtime->preferencesChanged(); });
+        connect(m_settings.get(), &RackSettingsWindow::shortcutsChanged, this,
+                &RackAppDelegate::preferencesChanged);
     } else {
         m_settings->reload();
     }
-    m_settings->show();
-    m_settings->raise();
-    m_settings->activateWindow();
+    m_settings->present();
+}
+
+QuickTaskCodexCatalog &RackAppDelegate::codexCatalog()
+{
+    if (!m_codexCatalog)
+        m_codexCatalog =
+            std::make_unique<QuickTaskCodexCatalog>(QuickTaskAssembly::loadCodexModels);
+    return *m_codexCatalog;
+}
+
+void RackAppDelegate::setRecordingShortcut(bool recording)
+{
+    m_isRecordingShortcut = recording;
+    if (m_input)
+        m_input->setGlobalShortcutsSuspended(recording);
 }
 
 void RackAppDelegate::preferencesChanged()
 {
     m_runtime->preferencesChanged();
+    if (m_settings)
+        m_settings->reload();
     // Shortcuts: release the old grabs, then take the stored ones.
     if (m_input && !m_termination->isRequested()) {
         stopInput();

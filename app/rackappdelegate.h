@@ -11,10 +11,14 @@
 #include <QObject>
 #include <QPointer>
 #include <memory>
+#include <vector>
 
 namespace taskrack {
 
 class DesktopNotifications;
+class DesktopWindows;
+class QuickTaskCodexCatalog;
+class RackHookControlling;
 class RackInputWiring;
 class RackPanelAssembly;
 class RackSettingsWindow;
@@ -66,6 +70,10 @@ private:
     // The rack, built once, the first time the input steps or a request need it.
     RackPanelAssembly &rack();
     void applyShortcutTexts();
+    // The Codex models offered in Settings.
+    QuickTaskCodexCatalog &codexCatalog();
+    // A shortcut field records: the global hot keys let go of their keys meanwhile.
+    void setRecordingShortcut(bool recording);
     void preferencesChanged();
     void finish(int exitCode);
 
@@ -82,9 +90,13 @@ private:
     std::unique_ptr<RackTray> m_tray;
     std::unique_ptr<RackInputWiring> m_input;
     std::unique_ptr<RackPanelAssembly> m_rack;
+    std::unique_ptr<QuickTaskCodexCatalog> m_codexCatalog;
+    std::unique_ptr<DesktopWindows> m_settingsDesktop;
+    std::vector<std::unique_ptr<RackHookControlling>> m_hookControls;
     std::unique_ptr<RackSettingsWindow> m_settings;
     std::unique_ptr<RackTermination> m_termination;
     bool m_started = false;
+    bool m_isRecordingShortcut = false;
 };
 
 } // namespace taskrack

@@ -58,6 +58,17 @@ void RackInputWiring::cancelGesture()
     m_gesture->cancelGesture();
 }
 
+void RackInputWiring::setGlobalShortcutsSuspended(bool suspended)
+{
+    if (suspended && m_showRack->isRegistered()) {
+        m_showRack->unregisterHotkey();
+        m_suspendedShowRack = true;
+    } else if (!suspended && m_suspendedShowRack) {
+        m_suspendedShowRack = false;
+        m_showRack->registerHotkey();
+    }
+}
+
 RackShortcutNames RackInputWiring::shortcutNames() const
 {
     auto name = [this](RackShortcutAction action) {

@@ -45,6 +45,9 @@ public:
     RackOnboardingFacts onboardingFacts(const ClaudeEnhancedStatusController &claude) const;
     // Ends a gesture in progress, for the rack's close command.
     void cancelGesture();
+    // Lets go of the global hot keys while a shortcut is recorded (their keys would never reach
+    // the recording window), and takes back those that were held.
+    void setGlobalShortcutsSuspended(bool suspended);
 
 signals:
     // The readiness changed: the rack's onboarding may look different.
@@ -58,6 +61,7 @@ private:
     std::unique_ptr<X11ModifierMonitor> m_modifiers;
     std::unique_ptr<RightModifierHotkeyMonitor> m_gesture;
     std::unique_ptr<HotkeyController> m_controller;
+    bool m_suspendedShowRack = false;
 };
 
 } // namespace taskrack

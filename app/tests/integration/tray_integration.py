@@ -12,6 +12,8 @@ XDG_RUNTIME_DIR.
               and comes back after the wake
   doctor      `taskrack doctor --json` without a GUI plugin sees the display, an XEmbed tray,
               the fake notification server and StatusNotifier host, and the running copy
+  real        the real Codex CLI, offline: a finished `codex exec` turn badges the item, Quit
+              from the menu leaves no child (77 when the CLI cannot be installed)
 """
 
 import argparse
@@ -220,7 +222,8 @@ def finished_codex_task(session):
 def scenario_menu(session):
     watcher = session.service("watcher")
     finished_codex_task(session)
-    app = session.start()
+    # Provider files under another home: the relaunched copy must look there too.
+    app = session.start("--home", session.home)
     registered = json.loads(wait_for(lambda: watcher.lines.get(timeout=30), 30, "the item"))
     owner = registered["sender"]
     menu, items = menu_items(session, owner)
@@ -243,12 +246,20 @@ def scenario_menu(session):
     wait_for(lambda: pixmaps() != badged, 20, "the badge to go from IconPixmap")
     log("Mark All Read cleared the badge")
 
+    menu.Event(items["Settings…"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
+               dbus_interface="com.canonical.dbusmenu")
+    wait_for(lambda: subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "Taskrack Settings"],
+                                    env=session.env, capture_output=True).stdout, 20, "the settings window")
+
     old = app.pid
     menu.Event(items["Restart Taskrack"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
                dbus_interface="com.canonical.dbusmenu")
     check(app.wait(timeout=20) == 0, "the old copy exits 0 on Restart")
     new = wait_for(lambda: (pid := session.owner_pid()) and pid != old and pid, 30, "the relaunched copy")
     log(f"restarted: {old} -> {new}")
+    with open(f"/proc/{new}/cmdline", "rb") as f:
+        arguments = f.read().split(b"\0")[1:-1]
+    check(arguments == [b"--home", session.home.encode()], f"relaunched with {arguments}")
     registered = json.loads(wait_for(lambda: watcher.lines.get(timeout=30), 30, "the new item"))
     menu, items = menu_items(session, registered["sender"])
     menu.Event(items["Quit Taskrack"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
@@ -391,10 +402,57 @@ def scenario_doctor(session):
     log("doctor")
 
 
+def scenario_real(session, installer, mock_server):
+    from codexoffline import CONFIG, SKIP, install_codex
+    from codex_watch_integration import clean_environment
+    codex = install_codex(installer)
+    if codex is None:
+        check(not os.environ.get("CI"), "the Codex CLI could not be installed (CI is set)")
+        return SKIP
+    codex_home = os.path.join(session.home, ".codex")
+    repo = os.path.join(session.root, "repo")
+    os.makedirs(codex_home)
+    os.makedirs(repo)
+    mock = subprocess.Popen([sys.executable, mock_server, "--max-seconds", "600"],
+                            stdout=subprocess.PIPE, text=True)
+    session.processes.append(mock)
+    with open(os.path.join(codex_home, "config.toml"), "w") as config:
+        config.write(CONFIG.format(port=int(mock.stdout.readline().strip())))
+    clean = clean_environment(session.home, codex_home, os.path.dirname(codex))
+    session.env.update(CODEX_HOME=codex_home, PATH=clean["PATH"], MOCK_API_KEY=clean["MOCK_API_KEY"],
+                       NO_PROXY="127.0.0.1", no_proxy="127.0.0.1")
+    watcher = session.service("watcher")
+    app = session.start()
+    owner = json.loads(wait_for(lambda: watcher.lines.get(timeout=60), 60, "the item"))["sender"]
+    wait_for(lambda: "Taskrack runtime started" in stderr_of(app), 120, "the first refresh")
+    children = wait_for(lambda: children_of(app.pid), 120, "the real app-server child")
+    item = session.dbus.get_object(owner, "/StatusNotifierItem")
+
+    def pixmaps():
+        return item.Get("org.kde.StatusNotifierItem", "IconPixmap", dbus_interface=dbus.PROPERTIES_IFACE)
+
+    plain = pixmaps()
+    turn = subprocess.run([codex, "exec", "--json", "--skip-git-repo-check", "Say hello."], cwd=repo,
+                          env=clean, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=300)
+    check(turn.returncode == 0, f"codex exec failed: {turn.stderr[-2000:]}")
+    wait_for(lambda: pixmaps() != plain, 120, "the finished turn to badge the item")
+    log("a finished real Codex turn badges the item")
+    children = set(children) | set(children_of(app.pid))
+    menu, items = menu_items(session, owner)
+    menu.Event(items["Quit Taskrack"][0], "clicked", dbus.Int32(0), dbus.UInt32(0),
+               dbus_interface="com.canonical.dbusmenu")
+    check(app.wait(timeout=30) == 0, "Quit from the menu ends the copy with 0")
+    check(not [pid for pid in children if os.path.exists(f"/proc/{pid}")], "no child outlives it")
+    log("the real Codex CLI's app-server goes with the copy")
+    return 0
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--taskrack", required=True)
     parser.add_argument("--fake-app-server", required=True)
+    parser.add_argument("--installer", help="testing/providers/install-provider.sh (real)")
+    parser.add_argument("--mock-server", help="testing/providers/mock_responses_server.py (real)")
     parser.add_argument("scenarios", nargs="*", default=["instances", "menu", "wake", "notifications", "doctor"])
     args = parser.parse_args()
     for name in args.scenarios:
@@ -403,6 +461,10 @@ def main():
         try:
             if name == "wake":
                 scenario_wake(session, os.path.abspath(args.fake_app_server))
+            elif name == "real":
+                if scenario_real(session, args.installer, args.mock_server) == 77:
+                    log("SKIP: the npm registry cannot be reached, so the Codex CLI is not installed")
+                    return 77
             else:
                 globals()[f"scenario_{name}"](session)
         except Failure as failure:
