@@ -19,6 +19,7 @@
 #include "panel/rackkeyrouter.h"
 #include "platform/desktopwindows.h"
 #include "platform/linux/freedesktopnotifications.h"
+#include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/logindsystemevents.h"
 #include "platform/linux/settingspreferences.h"
 #include "sources/claude/claudeenhancedstatuscontroller.h"
@@ -281,7 +282,14 @@ void RackAppDelegate::showSettings()
     if (!m_settings) {
         if (ClaudeHookWiring *claude = m_runtime->assembly().claudeHooks.get())
             m_hookControls.push_back(std::make_unique<ClaudeHookControl>(claude->controller()));
-        // The Codex hooks join here once Taskrack installs them.
+        static LinuxFileSystem hookFiles;
+        m_hookControls.push_back(std::make_unique<CodexHookControl>(
+            CodexHookIntegration(ProviderPaths::resolve(m_line.home).codexHome,
+                                 CodexHookHelperFiles(),
+                                 QCoreApplication::applicationDirPath() +
+                                     QStringLiteral("/taskrack-hook-bridge"),
+                                 hookFiles),
+            [this] { m_runtime->preferencesChanged(); }));
         std::vector<RackHookControlling *> hooks;
         for (const auto &control : m_hookControls)
             hooks.push_back(control.get());

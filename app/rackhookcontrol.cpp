@@ -37,4 +37,54 @@ QCoro::Task<void> ClaudeHookControl::setEnabled(bool enabled)
     co_await work;
 }
 
+CodexHookControl::CodexHookControl(CodexHookIntegration integration,
+                                   std::function<void()> changedHooks, QObject *parent)
+    : RackHookControlling(parent), m_integration(std::move(integration)),
+      m_changedHooks(std::move(changedHooks))
+{
+}
+
+QString CodexHookControl::title() const
+{
+    return QStringLiteral("Live Codex status");
+}
+
+QString CodexHookControl::statusSummary() const
+{
+    if (!m_error.isEmpty())
+        return m_error;
+    try {
+        return CodexHookIntegration::summary(m_integration.status());
+    } catch (const TaskrackError &error) {
+        return error.description();
+    }
+}
+
+bool CodexHookControl::isEnabled() const
+{
+    try {
+        return m_integration.status() == CodexHookInstallationStatus::enabled;
+    } catch (const TaskrackError &) {
+        return false;
+    }
+}
+
+QCoro::Task<void> CodexHookControl::setEnabled(bool enabled)
+{
+    // Small files only: done here, on the caller's thread.
+    m_error.clear();
+    try {
+        if (enabled)
+            m_integration.enable();
+        else
+            m_integration.disable();
+    } catch (const TaskrackError &error) {
+        m_error = error.description();
+    }
+    if (m_changedHooks)
+        m_changedHooks();
+    emit changed();
+    co_return;
+}
+
 } // namespace taskrack

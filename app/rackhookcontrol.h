@@ -4,8 +4,11 @@
 // switch. Each provider's installer stands behind its own implementation, so the window does
 // not know how either of them works.
 
+#include "sources/codex/codexhookintegration.h"
+
 #include <QCoro/QCoroTask>
 #include <QObject>
+#include <functional>
 
 namespace taskrack {
 
@@ -48,6 +51,28 @@ public:
 
 private:
     ClaudeEnhancedStatusController &m_controller;
+};
+
+// Codex's hook entries, its helper copy and token. Turning it off keeps the helper and the token,
+// so that turning it on again writes the same entries and Codex's recorded trust still holds.
+class CodexHookControl : public RackHookControlling
+{
+    Q_OBJECT
+public:
+    // `changedHooks` runs after every change, so that the running listener reads the token again.
+    CodexHookControl(CodexHookIntegration integration, std::function<void()> changedHooks,
+                     QObject *parent = nullptr);
+
+    QString title() const override;
+    QString statusSummary() const override;
+    bool isEnabled() const override;
+    bool isBusy() const override { return false; }
+    QCoro::Task<void> setEnabled(bool enabled) override;
+
+private:
+    CodexHookIntegration m_integration;
+    std::function<void()> m_changedHooks;
+    QString m_error;
 };
 
 } // namespace taskrack
