@@ -28,6 +28,8 @@ QString CommandLine::usage()
         "  models [--json]           the Codex models Quick Tasks may use\n"
         "  models --set MODEL [--effort E] | --codex-default\n"
         "                            choose the model of new Codex Quick Tasks\n"
+        "  quick-task [--project DIR]\n"
+        "                            show the Quick Task panel (of the running Taskrack)\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -108,6 +110,11 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
                    (arg == QLatin1String("new") || arg == QLatin1String("models"))) {
             // A free-text prompt and options of their own follow: the command parses them.
             line.command = arg == QLatin1String("new") ? Command::newTask : Command::models;
+            line.arguments = args.mid(i + 1);
+            return line;
+        } else if (!commandSeen && arg == QLatin1String("quick-task")) {
+            // Its --project option is its own.
+            line.command = Command::quickTask;
             line.arguments = args.mid(i + 1);
             return line;
         } else if (line.command == Command::demo && arg == QLatin1String("--dark")) {

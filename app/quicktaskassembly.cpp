@@ -45,15 +45,17 @@ QuickTaskAssembly::QuickTaskAssembly(Options options)
     });
 }
 
-std::unique_ptr<QuickTaskStore> QuickTaskAssembly::makeStore(const RackStore &rack, Clock &clock)
+std::unique_ptr<QuickTaskStore> QuickTaskAssembly::makeStore(const RackStore &rack, Clock &clock,
+                                                             QuickTaskVoice voice,
+                                                             QuickTaskCreating *creation)
 {
     Preferences &preferences = m_options.preferences;
     auto store = std::make_unique<QuickTaskStore>(QuickTaskStore::Dependencies{
-        .creationService = *m_service,
+        .creationService = creation ? *creation : *m_service,
         .preferences = preferences,
         .clock = clock,
-        .transcriber = nullptr, // no dictation engine in this version
-        .modelManager = nullptr,
+        .transcriber = voice.transcriber,
+        .modelManager = voice.modelManager,
         .voicePreparationTimeout = std::chrono::seconds(480),
         .directoryExists = {},
         .hasCodexConfiguration =

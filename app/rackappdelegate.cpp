@@ -1,6 +1,7 @@
 #include "app/rackappdelegate.h"
 
 #include "app/claudehookwiring.h"
+#include "app/quicktaskpanelassembly.h"
 #include "app/rackattentionnotifier.h"
 #include "app/rackinputwiring.h"
 #include "app/rackpanelassembly.h"
@@ -38,6 +39,7 @@ RackAppDelegate::~RackAppDelegate()
     // These read the store: they go before the runtime.
     m_settings.reset();
     m_input.reset();
+    m_quickTask.reset();
     m_rack.reset();
     m_tray.reset();
     m_notifier.reset();
@@ -156,7 +158,10 @@ RackPanelAssembly &RackAppDelegate::rack()
             m_input->cancelGesture();
     };
     wiring.actions.createTaskInProject = [this](const RackProjectGroup &group) {
-        showQuickTask(group.workspacePath);
+        if (m_termination && m_termination->isRequested())
+            return;
+        QuickTaskPanelAssembly &panel = quickTask();
+        panel.controller().show(panel.projectForGroup(group));
     };
     wiring.actions.showSettings = [this] { showSettings(); };
     wiring.actions.reconcileLocal = [this] { m_runtime->reconcileLocal(); };
@@ -214,7 +219,11 @@ void RackAppDelegate::startInput()
         if (m_rack)
             m_rack->onboardingChanged();
     });
-    const std::optional<QString> problem = m_input->connectRack(panel.controller());
+    std::optional<QString> problem = m_input->connectRack(panel.controller());
+    const std::optional<QString> quickTaskProblem =
+        m_input->connectQuickTask([this] { toggleQuickTask(); });
+    if (!problem)
+        problem = quickTaskProblem;
     if (problem) {
         qCWarning(lcApp, "Global fallback shortcut registration failed");
         m_runtime->store().setGlobalShortcutError(*problem);
@@ -256,10 +265,35 @@ void RackAppDelegate::toggleRack()
     rack().controller().toggle();
 }
 
+QuickTaskPanelAssembly &RackAppDelegate::quickTask()
+{
+    if (!m_quickTask) {
+        m_quickTask = std::make_unique<QuickTaskPanelAssembly>(QuickTaskPanelAssembly::Options{
+            .preferences = *m_preferences,
+            .clock = SystemClock::shared(),
+            .rack = m_runtime->store(),
+            .creation = nullptr,
+            .transcriber = nullptr, // no dictation engine in this version
+            .modelManager = nullptr,
+        });
+    }
+    return *m_quickTask;
+}
+
 void RackAppDelegate::showQuickTask(const QString &folder)
 {
-    Q_UNUSED(folder)
+    if (m_termination && m_termination->isRequested())
+        return;
     qCInfo(lcApp, "Quick Task requested");
+    QuickTaskPanelAssembly &panel = quickTask();
+    panel.controller().show(panel.projectForFolder(folder));
+}
+
+void RackAppDelegate::toggleQuickTask()
+{
+    if (m_termination && m_termination->isRequested())
+        return;
+    quickTask().controller().toggle();
 }
 
 void RackAppDelegate::showSettings()

@@ -16,6 +16,7 @@ namespace taskrack {
 
 class DesktopNotifications;
 class RackInputWiring;
+class QuickTaskPanelAssembly;
 class RackPanelAssembly;
 class RackSettingsWindow;
 class RackAttentionNotifier;
@@ -46,7 +47,9 @@ public:
     void requestTermination();
     void showRack();
     void toggleRack();
+    // An empty folder means the default project.
     void showQuickTask(const QString &folder);
+    void toggleQuickTask();
     void showSettings();
     // "Open Codex" / "Open Claude" from the empty rack; a failure shows like a failed open.
     QCoro::Task<void> activateProvider(RackProvider provider);
@@ -65,6 +68,8 @@ private:
     QCoro::Task<void> startRuntime();
     // The rack, built once, the first time the input steps or a request need it.
     RackPanelAssembly &rack();
+    // The Quick Task panel, built once, the first time a route asks for it.
+    QuickTaskPanelAssembly &quickTask();
     void applyShortcutTexts();
     void preferencesChanged();
     void finish(int exitCode);
@@ -82,6 +87,7 @@ private:
     std::unique_ptr<RackTray> m_tray;
     std::unique_ptr<RackInputWiring> m_input;
     std::unique_ptr<RackPanelAssembly> m_rack;
+    std::unique_ptr<QuickTaskPanelAssembly> m_quickTask;
     std::unique_ptr<RackSettingsWindow> m_settings;
     std::unique_ptr<RackTermination> m_termination;
     bool m_started = false;

@@ -24,6 +24,9 @@ RackInputWiring::RackInputWiring(Preferences &preferences, Clock &clock, QObject
     m_showRack = std::make_unique<ShowRackHotkey>(
         m_hotkeys.get(), effectiveCombo(RackShortcutAction::showRack, m_overrides),
         availability.globalShortcuts);
+    m_newQuickTask = std::make_unique<ShowQuickTaskHotkey>(
+        m_hotkeys.get(), effectiveCombo(RackShortcutAction::newQuickTask, m_overrides),
+        availability.globalShortcuts);
     m_modifiers = std::make_unique<X11ModifierMonitor>();
     m_gesture = std::make_unique<RightModifierHotkeyMonitor>(*m_modifiers, clock);
     m_controller = std::make_unique<HotkeyController>(*m_gesture, *m_readiness);
@@ -49,6 +52,14 @@ std::optional<QString> RackInputWiring::connectRack(RackPanelController &rack)
     connect(m_showRack.get(), &GlobalShortcutHotkey::pressed, &rack, &RackPanelController::toggle);
     m_controller->start();
     if (const std::optional<HotkeyError> error = m_showRack->registerHotkey())
+        return error->text();
+    return std::nullopt;
+}
+
+std::optional<QString> RackInputWiring::connectQuickTask(std::function<void()> action)
+{
+    connect(m_newQuickTask.get(), &GlobalShortcutHotkey::pressed, this, std::move(action));
+    if (const std::optional<HotkeyError> error = m_newQuickTask->registerHotkey())
         return error->text();
     return std::nullopt;
 }
