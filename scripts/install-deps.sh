@@ -14,6 +14,8 @@ packages=(
     fonts-dejavu-core fonts-wqy-microhei
     clang libclang-rt-14-dev clang-format
     trayer dunst desktop-file-utils python3-dbus python3-gi
+    qml6-module-qtquick-dialogs qml6-module-qtquick-controls qml6-module-qtquick-layouts
+    qml6-module-qtquick-templates qml6-module-qt-labs-folderlistmodel
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
 command -v npm >/dev/null 2>&1 || packages+=(npm)
