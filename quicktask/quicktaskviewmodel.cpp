@@ -379,6 +379,13 @@ bool QuickTaskViewModel::busy() const
     return m_store.submissionState().kind != QuickTaskSubmissionState::Kind::idle;
 }
 
+QUrl QuickTaskViewModel::folderDialogStart() const
+{
+    const QString folder = m_store.selectedProject().workspacePath;
+    return QUrl::fromLocalFile(!folder.isEmpty() && QDir(folder).exists() ? folder
+                                                                          : QDir::homePath());
+}
+
 // --- picker ------------------------------------------------------------------------------------
 
 QList<QVariantMap> QuickTaskViewModel::pickerRowMaps() const

@@ -11,6 +11,7 @@
 #include "quicktask/quicktaskstore.h"
 
 #include <QObject>
+#include <QUrl>
 #include <QVariantList>
 
 namespace taskrack {
@@ -68,6 +69,7 @@ class QuickTaskViewModel : public QObject
     Q_PROPERTY(bool pickerNoMatch READ pickerNoMatch NOTIFY changed)
     Q_PROPERTY(int pickerHighlight READ pickerHighlight NOTIFY changed)
     Q_PROPERTY(bool busy READ busy NOTIFY changed)
+    Q_PROPERTY(QUrl folderDialogStart READ folderDialogStart NOTIFY changed)
     Q_PROPERTY(QString codexChoiceText READ codexChoiceText NOTIFY codexChanged)
     Q_PROPERTY(QVariantList codexModels READ codexModels NOTIFY codexChanged)
     Q_PROPERTY(QVariantList codexEfforts READ codexEfforts NOTIFY codexChanged)
@@ -113,6 +115,8 @@ public:
     bool pickerNoMatch() const;
     int pickerHighlight() const { return m_store.projectPickerHighlight(); }
     bool busy() const;
+    // Where the folder chooser opens: the selected project's folder, else the home folder.
+    QUrl folderDialogStart() const;
     QString codexChoiceText() const;
     QVariantList codexModels() const;
     QVariantList codexEfforts() const;

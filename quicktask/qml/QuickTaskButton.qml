@@ -11,6 +11,8 @@ Rectangle {
     property bool primary: false
     property bool enabled: true
     property bool busy: false
+    // Finished: shown at full strength although it no longer acts.
+    property bool done: false
     signal clicked
 
     readonly property color foreground: primary ? quickTask.palette.card : quickTask.palette.text
@@ -19,7 +21,7 @@ Rectangle {
     implicitWidth: label.implicitWidth + extras + 24
     implicitHeight: 30
     radius: 7
-    opacity: enabled || busy ? 1 : 0.5
+    opacity: enabled || busy || done ? 1 : 0.5
     activeFocusOnTab: enabled
     color: primary ? quickTask.palette.accent : quickTask.palette.card
     border.width: activeFocus ? 2 : 1

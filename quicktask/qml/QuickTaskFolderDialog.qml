@@ -6,6 +6,7 @@ import QtQuick.Dialogs
 FolderDialog {
     title: quickTask.labels.folderDialogTitle
     acceptLabel: quickTask.labels.folderDialogAccept
+    currentFolder: quickTask.folderDialogStart
     onAccepted: quickTask.finishFolderDialog(selectedFolder)
     onRejected: quickTask.finishFolderDialog("")
 }

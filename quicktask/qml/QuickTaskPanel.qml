@@ -442,6 +442,7 @@ Rectangle {
                         keyLabel: modelData.keyLabel
                         symbol: modelData.created ? "checkmark.circle.fill" : ""
                         busy: modelData.busy
+                        done: modelData.created
                         enabled: modelData.enabled
                         Accessible.name: modelData.accessibleName
                         onClicked: quickTask.submit(modelData.id)
