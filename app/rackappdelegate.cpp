@@ -233,6 +233,8 @@ void RackAppDelegate::startInput()
     }
     applyShortcutTexts();
     panel.controller().prewarm();
+    // The Quick Task panel too: its first showing then costs what later ones do.
+    quickTask().controller().prewarm();
 }
 
 void RackAppDelegate::stopInput()
