@@ -113,10 +113,11 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             line.arguments = args.mid(i + 1);
             return line;
         } else if (!commandSeen && arg == QLatin1String("quick-task")) {
-            // Its --project option is its own.
             line.command = Command::quickTask;
-            line.arguments = args.mid(i + 1);
-            return line;
+            commandSeen = true;
+        } else if (commandSeen && line.command == Command::quickTask) {
+            // --project DIR: the command checks its own option.
+            line.arguments.append(arg);
         } else if (line.command == Command::demo && arg == QLatin1String("--dark")) {
             line.dark = true;
         } else if (const QString demoOption = demoOptionOf(arg);
