@@ -119,6 +119,8 @@ void QuickTaskViewModel::storeChanged()
     m_pickerRows.setRows(m_store.isProjectPickerPresented() ? pickerRowMaps()
                                                             : QList<QVariantMap>());
     emit changed();
+    // The Codex choice may have changed in Settings or from the command line meanwhile.
+    emit codexChanged();
 }
 
 QVariantMap QuickTaskViewModel::labels() const
