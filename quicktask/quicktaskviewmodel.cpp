@@ -49,6 +49,8 @@ const char *const codexModelsLoading = "Loading Codex models…";
 const char *const refreshModels = "Refresh Models";
 const char *const effortCaption = "REASONING";
 const char *const typeAnytime = "TYPE ANYTIME";
+const char *const pickerKey = "Alt+P";
+const char *const pinKey = "Ctrl+Return";
 } // namespace text
 
 QString tr8(const char *utf8)
@@ -145,6 +147,8 @@ QVariantMap QuickTaskViewModel::labels() const
         {QStringLiteral("refreshModels"), tr8(text::refreshModels)},
         {QStringLiteral("effortCaption"), tr8(text::effortCaption)},
         {QStringLiteral("typeAnytime"), tr8(text::typeAnytime)},
+        {QStringLiteral("pickerKey"), tr8(text::pickerKey)},
+        {QStringLiteral("pinKey"), tr8(text::pinKey)},
     };
 }
 

@@ -136,7 +136,7 @@ Rectangle {
                 Text {
                     id: chipKey
                     anchors.verticalCenter: parent.verticalCenter
-                    text: "Alt+P"
+                    text: quickTask.labels.pickerKey
                     font.pixelSize: 10
                     color: quickTask.palette.secondaryText
                 }

@@ -201,7 +201,7 @@ Rectangle {
                     Text {
                         id: pinText
                         anchors.centerIn: parent
-                        text: row.pinAction + "  Ctrl+Return"
+                        text: row.pinAction + "  " + quickTask.labels.pinKey
                         font.pixelSize: 9
                         font.weight: Font.DemiBold
                         color: quickTask.palette.accent
