@@ -33,6 +33,8 @@ QString CommandLine::usage()
         "  dictate [--from FILE.wav] [--json]\n"
         "                            dictate from the microphone (Enter ends) or a 16 kHz\n"
         "                            mono recording; the text goes to standard output\n"
+        "  quick-task [--project DIR]\n"
+        "                            show the Quick Task panel (of the running Taskrack)\n"
         "\n"
         "Options:\n"
         "  --json                    machine-readable output (one JSON object per line for watch)\n"
@@ -118,6 +120,12 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
                                                             : Command::dictate;
             line.arguments = args.mid(i + 1);
             return line;
+        } else if (!commandSeen && arg == QLatin1String("quick-task")) {
+            line.command = Command::quickTask;
+            commandSeen = true;
+        } else if (commandSeen && line.command == Command::quickTask) {
+            // --project DIR: the command checks its own option.
+            line.arguments.append(arg);
         } else if (line.command == Command::demo && arg == QLatin1String("--dark")) {
             line.dark = true;
         } else if (const QString demoOption = demoOptionOf(arg);

@@ -25,7 +25,8 @@ struct CommandLine
         newTask,
         models,
         doctor,
-        dictate
+        dictate,
+        quickTask
     };
     // Provider ids are UUIDs with a short prefix; anything far longer is a mistake. Other
     // arguments are at most a path.

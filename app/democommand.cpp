@@ -1,6 +1,7 @@
 #include "app/democommand.h"
 
 #include "app/commandline.h"
+#include "app/quicktaskdemo.h"
 #include "app/rackinputwiring.h"
 #include "app/rackpanelassembly.h"
 #include "core/clock.h"
@@ -10,6 +11,7 @@
 #include "panel/rackpalette.h"
 #include "panel/rackquickwindow.h"
 #include "panel/rackviewmodel.h"
+#include "quicktask/quicktaskquickwindow.h"
 #include "platform/preferences.h"
 
 #include <QDir>
@@ -125,11 +127,15 @@ int runDemoCommand(int argc, char **argv)
     }
     const QString scenarioName =
         line->demoScenario.isEmpty() ? QStringLiteral("activity") : line->demoScenario;
-    const Scenario *scenario = findScenario(scenarioName);
+    // The Quick Task panel's states run over the full rack, which gives them their projects.
+    const bool quickTaskScenario = QuickTaskDemo::scenarios().contains(scenarioName);
+    const Scenario *scenario = quickTaskScenario ? findScenario(QStringLiteral("activity"))
+                                                 : findScenario(scenarioName);
     if (!scenario) {
         QStringList names;
         for (const Scenario &known : scenarios)
             names.append(QString::fromLatin1(known.name));
+        names.append(QuickTaskDemo::scenarios());
         std::fprintf(stderr, "taskrack: unknown scenario \"%s\"; use one of: %s\n",
                      qPrintable(scenarioName), qPrintable(names.join(QStringLiteral(", "))));
         return 2;
@@ -160,8 +166,11 @@ int runDemoCommand(int argc, char **argv)
     wiring.bindings = rackKeyBindings(input.overrides());
     wiring.appearance = scenarioName == QLatin1String("quiet") ? QStringLiteral("quiet")
                                                                : QStringLiteral("2aGlass");
-    wiring.actions.createTaskInProject = [](const RackProjectGroup &group) {
-        writeLine(QStringLiteral("Would open Quick Task for %1").arg(group.name));
+    QuickTaskDemo quickTask(quickTaskScenario ? scenarioName : QString(), store, preferences,
+                            clock, writeLine);
+    wiring.actions.createTaskInProject = [&quickTask](const RackProjectGroup &group) {
+        QuickTaskPanelAssembly &panel = quickTask.panel();
+        panel.controller().show(panel.projectForGroup(group));
     };
     wiring.actions.showSettings = [] { writeLine(QStringLiteral("Would open Settings")); };
     wiring.actions.reconcileLocal = [] {};
@@ -184,6 +193,7 @@ int runDemoCommand(int argc, char **argv)
     if (const std::optional<QString> problem = input.connectRack(controller))
         std::fprintf(stderr, "taskrack: %s\n", qPrintable(*problem));
     rack->palette().setDark(line->dark);
+    quickTask.panel().palette().setDark(line->dark);
 
     const QString screenshots = line->screenshotDir;
     int exitCode = 0;
@@ -193,6 +203,10 @@ int runDemoCommand(int argc, char **argv)
             co_await refreshing;
         }
         controller.prewarm();
+        if (quickTaskScenario) {
+            quickTask.panel().controller().show();
+            co_return;
+        }
         if (screenshots.isEmpty()) {
             writeLine(QStringLiteral(
                 "Taskrack demo: press Return here (or Ctrl+Alt+K) to show or hide the rack."));
@@ -219,7 +233,28 @@ int runDemoCommand(int argc, char **argv)
     });
     terminal.setEnabled(screenshots.isEmpty());
 
-    if (!screenshots.isEmpty()) {
+    if (!screenshots.isEmpty() && quickTaskScenario) {
+        // Once the panel is on screen, put it into the scenario's state and save what it draws
+        // (after the frames its state asked for).
+        QObject::connect(&quickTask.panel().controller(), &QuickTaskPanelController::shown, &app,
+                         [&] {
+                             quickTask.arrange();
+                             // The folder chooser lists its folder on a thread of its own.
+                             const int settle =
+                                 scenarioName == QLatin1String("quick-folder") ? 500 : 0;
+                             QTimer::singleShot(settle, &app, [&] {
+                                 QDir().mkpath(screenshots);
+                                 const QString file = QDir(screenshots).filePath(
+                                     scenarioName +
+                                     (line->dark ? QStringLiteral("-dark") : QString()) +
+                                     QStringLiteral(".png"));
+                                 if (!quickTask.panel().window().grabWindow().save(file))
+                                     exitCode = 1;
+                                 writeLine(file);
+                                 app.exit(exitCode);
+                             });
+                         });
+    } else if (!screenshots.isEmpty()) {
         // Once the rack is on screen, put it into the scenario's state and save what it draws.
         QObject::connect(&controller, &RackPanelController::shown, &app, [&] {
             QTimer::singleShot(0, &app, [&] {

@@ -8,6 +8,7 @@
 #include "app/openfilelimit.h"
 #include "app/providerpaths.h"
 #include "app/quicktaskcommands.h"
+#include "app/quicktaskpanelcommand.h"
 #include "app/rackappdelegate.h"
 #include "app/rackcommands.h"
 #include "app/shortcutscommand.h"
@@ -208,6 +209,8 @@ int main(int argc, char **argv)
         writeError(error);
         return 2;
     }
+    if (line->command == CommandLine::Command::quickTask)
+        return runQuickTaskPanelCommand(argc, argv, *line, describeApplication);
     if (line->command == CommandLine::Command::run) {
         // Windows need an X display; a Wayland session's XWayland counts (only the global keys
         // report themselves unavailable there).

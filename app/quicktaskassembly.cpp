@@ -45,17 +45,20 @@ QuickTaskAssembly::QuickTaskAssembly(Options options)
     });
 }
 
-std::unique_ptr<QuickTaskStore> QuickTaskAssembly::makeStore(const RackStore &rack, Clock &clock)
+std::unique_ptr<QuickTaskStore> QuickTaskAssembly::makeStore(const RackStore &rack, Clock &clock,
+                                                             QuickTaskVoice voice,
+                                                             QuickTaskCreating *creation)
 {
     Preferences &preferences = m_options.preferences;
     if (!m_dictation)
         m_dictation = std::make_unique<DictationAssembly>(clock);
     auto store = std::make_unique<QuickTaskStore>(QuickTaskStore::Dependencies{
-        .creationService = *m_service,
+        .creationService = creation ? *creation : *m_service,
         .preferences = preferences,
         .clock = clock,
-        .transcriber = &m_dictation->transcriber(),
-        .modelManager = m_dictation->modelManager(),
+        // Dictation on this computer unless the caller brings its own (tests, the demo).
+        .transcriber = voice.transcriber ? voice.transcriber : &m_dictation->transcriber(),
+        .modelManager = voice.transcriber ? voice.modelManager : m_dictation->modelManager(),
         .voicePreparationTimeout = std::chrono::seconds(480),
         .directoryExists = {},
         .hasCodexConfiguration =

@@ -21,6 +21,13 @@ namespace taskrack {
 
 class RackStore;
 
+// The dictation engine and its model; both null in a build without dictation.
+struct QuickTaskVoice
+{
+    QuickTaskTranscribing *transcriber = nullptr;
+    QuickTaskModelManaging *modelManager = nullptr;
+};
+
 class QuickTaskAssembly
 {
 public:
@@ -43,8 +50,10 @@ public:
     QuickTaskCodexCatalog &catalog() { return m_catalog; }
     QuickTaskCreationService &creationService() { return *m_service; }
     // The composer's store over the rack's projects; the panel sets its folder chooser and
-    // onCreated.
-    std::unique_ptr<QuickTaskStore> makeStore(const RackStore &rack, Clock &clock);
+    // onCreated. `creation` replaces this assembly's service (the demo's stand-in).
+    std::unique_ptr<QuickTaskStore> makeStore(const RackStore &rack, Clock &clock,
+                                              QuickTaskVoice voice = {},
+                                              QuickTaskCreating *creation = nullptr);
 
     static QString defaultScratchDirectory();
     // The command-line tool a provider's Quick Tasks start; nothing when it is not installed.

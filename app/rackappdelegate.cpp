@@ -2,6 +2,7 @@
 
 #include "app/claudehookwiring.h"
 #include "app/quicktaskassembly.h"
+#include "app/quicktaskpanelassembly.h"
 #include "app/rackattentionnotifier.h"
 #include "app/rackhookcontrol.h"
 #include "app/rackinputwiring.h"
@@ -44,6 +45,7 @@ RackAppDelegate::~RackAppDelegate()
     m_settings.reset();
     m_hookControls.clear();
     m_input.reset();
+    m_quickTask.reset();
     m_rack.reset();
     m_tray.reset();
     m_notifier.reset();
@@ -164,7 +166,10 @@ RackPanelAssembly &RackAppDelegate::rack()
             m_input->cancelGesture();
     };
     wiring.actions.createTaskInProject = [this](const RackProjectGroup &group) {
-        showQuickTask(group.workspacePath);
+        if (m_termination && m_termination->isRequested())
+            return;
+        QuickTaskPanelAssembly &panel = quickTask();
+        panel.controller().show(panel.projectForGroup(group));
     };
     wiring.actions.showSettings = [this] { showSettings(); };
     wiring.actions.reconcileLocal = [this] { m_runtime->reconcileLocal(); };
@@ -222,7 +227,11 @@ void RackAppDelegate::startInput()
         if (m_rack)
             m_rack->onboardingChanged();
     });
-    const std::optional<QString> problem = m_input->connectRack(panel.controller());
+    std::optional<QString> problem = m_input->connectRack(panel.controller());
+    const std::optional<QString> quickTaskProblem =
+        m_input->connectQuickTask([this] { toggleQuickTask(); });
+    if (!problem)
+        problem = quickTaskProblem;
     if (problem) {
         qCWarning(lcApp, "Global fallback shortcut registration failed");
         m_runtime->store().setGlobalShortcutError(*problem);
@@ -237,6 +246,8 @@ void RackAppDelegate::startInput()
         m_settings->shortcuts().setRegistrationError(RackShortcutAction::showRack, problem);
     applyShortcutTexts();
     panel.controller().prewarm();
+    // The Quick Task panel too: its first showing then costs what later ones do.
+    quickTask().controller().prewarm();
 }
 
 void RackAppDelegate::stopInput()
@@ -269,10 +280,35 @@ void RackAppDelegate::toggleRack()
     rack().controller().toggle();
 }
 
+QuickTaskPanelAssembly &RackAppDelegate::quickTask()
+{
+    if (!m_quickTask) {
+        m_quickTask = std::make_unique<QuickTaskPanelAssembly>(QuickTaskPanelAssembly::Options{
+            .preferences = *m_preferences,
+            .clock = SystemClock::shared(),
+            .rack = m_runtime->store(),
+            .creation = nullptr,
+            .transcriber = nullptr, // dictation on this computer, as the assembly chooses
+            .modelManager = nullptr,
+        });
+    }
+    return *m_quickTask;
+}
+
 void RackAppDelegate::showQuickTask(const QString &folder)
 {
-    Q_UNUSED(folder)
+    if (m_termination && m_termination->isRequested())
+        return;
     qCInfo(lcApp, "Quick Task requested");
+    QuickTaskPanelAssembly &panel = quickTask();
+    panel.controller().show(panel.projectForFolder(folder));
+}
+
+void RackAppDelegate::toggleQuickTask()
+{
+    if (m_termination && m_termination->isRequested())
+        return;
+    quickTask().controller().toggle();
 }
 
 void RackAppDelegate::showSettings()
@@ -315,10 +351,7 @@ void RackAppDelegate::showSettings()
 
 QuickTaskCodexCatalog &RackAppDelegate::codexCatalog()
 {
-    if (!m_codexCatalog)
-        m_codexCatalog =
-            std::make_unique<QuickTaskCodexCatalog>(QuickTaskAssembly::loadCodexModels);
-    return *m_codexCatalog;
+    return quickTask().catalog();
 }
 
 void RackAppDelegate::setRecordingShortcut(bool recording)

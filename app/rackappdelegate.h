@@ -20,6 +20,7 @@ class DesktopWindows;
 class QuickTaskCodexCatalog;
 class RackHookControlling;
 class RackInputWiring;
+class QuickTaskPanelAssembly;
 class RackPanelAssembly;
 class RackSettingsWindow;
 class RackAttentionNotifier;
@@ -50,7 +51,9 @@ public:
     void requestTermination();
     void showRack();
     void toggleRack();
+    // An empty folder means the default project.
     void showQuickTask(const QString &folder);
+    void toggleQuickTask();
     void showSettings();
     // "Open Codex" / "Open Claude" from the empty rack; a failure shows like a failed open.
     QCoro::Task<void> activateProvider(RackProvider provider);
@@ -69,6 +72,8 @@ private:
     QCoro::Task<void> startRuntime();
     // The rack, built once, the first time the input steps or a request need it.
     RackPanelAssembly &rack();
+    // The Quick Task panel, built once, the first time a route asks for it.
+    QuickTaskPanelAssembly &quickTask();
     void applyShortcutTexts();
     // The Codex models offered in Settings.
     QuickTaskCodexCatalog &codexCatalog();
@@ -90,9 +95,9 @@ private:
     std::unique_ptr<RackTray> m_tray;
     std::unique_ptr<RackInputWiring> m_input;
     std::unique_ptr<RackPanelAssembly> m_rack;
-    std::unique_ptr<QuickTaskCodexCatalog> m_codexCatalog;
     std::unique_ptr<DesktopWindows> m_settingsDesktop;
     std::vector<std::unique_ptr<RackHookControlling>> m_hookControls;
+    std::unique_ptr<QuickTaskPanelAssembly> m_quickTask;
     std::unique_ptr<RackSettingsWindow> m_settings;
     std::unique_ptr<RackTermination> m_termination;
     bool m_started = false;

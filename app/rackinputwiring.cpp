@@ -24,6 +24,9 @@ RackInputWiring::RackInputWiring(Preferences &preferences, Clock &clock, QObject
     m_showRack = std::make_unique<ShowRackHotkey>(
         m_hotkeys.get(), effectiveCombo(RackShortcutAction::showRack, m_overrides),
         availability.globalShortcuts);
+    m_newQuickTask = std::make_unique<ShowQuickTaskHotkey>(
+        m_hotkeys.get(), effectiveCombo(RackShortcutAction::newQuickTask, m_overrides),
+        availability.globalShortcuts);
     m_modifiers = std::make_unique<X11ModifierMonitor>();
     m_gesture = std::make_unique<RightModifierHotkeyMonitor>(*m_modifiers, clock);
     m_controller = std::make_unique<HotkeyController>(*m_gesture, *m_readiness);
@@ -53,6 +56,14 @@ std::optional<QString> RackInputWiring::connectRack(RackPanelController &rack)
     return std::nullopt;
 }
 
+std::optional<QString> RackInputWiring::connectQuickTask(std::function<void()> action)
+{
+    connect(m_newQuickTask.get(), &GlobalShortcutHotkey::pressed, this, std::move(action));
+    if (const std::optional<HotkeyError> error = m_newQuickTask->registerHotkey())
+        return error->text();
+    return std::nullopt;
+}
+
 void RackInputWiring::cancelGesture()
 {
     m_gesture->cancelGesture();
@@ -60,13 +71,22 @@ void RackInputWiring::cancelGesture()
 
 void RackInputWiring::setGlobalShortcutsSuspended(bool suspended)
 {
-    if (suspended && m_showRack->isRegistered()) {
-        m_showRack->unregisterHotkey();
-        m_suspendedShowRack = true;
-    } else if (!suspended && m_suspendedShowRack) {
-        m_suspendedShowRack = false;
-        m_showRack->registerHotkey();
+    // A grabbed key never reaches the window that records a new one: let both go meanwhile.
+    if (suspended) {
+        if (m_showRack->isRegistered()) {
+            m_showRack->unregisterHotkey();
+            m_suspendedShowRack = true;
+        }
+        if (m_newQuickTask && m_newQuickTask->isRegistered()) {
+            m_newQuickTask->unregisterHotkey();
+            m_suspendedNewQuickTask = true;
+        }
+        return;
     }
+    if (std::exchange(m_suspendedShowRack, false))
+        m_showRack->registerHotkey();
+    if (std::exchange(m_suspendedNewQuickTask, false) && m_newQuickTask)
+        m_newQuickTask->registerHotkey();
 }
 
 RackShortcutNames RackInputWiring::shortcutNames() const

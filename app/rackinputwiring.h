@@ -8,6 +8,7 @@
 #include "panel/rackcontents.h"
 
 #include <QObject>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -20,6 +21,7 @@ class HotkeyReadiness;
 class Preferences;
 class RackPanelController;
 class RightModifierHotkeyMonitor;
+class ShowQuickTaskHotkey;
 class ShowRackHotkey;
 class X11GlobalHotkeys;
 class X11ModifierMonitor;
@@ -35,6 +37,8 @@ public:
     // Joins the keys to the rack and starts listening. Answers the sentence to show when the
     // shortcut could not be registered.
     std::optional<QString> connectRack(RackPanelController &rack);
+    // The new-Quick-Task shortcut runs `action`; answers like connectRack.
+    std::optional<QString> connectQuickTask(std::function<void()> action);
 
     HotkeyReadiness &readiness() { return *m_readiness; }
     const RackShortcutOverrides &overrides() const { return m_overrides; }
@@ -58,10 +62,12 @@ private:
     std::unique_ptr<HotkeyReadiness> m_readiness;
     std::unique_ptr<X11GlobalHotkeys> m_hotkeys;
     std::unique_ptr<ShowRackHotkey> m_showRack;
+    std::unique_ptr<ShowQuickTaskHotkey> m_newQuickTask;
     std::unique_ptr<X11ModifierMonitor> m_modifiers;
     std::unique_ptr<RightModifierHotkeyMonitor> m_gesture;
     std::unique_ptr<HotkeyController> m_controller;
     bool m_suspendedShowRack = false;
+    bool m_suspendedNewQuickTask = false;
 };
 
 } // namespace taskrack

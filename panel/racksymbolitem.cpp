@@ -63,6 +63,110 @@ QPainterPath roundedPolygon(const QList<QPointF> &corners, double radius)
     return path;
 }
 
+// The marks of the Quick Task panel: its voice key, its buttons and its notices.
+QPainterPath composerPath(const QString &shape, bool &stroked)
+{
+    QPainterPath path;
+    path.setFillRule(Qt::WindingFill);
+    auto microphone = [&path] {
+        path.addRoundedRect(QRectF(0.36, 0.06, 0.28, 0.5), 0.14, 0.14);
+        QPainterPath cup;
+        cup.moveTo(0.22, 0.42);
+        cup.cubicTo(0.22, 0.82, 0.78, 0.82, 0.78, 0.42);
+        QPainterPathStroker stroker;
+        stroker.setWidth(0.08);
+        stroker.setCapStyle(Qt::RoundCap);
+        path.addPath(stroker.createStroke(cup));
+        path.addRoundedRect(QRectF(0.46, 0.72, 0.08, 0.16), 0.03, 0.03);
+        path.addRoundedRect(QRectF(0.32, 0.86, 0.36, 0.08), 0.04, 0.04);
+    };
+    auto waveform = [&path](double scale) {
+        const double heights[] = {0.24, 0.5, 0.78, 0.5, 0.32};
+        for (int i = 0; i < 5; ++i) {
+            const double h = heights[i] * scale;
+            path.addRoundedRect(QRectF(0.08 + i * 0.18, 0.5 - h / 2, 0.1, h), 0.05, 0.05);
+        }
+    };
+    if (shape == QLatin1String("mic.fill")) {
+        microphone();
+    } else if (shape == QLatin1String("mic.slash.fill")) {
+        microphone();
+        QPainterPath slash;
+        slash.moveTo(0.12, 0.1);
+        slash.lineTo(0.9, 0.92);
+        QPainterPathStroker stroker;
+        stroker.setWidth(0.2);
+        path = path.subtracted(stroker.createStroke(slash));
+        stroker.setWidth(0.08);
+        stroker.setCapStyle(Qt::RoundCap);
+        path.addPath(stroker.createStroke(slash));
+    } else if (shape == QLatin1String("waveform")) {
+        waveform(1.0);
+    } else if (shape == QLatin1String("waveform.badge.plus")) {
+        waveform(0.8);
+        path = path.subtracted([] {
+            QPainterPath clear;
+            clear.addEllipse(QPointF(0.78, 0.78), 0.24, 0.24);
+            return clear;
+        }());
+        path.addRoundedRect(QRectF(0.755, 0.6, 0.05, 0.36), 0.025, 0.025);
+        path.addRoundedRect(QRectF(0.6, 0.755, 0.36, 0.05), 0.025, 0.025);
+    } else if (shape == QLatin1String("pause.fill")) {
+        path.addRoundedRect(QRectF(0.2, 0.12, 0.2, 0.76), 0.06, 0.06);
+        path.addRoundedRect(QRectF(0.6, 0.12, 0.2, 0.76), 0.06, 0.06);
+    } else if (shape == QLatin1String("keyboard")) {
+        path.addRoundedRect(QRectF(0.04, 0.2, 0.92, 0.6), 0.1, 0.1);
+        QPainterPath keys;
+        for (int row = 0; row < 2; ++row) {
+            for (int column = 0; column < 5; ++column)
+                keys.addRect(QRectF(0.12 + column * 0.16, 0.28 + row * 0.14, 0.1, 0.09));
+        }
+        keys.addRect(QRectF(0.26, 0.6, 0.48, 0.09));
+        path = path.subtracted(keys);
+    } else if (shape == QLatin1String("arrow.down")) {
+        path.addRoundedRect(QRectF(0.44, 0.08, 0.12, 0.62), 0.06, 0.06);
+        path.addPath(roundedPolygon({{0.2, 0.52}, {0.8, 0.52}, {0.5, 0.9}}, 0.12));
+        path = path.simplified();
+    } else if (shape == QLatin1String("arrow.clockwise")) {
+        stroked = true;
+        path.arcMoveTo(QRectF(0.16, 0.16, 0.68, 0.68), 60);
+        path.arcTo(QRectF(0.16, 0.16, 0.68, 0.68), 60, 300);
+        path.moveTo(0.56, 0.1);
+        path.lineTo(0.7, 0.2);
+        path.lineTo(0.58, 0.34);
+    } else if (shape == QLatin1String("trash")) {
+        path.addRoundedRect(QRectF(0.1, 0.16, 0.8, 0.1), 0.04, 0.04);
+        path.addRoundedRect(QRectF(0.38, 0.06, 0.24, 0.12), 0.04, 0.04);
+        path.addPath(roundedPolygon({{0.18, 0.3}, {0.82, 0.3}, {0.76, 0.94}, {0.24, 0.94}}, 0.1));
+        path = path.simplified();
+    } else if (shape == QLatin1String("checkmark.circle.fill")) {
+        path.addEllipse(QPointF(0.5, 0.5), 0.46, 0.46);
+        QPainterPath check;
+        check.moveTo(0.28, 0.52);
+        check.lineTo(0.44, 0.68);
+        check.lineTo(0.73, 0.36);
+        QPainterPathStroker stroker;
+        stroker.setWidth(0.11);
+        stroker.setCapStyle(Qt::RoundCap);
+        stroker.setJoinStyle(Qt::RoundJoin);
+        path = path.subtracted(stroker.createStroke(check));
+    } else if (shape == QLatin1String("folder")) {
+        path.addPath(roundedPolygon({{0.06, 0.2}, {0.4, 0.2}, {0.5, 0.3}, {0.94, 0.3},
+                                     {0.94, 0.84}, {0.06, 0.84}},
+                                    0.1));
+    } else if (shape == QLatin1String("chevron.down")) {
+        stroked = true;
+        path.moveTo(0.22, 0.38);
+        path.lineTo(0.5, 0.66);
+        path.lineTo(0.78, 0.38);
+    } else if (shape == QLatin1String("pin")) {
+        path.addEllipse(QPointF(0.5, 0.32), 0.24, 0.24);
+        path.addPath(roundedPolygon({{0.34, 0.46}, {0.66, 0.46}, {0.5, 0.96}}, 0.1));
+        path = path.simplified();
+    }
+    return path;
+}
+
 QPainterPath unitPath(const QString &shape, bool &stroked)
 {
     QPainterPath path;
@@ -109,7 +213,8 @@ QPainterPath unitPath(const QString &shape, bool &stroked)
         path.addRoundedRect(QRectF(0.42, 0.1, 0.16, 0.8), 0.08, 0.08);
         path.addRoundedRect(QRectF(0.1, 0.42, 0.8, 0.16), 0.08, 0.08);
         path = path.simplified();
-    } else if (shape == QLatin1String("warning")) {
+    } else if (shape == QLatin1String("warning") ||
+               shape == QLatin1String("exclamationmark.triangle.fill")) {
         path = roundedPolygon({{0.5, 0.06}, {0.96, 0.9}, {0.04, 0.9}}, 0.12);
         QPainterPath mark;
         mark.addRoundedRect(QRectF(0.455, 0.34, 0.09, 0.3), 0.04, 0.04);
@@ -136,6 +241,8 @@ QPainterPath unitPath(const QString &shape, bool &stroked)
         path.moveTo(0.68, 0.62);
         path.lineTo(0.86, 0.8);
         path.lineTo(0.68, 0.98);
+    } else {
+        path = composerPath(shape, stroked);
     }
     return path;
 }

@@ -14,7 +14,8 @@ class RackSymbolItem : public QQuickPaintedItem
 {
     Q_OBJECT
     // A silhouette's raw value (RackDotAppearance), or one of: "dot", "ring", "plus",
-    // "search", "warning", "branch", "lineage".
+    // "search", "warning", "branch", "lineage"; and the Quick Task panel's marks ("mic.fill",
+    // "waveform", "keyboard", "checkmark.circle.fill", "folder", …).
     Q_PROPERTY(QString shape READ shape WRITE setShape NOTIFY shapeChanged)
     Q_PROPERTY(QColor color READ color WRITE setColor NOTIFY colorChanged)
 

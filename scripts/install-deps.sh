@@ -20,6 +20,9 @@ packages=(
     espeak-ng sox pocketsphinx-testdata pulseaudio pulseaudio-utils
     # Codex hook tests drive the real Codex TUI in a terminal multiplexer
     tmux
+    # the Quick Task panel's folder chooser
+    qml6-module-qtquick-dialogs qml6-module-qtquick-controls qml6-module-qtquick-layouts
+    qml6-module-qtquick-templates qml6-module-qt-labs-folderlistmodel
 )
 command -v node >/dev/null 2>&1 || packages+=(nodejs)
 command -v npm >/dev/null 2>&1 || packages+=(npm)

@@ -109,7 +109,9 @@ def main():
             (["open"], 2, "e:exactly one task id"), (["open", "nope"], 1, "e:No task with that id"),
             (["open", "x" * 65530], 2, "e:at most"), (["read", "y" * 300], 2, "e:at most 256"),
             (["read", "nope"], 1, "e:No task with that id"), (["read", "--all"], 0, "o:marked as read"),
-            (["read", session], 0, "o:marked as read"), (["hooks", "status"], 0, "o:"), (["hooks", "bogus"], 2, "e:")]:
+            (["read", session], 0, "o:marked as read"), (["hooks", "status"], 0, "o:"), (["hooks", "bogus"], 2, "e:"),
+            (["quick-task", "--project", f"{root}/missing"], 2, "e:is not a folder"),
+            (["quick-task", "--bogus"], 2, "e:Unexpected argument")]:
         rc, out, err, _ = run(argv)
         name = " ".join(a[:20] for a in argv)
         check(rc == code and expect[2:] in (out if expect[0] == "o" else err), f"{name} -> {rc} {(out + err)[-160:]!r}")
