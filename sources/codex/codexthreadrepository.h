@@ -27,6 +27,8 @@
 namespace taskrack {
 
 class CodexAppServerThreadSource;
+class CodexCloudStatusProvider;
+class Preferences;
 class TaskFileWatcher;
 
 class CodexThreadRepositoryError : public TaskrackError
@@ -80,6 +82,12 @@ public:
         std::unique_ptr<FileWatch> fileWatch;
         // The state database and its write-ahead log.
         QStringList databaseFiles;
+        // The desktop catalog's files: a change refreshes the local picture and the list.
+        QStringList desktopFiles;
+        // "The cloud's view changed": turned into local refreshes.
+        ChannelPtr<std::monostate> desktopStatusInvalidations;
+        // Closed at suspend and shutdown, told when the setting changes.
+        std::shared_ptr<CodexCloudStatusProvider> cloudStatus;
         Clock *clock = nullptr;
         // The periodic local pass in case a watcher misses an event; zero turns it off.
         std::chrono::milliseconds safetyNetInterval = defaultSafetyNetInterval;
@@ -91,10 +99,12 @@ public:
 
     // The production assembly: the app-server (the `codex` found on PATH), the state database
     // and rollouts under `codexHome`, inotify watching. `homeDir` is where project identities
-    // look for the user's home (empty: the real one).
+    // look for the user's home (empty: the real one). The desktop catalog is always read; the
+    // cloud status only with `preferences` (its switch and endpoint).
     static std::shared_ptr<CodexThreadRepository> create(const QString &codexHome,
                                                          const QString &homeDir, Clock &clock,
-                                                         const FileSystem &fileSystem);
+                                                         const FileSystem &fileSystem,
+                                                         Preferences *preferences = nullptr);
     static std::shared_ptr<CodexThreadRepository> create(Parts parts);
 
     explicit CodexThreadRepository(Parts parts);
@@ -119,6 +129,8 @@ public:
 
     // Asks for a local refresh: one runs at a time, with at most one queued behind it.
     void requestLocalRefresh();
+    // The person may have switched the cloud status: acts at once.
+    void preferencesChanged();
 
     bool isSuspended() const { return m_isSuspended; }
     bool isShutdown() const { return m_isShutdown; }
@@ -154,6 +166,7 @@ private:
     QCoro::Task<void> passOnStatusUpdates();
     QCoro::Task<void> passOnInvalidations();
     QCoro::Task<void> runSafetyNet();
+    QCoro::Task<void> consumeCloudStatusChanges();
     void foldIntoLiveCollection(const CodexStatusUpdate &update);
     struct LiveFetch;
     QCoro::Task<void> runLiveFetch(int limit, std::shared_ptr<LiveFetch> fetch,

@@ -1,0 +1,274 @@
+#include "platform/linux/linuxfilesystem.h"
+#include "sources/codex/codexdesktopcatalog.h"
+#include "testing/virtualfilesystem.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace taskrack;
+using Kind = CodexDesktopCatalogError::Kind;
+
+namespace {
+
+const QString threadA = QStringLiteral("0d4e5c1a-1111-4a2b-9c3d-aaaaaaaaaaaa");
+const QString threadB = QStringLiteral("0d4e5c1a-2222-4a2b-9c3d-bbbbbbbbbbbb");
+const QString threadC = QStringLiteral("0D4E5C1A-3333-4A2B-9C3D-CCCCCCCCCCCC");
+
+// A document as the desktop app writes it, with `payload` merged over a good payload.
+QByteArray document(const QJsonObject &overrides = {}, const char *userId = "user-1")
+{
+    QJsonObject payload = QJsonDocument::fromJson(R"({
+        "accountId": "acct-1", "hostId": "durable", "revision": "r7",
+        "refreshStartedAtMs": 1795377356533,
+        "attachments": [{"thread_id": "0d4e5c1a-2222-4a2b-9c3d-bbbbbbbbbbbb",
+                         "parent_thread_id": "0d4e5c1a-1111-4a2b-9c3d-aaaaaaaaaaaa",
+                         "is_user_visible": false}],
+        "threads": [
+          {"id": "0d4e5c1a-1111-4a2b-9c3d-aaaaaaaaaaaa", "name": "  Fix the flaky test ",
+           "cwd": "/workspace/widgets", "createdAt": 1795377000, "updatedAt": 1795377300,
+           "recencyAt": null, "unknownKey": [1, 2]},
+          {"id": "0d4e5c1a-2222-4a2b-9c3d-bbbbbbbbbbbb", "name": null, "createdAt": 1795377001,
+           "updatedAt": 1795377301.5, "recencyAt": 1795377302},
+          {"id": "0D4E5C1A-3333-4A2B-9C3D-CCCCCCCCCCCC", "name": "",
+           "parentThreadId": "0d4e5c1a-1111-4a2b-9c3d-aaaaaaaaaaaa",
+           "createdAt": 1795377002, "updatedAt": 1795377303}],
+        "profilesByThreadId": {
+          "0d4e5c1a-1111-4a2b-9c3d-aaaaaaaaaaaa": {"id": "prof-1", "display_name": " Widgets ",
+             "color": "teal", "active_root_thread_id": "0d4e5c1a-1111-4a2b-9c3d-aaaaaaaaaaaa",
+             "avatar_manifest": {"appearance": {"shape": "circle_two_ears", "color": "coral"}}},
+          "0d4e5c1a-3333-4a2b-9c3d-cccccccccccc": {"id": "", "color": "ultraviolet",
+             "avatar_manifest": {"appearance": {"shape": "dodecahedron"}}}}
+    })")
+                              .object();
+    payload.insert(QStringLiteral("userId"), QString::fromLatin1(userId));
+    for (auto it = overrides.begin(); it != overrides.end(); ++it)
+        payload.insert(it.key(), it.value());
+    const QJsonObject state{{"cloud-aeon-sidebar-cache-v1", payload}};
+    return QJsonDocument(QJsonObject{{"electron-persisted-atom-state", state}, {"other", 1}})
+        .toJson(QJsonDocument::Compact);
+}
+
+QJsonArray rows(int count, const QJsonValue &row)
+{
+    QJsonArray array;
+    for (int i = 0; i < count; ++i)
+        array.append(row);
+    return array;
+}
+
+Kind decodeError(const QByteArray &bytes)
+{
+    try {
+        CodexDesktopCatalog::decode(bytes, QDateTime::currentDateTimeUtc());
+    } catch (const CodexDesktopCatalogError &error) {
+        return error.kind();
+    }
+    ADD_FAILURE() << "decoded";
+    return Kind::fileUnavailable;
+}
+
+TEST(CodexDesktopCatalogTest, PinnedHashes)
+{
+    EXPECT_EQ(CodexDesktopCatalog::scopeHash("acct-1", "user-1"),
+              "6e4dd1f76f7e5d5974af323251d73c682fc36c311ca9f131b8d20154696d296c");
+    EXPECT_EQ(CodexDesktopCatalog::dotKey("prof-1"),
+              "e4e72d5259d36ca35f3c60b0fddc228638d7d7c9f38774d677356abbe5e32e72");
+}
+
+TEST(CodexDesktopCatalogTest, DocumentErrors)
+{
+    const QJsonValue none = QJsonValue::Null; // as good as absent
+    const QJsonObject thread{{"id", threadA}, {"createdAt", 1}, {"updatedAt", 2}};
+    const QJsonObject goodAttachment{{"thread_id", threadA}, {"is_user_visible", true}};
+    const QByteArray noPayload =
+        R"({"electron-persisted-atom-state":{"cloud-aeon-sidebar-cache-v1":null}})";
+    const struct
+    {
+        const char *name;
+        QByteArray bytes;
+        Kind expected;
+    } cases[] = {
+        {"truncated", document().chopped(3), Kind::malformedJSON},
+        {"array", "[1]", Kind::unsupportedSchema},
+        {"noState", "{}", Kind::catalogUnavailable},
+        {"nullPayload", noPayload, Kind::catalogUnavailable},
+        {"threadsNotArray", document({{"threads", 3}}), Kind::unsupportedSchema},
+        {"hostNotString", document({{"hostId", true}}), Kind::unsupportedSchema},
+        {"nameNotString",
+         document(
+             {{"threads", QJsonArray{QJsonObject{
+                              {"id", threadA}, {"name", 1}, {"createdAt", 1}, {"updatedAt", 2}}}}}),
+         Kind::unsupportedSchema},
+        {"noAccount", document({{"accountId", none}}), Kind::identityUnavailable},
+        {"emptyUser", document({}, ""), Kind::identityUnavailable},
+        {"otherHost", document({{"hostId", "local"}}), Kind::unsupportedHost},
+        {"5001Threads", document({{"threads", rows(5001, thread)}}), Kind::tooManyRows},
+        {"5001Attachments", document({{"attachments", rows(5001, goodAttachment)}}),
+         Kind::tooManyRows},
+        {"notAUuid",
+         document({{"threads",
+                    QJsonArray{QJsonObject{{"id", "abc"}, {"createdAt", 1}, {"updatedAt", 2}}}}}),
+         Kind::invalidMetadata},
+        {"noUpdatedAt",
+         document({{"threads", QJsonArray{QJsonObject{{"id", threadA}, {"createdAt", 1}}}}}),
+         Kind::invalidMetadata},
+        {"timeOutOfRange",
+         document({{"threads", QJsonArray{QJsonObject{
+                                   {"id", threadA}, {"createdAt", 1}, {"updatedAt", 1e13}}}}}),
+         Kind::invalidMetadata},
+        {"attachmentNotAUuid",
+         document({{"attachments",
+                    QJsonArray{QJsonObject{{"thread_id", "x"}, {"is_user_visible", true}}}}}),
+         Kind::invalidMetadata},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(decodeError(c.bytes), c.expected) << c.name;
+    // The bound itself passes.
+    EXPECT_EQ(
+        CodexDesktopCatalog::decode(document({{"threads", rows(5000, thread)}}), {}).entries.size(),
+        5000);
+}
+
+class CatalogFileTest : public ::testing::Test
+{
+protected:
+    QString home() const { return dir.path() + QStringLiteral("/home"); }
+    QString file() const { return home() + QLatin1Char('/') + CodexDesktopCatalog::fileName; }
+    void SetUp() override { ASSERT_TRUE(QDir().mkpath(home())); }
+    void write(const QByteArray &bytes)
+    {
+        QFile out(file() + ".new");
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+        out.write(bytes);
+        out.close();
+        ASSERT_EQ(::rename(QFile::encodeName(out.fileName()), QFile::encodeName(file())), 0);
+    }
+    Kind readError(CodexDesktopCatalog &catalog)
+    {
+        try {
+            catalog.read();
+        } catch (const CodexDesktopCatalogError &error) {
+            return error.kind();
+        }
+        ADD_FAILURE() << "read";
+        return Kind::fileUnavailable;
+    }
+
+    QTemporaryDir dir;
+    LinuxFileSystem fileSystem;
+};
+
+TEST_F(CatalogFileTest, FileErrors)
+{
+    const QString outside = dir.path() + QStringLiteral("/outside.json");
+    QFile(outside).open(QIODevice::WriteOnly);
+    const struct
+    {
+        const char *name;
+        std::function<void(const QString &)> make;
+        Kind expected;
+    } cases[] = {
+        {"missing", [](const QString &) {}, Kind::fileUnavailable},
+        {"sparseOverLimit",
+         [](const QString &path) {
+             QFile f(path);
+             f.open(QIODevice::WriteOnly);
+             f.resize(CodexDesktopCatalog::maxBytes + 1);
+         },
+         Kind::fileTooLarge},
+        {"linkOutOfHome", [&](const QString &path) { QFile::link(outside, path); },
+         Kind::unsafeFile},
+        {"directory", [](const QString &path) { QDir().mkpath(path); }, Kind::unsafeFile},
+        {"fifo", [](const QString &path) { ::mkfifo(QFile::encodeName(path), 0600); },
+         Kind::unsafeFile},
+    };
+    for (const auto &c : cases) {
+        c.make(file());
+        CodexDesktopCatalog catalog(fileSystem, home());
+        EXPECT_EQ(readError(catalog), c.expected) << c.name;
+        QFile::remove(file());
+        QDir(file()).removeRecursively();
+    }
+}
+
+TEST_F(CatalogFileTest, ChangeDuringReadIsRefused)
+{
+    write(document());
+    CodexDesktopCatalog catalog(fileSystem, home());
+    catalog.setAfterReadHook([&] {
+        QFile out(file());
+        out.open(QIODevice::Append);
+        out.write(" ");
+    });
+    EXPECT_EQ(readError(catalog), Kind::changedDuringRead);
+}
+
+TEST_F(CatalogFileTest, ReadsTheDocument)
+{
+    write(document());
+    CodexDesktopCatalog catalog(fileSystem, home());
+    const CodexDesktopCatalogSnapshot first = catalog.read();
+    EXPECT_FALSE(first.scopeChangedSincePreviousRead);
+    EXPECT_EQ(first.scope.hostID, "durable");
+    EXPECT_EQ(first.scope.accountUserHash,
+              "6e4dd1f76f7e5d5974af323251d73c682fc36c311ca9f131b8d20154696d296c");
+    EXPECT_EQ(first.revision, "r7");
+    EXPECT_EQ(first.cacheObservedAt.toMSecsSinceEpoch(), 1795377356533);
+    EXPECT_EQ(first.hiddenThreadIDs, QSet<QString>{threadB});
+    ASSERT_EQ(first.entries.size(), 3);
+    const CodexDesktopCatalogEntry &a = first.entries[0];
+    EXPECT_EQ(a.title, "Fix the flaky test");
+    EXPECT_EQ(a.cwd, "/workspace/widgets");
+    EXPECT_EQ(a.recencyAt, a.updatedAt);
+    ASSERT_TRUE(a.dot);
+    EXPECT_EQ(a.dot->key, CodexDesktopCatalog::dotKey("prof-1"));
+    EXPECT_EQ(a.dot->name, "Widgets");
+    // The appearance's colour wins over the profile's.
+    EXPECT_EQ(a.dot->appearance.tint, RackDotAppearance::Tint::coral);
+    EXPECT_EQ(a.dot->appearance.silhouette, RackDotAppearance::Silhouette::circleTwoEars);
+    EXPECT_EQ(a.dot->appearance.rootThreadID, threadA);
+    const CodexDesktopCatalogEntry &b = first.entries[1];
+    EXPECT_EQ(b.title, "Untitled Codex task");
+    EXPECT_FALSE(b.attachmentIsUserVisible);
+    EXPECT_EQ(b.attachmentParentThreadID, QUuid::fromString(threadA));
+    EXPECT_EQ(b.updatedAt.toMSecsSinceEpoch(), 1795377301500);
+    const CodexDesktopCatalogEntry &c = first.entries[2];
+    EXPECT_EQ(c.parentThreadID, QUuid::fromString(threadA));
+    // No profile id: the thread's own; unknown shapes and colours: the plainest dot.
+    ASSERT_TRUE(c.dot);
+    EXPECT_EQ(c.dot->key, CodexDesktopCatalog::dotKey(threadC.toLower()));
+    EXPECT_EQ(c.dot->appearance, RackDotAppearance{});
+    EXPECT_EQ(first.dots.size(), 2);
+
+    // Same user again: same hash, no scope change; another user: changed, once.
+    write(document({{"revision", "r8"}}));
+    EXPECT_FALSE(catalog.read().scopeChangedSincePreviousRead);
+    write(document({}, "user-2"));
+    const CodexDesktopCatalogSnapshot other = catalog.read();
+    EXPECT_TRUE(other.scopeChangedSincePreviousRead);
+    EXPECT_NE(other.scope.accountUserHash, first.scope.accountUserHash);
+    EXPECT_FALSE(catalog.read().scopeChangedSincePreviousRead);
+}
+
+TEST(CatalogReuseTest, UnchangedFileIsNotReadAgain)
+{
+    taskrack::testing::VirtualFileSystem files;
+    files.addFile("/home/.codex/" + CodexDesktopCatalog::fileName, document());
+    CodexDesktopCatalog catalog(files, "/home/.codex");
+    const CodexDesktopCatalogSnapshot first = catalog.read();
+    const qint64 bytes = files.bytesRead();
+    EXPECT_EQ(catalog.read(), first);
+    EXPECT_EQ(files.bytesRead(), bytes);
+    files.append("/home/.codex/" + CodexDesktopCatalog::fileName, " ");
+    catalog.read();
+    EXPECT_GT(files.bytesRead(), bytes);
+}
+
+} // namespace
