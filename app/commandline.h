@@ -23,7 +23,8 @@ struct CommandLine
         inputTrace,
         shortcuts,
         newTask,
-        models
+        models,
+        cloudStatus
     };
     // Provider ids are UUIDs with a short prefix; anything far longer is a mistake. Other
     // arguments are at most a path.

@@ -63,7 +63,8 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     SourceAssembly assembly;
     // Codex: the app-server first, the state database's list as its fallback, rollout activity
     // on top, and watched files publishing local snapshots between fetches.
-    auto codex = CodexThreadRepository::create(paths.codexHome, paths.home, clock, fileSystem);
+    auto codex =
+        CodexThreadRepository::create(paths.codexHome, paths.home, clock, fileSystem, &preferences);
     assembly.members.push_back(codex);
     LiveFeeds codexFeeds;
     codexFeeds.provider = RackProvider::codex;
@@ -78,6 +79,10 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     codexFeeds.reconcile = [weakCodex] {
         if (auto repository = weakCodex.lock())
             repository->requestLocalRefresh();
+    };
+    codexFeeds.preferencesChanged = [weakCodex] {
+        if (auto repository = weakCodex.lock())
+            repository->preferencesChanged();
     };
     codexFeeds.sleep = [weakCodex] { return suspendCodex(weakCodex); };
     codexFeeds.wake = [weakCodex] { return wakeCodex(weakCodex); };
