@@ -228,6 +228,18 @@ void RackRuntime::preferencesChanged()
     }
 }
 
+QCoro::Task<bool> RackRuntime::settle()
+{
+    bool waited = false;
+    for (const LiveFeeds &feeds : m_assembly.feeds) {
+        if (feeds.settle) {
+            auto settling = feeds.settle();
+            waited = co_await settling || waited;
+        }
+    }
+    co_return waited;
+}
+
 void RackRuntime::reconcileLocal()
 {
     if (m_cancelled)

@@ -38,6 +38,14 @@ QCoro::Task<void> wakeCodex(std::weak_ptr<CodexThreadRepository> weak)
     repository->requestLocalRefresh();
 }
 
+QCoro::Task<bool> settleCodex(std::weak_ptr<CodexThreadRepository> weak)
+{
+    // A one-off listing waits this long for the cloud poll its own fetch started.
+    if (auto repository = weak.lock())
+        co_return co_await repository->awaitCloudPoll(std::chrono::seconds(5));
+    co_return false;
+}
+
 QCoro::Task<void> wakeClaude(std::weak_ptr<ClaudeDesktopThreadSource> weak,
                              std::weak_ptr<ClaudeHookWiring> weakHooks)
 {
@@ -84,6 +92,7 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
         if (auto repository = weakCodex.lock())
             repository->preferencesChanged();
     };
+    codexFeeds.settle = [weakCodex] { return settleCodex(weakCodex); };
     codexFeeds.sleep = [weakCodex] { return suspendCodex(weakCodex); };
     codexFeeds.wake = [weakCodex] { return wakeCodex(weakCodex); };
     codexFeeds.shutdown = [weakCodex] { return shutdownCodex(weakCodex); };

@@ -47,6 +47,8 @@ struct LiveFeeds
     std::function<void()> reconcile;
     // Re-reads what the person may have changed from another process (the hook integration).
     std::function<void()> preferencesChanged;
+    // Waits briefly for outside work a fetch started (a cloud poll); true when there was some.
+    std::function<QCoro::Task<bool>()> settle;
     // Stops watchers and child processes; awaited before the process exits.
     std::function<QCoro::Task<void>()> shutdown;
 };

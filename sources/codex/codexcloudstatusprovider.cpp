@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace taskrack {
 
@@ -100,6 +101,30 @@ QCoro::Task<void> CodexCloudStatusProvider::disconnectInBackground()
         co_await close();
 }
 
+namespace {
+
+QCoro::Task<void> stopAfter(Clock &clock, std::chrono::milliseconds delay,
+                            std::shared_ptr<std::stop_source> source)
+{
+    co_await clock.sleep(delay);
+    source->request_stop();
+}
+
+} // namespace
+
+QCoro::Task<void> CodexCloudStatusProvider::awaitPoll(Clock &clock,
+                                                      std::chrono::milliseconds patience)
+{
+    if (!m_poll)
+        co_return;
+    auto landed = BoundedChannel<std::monostate>::create(1);
+    m_pollWaiters.push_back(landed);
+    auto deadline = std::make_shared<std::stop_source>();
+    stopAfter(clock, patience, deadline);
+    auto next = landed->next(deadline->get_token());
+    co_await next;
+}
+
 QCoro::Task<void> CodexCloudStatusProvider::runPoll(quint64 generation, std::stop_token stop)
 {
     const std::weak_ptr<CodexCloudStatusProvider> weak = weak_from_this();
@@ -112,7 +137,12 @@ QCoro::Task<void> CodexCloudStatusProvider::runPoll(quint64 generation, std::sto
         error = std::current_exception();
     }
     const auto self = weak.lock();
-    if (!self || generation != m_generation)
+    if (!self)
+        co_return;
+    // Whoever waits for this poll hears of it, whatever became of its answer.
+    for (const ChannelPtr<std::monostate> &waiter : std::exchange(m_pollWaiters, {}))
+        waiter->send({});
+    if (generation != m_generation)
         co_return;
     m_poll.reset();
     const double now = m_parts.uptime();

@@ -10,6 +10,7 @@
 // shared_ptr: its poll holds it weakly.
 
 #include "core/boundedchannel.h"
+#include "core/clock.h"
 #include "core/rackthread.h"
 #include "sources/codex/codexstatus.h"
 
@@ -21,6 +22,7 @@
 #include <optional>
 #include <stop_token>
 #include <variant>
+#include <vector>
 
 namespace taskrack {
 
@@ -91,6 +93,9 @@ public:
     QCoro::Task<void> disconnect();
 
     bool isPolling() const { return m_poll.has_value(); }
+    // Waits until the poll in flight (if any) has landed, at most `patience` of `clock`: lets a
+    // one-off listing show what its own fetch asked the cloud.
+    QCoro::Task<void> awaitPoll(Clock &clock, std::chrono::milliseconds patience);
     int consecutiveFailures() const { return m_consecutiveFailures; }
     // The delay before the next poll after `failures` failures in a row.
     static double backoff(int failures);
@@ -113,6 +118,7 @@ private:
     quint64 m_generation = 0;
     // The poll in flight, as the way to cancel it.
     std::optional<std::stop_source> m_poll;
+    std::vector<ChannelPtr<std::monostate>> m_pollWaiters;
 };
 
 } // namespace taskrack

@@ -709,6 +709,16 @@ void CodexThreadRepository::preferencesChanged()
         m_parts.cloudStatus->settingChanged();
 }
 
+QCoro::Task<bool> CodexThreadRepository::awaitCloudPoll(std::chrono::milliseconds patience)
+{
+    const std::shared_ptr<CodexCloudStatusProvider> cloud = m_parts.cloudStatus;
+    if (!cloud || !cloud->isPolling() || m_isShutdown)
+        co_return false;
+    auto waiting = cloud->awaitPoll(clock(), patience);
+    co_await waiting;
+    co_return true;
+}
+
 QCoro::Task<void> CodexThreadRepository::suspend()
 {
     if (m_isSuspended || m_isShutdown)
@@ -733,6 +743,9 @@ void CodexThreadRepository::resume()
         return;
     ++m_lifecycleGeneration;
     m_isSuspended = false;
+    // Reads of the desktop files that began before the sleep are dropped there too.
+    if (auto desktop = std::dynamic_pointer_cast<CodexDesktopThreadSource>(m_parts.desktopSource))
+        desktop->resume();
     if (m_parts.appServerSource)
         m_parts.appServerSource->resume();
     if (m_watcher) {

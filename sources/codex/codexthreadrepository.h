@@ -131,6 +131,9 @@ public:
     void requestLocalRefresh();
     // The person may have switched the cloud status: acts at once.
     void preferencesChanged();
+    // Waits (at most `patience`) for a cloud poll that a fetch started, and says whether there
+    // was one: a one-off listing then fetches again to show its answer.
+    QCoro::Task<bool> awaitCloudPoll(std::chrono::milliseconds patience);
 
     bool isSuspended() const { return m_isSuspended; }
     bool isShutdown() const { return m_isShutdown; }

@@ -25,20 +25,10 @@ const QString token = "eyJhbGciOiJub25lIn0." +
                                                         QByteArray::OmitTrailingEquals)) +
                       ".c2ln";
 
-enum class Mode {
-    normal,
-    endless,
-    remoteError,
-    garbage,
-    binary,
-    huge,
-    closeMidPage,
-    silentList,
-    status401,
-    wrongProtocol,
-    silentUpgrade,
-    invalidFrame
-};
+// clang-format off
+enum class Mode { normal, endless, remoteError, garbage, binary, huge, closeMidPage, silentList,
+                  status401, wrongProtocol, silentUpgrade, invalidFrame };
+// clang-format on
 
 // A cloud on 127.0.0.1: a WebSocket server that speaks the protocol, or raw TCP for broken bytes.
 class TestCloud : public QObject
@@ -96,19 +86,19 @@ public:
         if (method != "thread/list")
             return;
         const int page = ++pages;
-        const QString rowId =
-            QStringLiteral("0D4E5C1A-0000-4A2B-9C3D-%1").arg(page, 12, 10, QChar('0'));
-        const QJsonObject row{
-            {"id", rowId},
-            {"name", " Task "},
-            {"cwd", QJsonValue::Null},
-            {"threadSource", QJsonValue::Null},
-            {"updatedAt", 1790000000 + page},
-            {"status", QJsonObject{{"type", "active"}, {"activeFlags", QJsonArray{}}}},
-            {"turns", QJsonArray{}}};
+        const QJsonObject row =
+            QJsonDocument::fromJson(
+                QStringLiteral(R"({"id":"0D4E5C1A-0000-4A2B-9C3D-%1","name":" Task ","cwd":null,
+                "threadSource":null,"updatedAt":%2,"status":{"type":"active","activeFlags":[]}})")
+                    .arg(page, 12, 10, QChar('0'))
+                    .arg(1790000000 + page)
+                    .toUtf8())
+                .object();
         const QJsonValue cursor = (mode == Mode::endless || page < 2)
                                       ? QJsonValue("c" + QString::number(page))
-                                      : QJsonValue::Null;
+                                      : QJsonValue();
+        if (mode == Mode::closeMidPage && page == 2)
+            return socket->close();
         switch (mode) {
         case Mode::remoteError:
             return reply({{"error", QJsonObject{{"code", -32600}, {"message", "no"}}}});
@@ -118,10 +108,6 @@ public:
             return void(socket->sendBinaryMessage("\x01"));
         case Mode::huge:
             return void(socket->sendTextMessage(QString(8 * 1024 * 1024 + 1, 'x')));
-        case Mode::closeMidPage:
-            return page == 2 ? socket->close()
-                             : reply({{"result", QJsonObject{{"data", QJsonArray{row}},
-                                                             {"nextCursor", cursor}}}});
         case Mode::silentList:
             return;
         default:
@@ -318,30 +304,21 @@ TEST_F(CloudClientTest, NoConnectionWithoutUsableCredentials)
 {
     TestCloud cloud(Mode::normal);
     const QDateTime now = clock.now();
-    const auto jwt = [](const QByteArray &payload) {
-        return "h." + QString::fromLatin1(payload.toBase64(QByteArray::Base64UrlEncoding)) + ".s";
+    // "auth.json" with a token whose payload is `claims`.
+    const auto auth = [](const QByteArray &claims) {
+        return R"({"tokens":{"access_token":"h.)" + claims.toBase64(QByteArray::Base64UrlEncoding) +
+               R"(.s"}})";
     };
-    const auto auth = [&](qint64 expiresIn) {
-        return QJsonDocument(
-                   QJsonObject{
-                       {"tokens",
-                        QJsonObject{
-                            {"access_token",
-                             jwt("{\"exp\":" +
-                                 QByteArray::number(now.toSecsSinceEpoch() + expiresIn) + "}")}}}})
-            .toJson();
-    };
+    const QByteArray exp59 = "{\"exp\":" + QByteArray::number(now.toSecsSinceEpoch() + 59) + "}";
     const struct
     {
         const char *name;
         QByteArray file;
         const char *category;
     } cases[] = {
-        {"expiresIn59s", auth(59), "credentials-expired"},
+        {"expiresIn59s", auth(exp59), "credentials-expired"},
         {"apiKeyLogin", R"({"OPENAI_API_KEY":"sk","tokens":null})", "credentials-unavailable"},
-        {"noExp",
-         QJsonDocument(QJsonObject{{"tokens", QJsonObject{{"access_token", jwt("{}")}}}}).toJson(),
-         "credentials-unavailable"},
+        {"noExp", auth("{}"), "credentials-unavailable"},
         {"unsafeToken", R"({"tokens":{"access_token":"a b.c.d"}})", "credentials-unavailable"},
         {"oversized", QByteArray(CodexCloudCredentialsReader::maxBytes + 1, ' '),
          "credentials-unavailable"},
@@ -352,8 +329,7 @@ TEST_F(CloudClientTest, NoConnectionWithoutUsableCredentials)
         EXPECT_EQ(listAndCategory(*listing), c.category) << c.name;
     }
     EXPECT_EQ(cloud.connections, 0);
-    const CodexCloudCredentials fine = CodexCloudCredentialsReader::decode(auth(61), now);
-    EXPECT_FALSE(fine.accountID.has_value());
+    EXPECT_FALSE(CodexCloudCredentialsReader::decode(auth(exp59), now.addSecs(-2)).accountID);
 }
 
 } // namespace

@@ -45,10 +45,8 @@ TEST(CodexRecordedTurnSnapshotTest, RefusesWhatIsNotTheFormat)
     } cases[] = {
         {"version2", {{"version", 2}}},
         {"otherKind", {{"sourceKind", "assistant-turns"}}},
-        {"idNotUuid", {{"snapshotID", "one"}}},
         {"otherHost", {{"scope", QJsonObject{{"hostID", "local"}, {"accountUserHash", "x"}}}}},
         {"noZone", {{"retrievedAt", "2026-11-22T19:53:36.533"}}},
-        {"recordsNotArray", {{"records", QJsonObject{}}}},
         {"threadNotUuid",
          {{"records", QJsonArray{QJsonObject{
                           {"threadId", "t"}, {"latestTurn", idOne}, {"status", "failed"}}}}}},
