@@ -118,7 +118,7 @@ public:
     QString sourceName() const override { return QStringLiteral("fixed"); }
     QCoro::Task<ThreadCollection> fetchThreads(int, std::stop_token) override
     {
-        co_return m_collection;
+        co_return ThreadCollection(m_collection); // a copy: co_return would move the member
     }
 
 private:
@@ -149,6 +149,7 @@ QCoro::Task<void> fetchInto(std::shared_ptr<CodexThreadRepository> repository, i
 {
     const ThreadCollection collection = co_await repository->fetchThreads(400, {});
     count = int(collection.threads.size());
+
 }
 
 void BM_RepositoryFetch400Desktop400Local(benchmark::State &state)

@@ -198,69 +198,53 @@ TEST_F(CatalogFileTest, ChangeDuringReadIsRefused)
     write(document());
     CodexDesktopCatalog catalog(fileSystem, home());
     catalog.setAfterReadHook([&] {
-        QFile out(file());
+        QFile out(file()); // another program appends in place
         out.open(QIODevice::Append);
         out.write(" ");
     });
     EXPECT_EQ(readError(catalog), Kind::changedDuringRead);
 }
 
-TEST_F(CatalogFileTest, ReadsTheDocument)
+TEST(CatalogDocumentTest, ReadsTheDocument)
 {
-    write(document());
-    CodexDesktopCatalog catalog(fileSystem, home());
+    taskrack::testing::VirtualFileSystem files;
+    const QString path = "/home/.codex/" + CodexDesktopCatalog::fileName;
+    files.addFile(path, document());
+    CodexDesktopCatalog catalog(files, "/home/.codex");
     const CodexDesktopCatalogSnapshot first = catalog.read();
     EXPECT_FALSE(first.scopeChangedSincePreviousRead);
-    EXPECT_EQ(first.scope.hostID, "durable");
-    EXPECT_EQ(first.scope.accountUserHash,
-              "6e4dd1f76f7e5d5974af323251d73c682fc36c311ca9f131b8d20154696d296c");
+    EXPECT_EQ(first.scope.accountUserHash, CodexDesktopCatalog::scopeHash("acct-1", "user-1"));
     EXPECT_EQ(first.cacheObservedAt.toMSecsSinceEpoch(), 1795377356533);
     EXPECT_EQ(first.hiddenThreadIDs, QSet<QString>{threadB});
     ASSERT_EQ(first.entries.size(), 3);
     const CodexDesktopCatalogEntry &a = first.entries[0];
     EXPECT_EQ(a.title, "Fix the flaky test");
-    EXPECT_EQ(a.cwd, "/workspace/widgets");
     EXPECT_EQ(a.recencyAt, a.updatedAt);
-    ASSERT_TRUE(a.dot);
-    EXPECT_EQ(a.dot->key, CodexDesktopCatalog::dotKey("prof-1"));
-    EXPECT_EQ(a.dot->name, "Widgets");
     // The appearance's colour wins over the profile's.
-    EXPECT_EQ(a.dot->appearance.tint, RackDotAppearance::Tint::coral);
-    EXPECT_EQ(a.dot->appearance.silhouette, RackDotAppearance::Silhouette::circleTwoEars);
-    EXPECT_EQ(a.dot->appearance.rootThreadID, threadA);
+    const RackDotAppearance coralEars{RackDotAppearance::Tint::coral,
+                                      RackDotAppearance::Silhouette::circleTwoEars, threadA};
+    EXPECT_EQ(a.dot,
+              (CodexDesktopDot{CodexDesktopCatalog::dotKey("prof-1"), "Widgets", coralEars}));
     const CodexDesktopCatalogEntry &b = first.entries[1];
     EXPECT_EQ(b.title, "Untitled Codex task");
-    EXPECT_FALSE(b.attachmentIsUserVisible);
     EXPECT_EQ(b.attachmentParentThreadID, QUuid::fromString(threadA));
-    const CodexDesktopCatalogEntry &c = first.entries[2];
-    EXPECT_EQ(c.parentThreadID, QUuid::fromString(threadA));
+    EXPECT_EQ(first.entries[2].parentThreadID, QUuid::fromString(threadA));
     // No profile id: the thread's own; unknown shapes and colours: the plainest dot.
-    ASSERT_TRUE(c.dot);
-    EXPECT_EQ(c.dot->key, CodexDesktopCatalog::dotKey(threadC.toLower()));
-    EXPECT_EQ(c.dot->appearance, RackDotAppearance{});
+    EXPECT_EQ(first.entries[2].dot,
+              (CodexDesktopDot{CodexDesktopCatalog::dotKey(threadC.toLower()), "", {}}));
     EXPECT_EQ(first.dots.size(), 2);
 
-    // Same user again: same hash, no scope change; another user: changed, once.
-    write(document({{"revision", "r8"}}));
-    EXPECT_FALSE(catalog.read().scopeChangedSincePreviousRead);
-    write(document({}, "user-2"));
-    const CodexDesktopCatalogSnapshot other = catalog.read();
-    EXPECT_TRUE(other.scopeChangedSincePreviousRead);
-    EXPECT_NE(other.scope.accountUserHash, first.scope.accountUserHash);
-    EXPECT_FALSE(catalog.read().scopeChangedSincePreviousRead);
-}
-
-TEST(CatalogReuseTest, UnchangedFileIsNotReadAgain)
-{
-    taskrack::testing::VirtualFileSystem files;
-    files.addFile("/home/.codex/" + CodexDesktopCatalog::fileName, document());
-    CodexDesktopCatalog catalog(files, "/home/.codex");
-    const CodexDesktopCatalogSnapshot first = catalog.read();
+    // Unchanged: nothing is read again.
     const qint64 bytes = files.bytesRead();
     EXPECT_EQ(catalog.read(), first);
     EXPECT_EQ(files.bytesRead(), bytes);
-    files.append("/home/.codex/" + CodexDesktopCatalog::fileName, " ");
-    catalog.read();
+    // Same user again: no scope change; another user: changed, once.
+    files.addFile(path, document({{"revision", "r8"}}));
+    EXPECT_FALSE(catalog.read().scopeChangedSincePreviousRead);
+    files.addFile(path, document({}, "user-2"));
+    EXPECT_TRUE(catalog.read().scopeChangedSincePreviousRead);
+    files.append(path, " ");
+    EXPECT_FALSE(catalog.read().scopeChangedSincePreviousRead);
     EXPECT_GT(files.bytesRead(), bytes);
 }
 
