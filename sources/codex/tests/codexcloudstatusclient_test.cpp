@@ -310,23 +310,16 @@ TEST_F(CloudClientTest, NoConnectionWithoutUsableCredentials)
                R"(.s"}})";
     };
     const QByteArray exp59 = "{\"exp\":" + QByteArray::number(now.toSecsSinceEpoch() + 59) + "}";
-    const struct
-    {
-        const char *name;
-        QByteArray file;
-        const char *category;
-    } cases[] = {
-        {"expiresIn59s", auth(exp59), "credentials-expired"},
-        {"apiKeyLogin", R"({"OPENAI_API_KEY":"sk","tokens":null})", "credentials-unavailable"},
-        {"noExp", auth("{}"), "credentials-unavailable"},
-        {"unsafeToken", R"({"tokens":{"access_token":"a b.c.d"}})", "credentials-unavailable"},
-        {"oversized", QByteArray(CodexCloudCredentialsReader::maxBytes + 1, ' '),
-         "credentials-unavailable"},
+    const std::pair<QByteArray, const char *> cases[] = {
+        {auth(exp59), "credentials-expired"},
+        {R"({"OPENAI_API_KEY":"sk","tokens":null})", "credentials-unavailable"}, // an API key
+        {auth("{}"), "credentials-unavailable"},
+        {R"({"tokens":{"access_token":"a b.c.d"}})", "credentials-unavailable"},
+        {QByteArray(CodexCloudCredentialsReader::maxBytes + 1, ' '), "credentials-unavailable"},
     };
     for (const auto &c : cases) {
-        auto listing =
-            client(cloud.url(), [&] { return CodexCloudCredentialsReader::decode(c.file, now); });
-        EXPECT_EQ(listAndCategory(*listing), c.category) << c.name;
+        const auto read = [&] { return CodexCloudCredentialsReader::decode(c.first, now); };
+        EXPECT_EQ(listAndCategory(*client(cloud.url(), read)), c.second) << c.first.left(40).data();
     }
     EXPECT_EQ(cloud.connections, 0);
     EXPECT_FALSE(CodexCloudCredentialsReader::decode(auth(exp59), now.addSecs(-2)).accountID);

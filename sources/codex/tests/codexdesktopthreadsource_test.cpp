@@ -81,12 +81,9 @@ TEST(CodexDesktopThreadSourceTest, Projection)
         const ThreadCollection cached =
             CodexDesktopThreadSource::project(snapshot, {}, {state, cloud.observations}, 2);
         ASSERT_EQ(cached.threads.size(), 2);
-        EXPECT_FALSE(cached.threads[0].hasLiveCloudStatus);
         EXPECT_EQ(cached.threads[0].status, RackStatus::recent);
         ASSERT_EQ(cached.sourceFailures.size(), 1);
-        EXPECT_EQ(cached.sourceFailures[0].sourceName, "Codex desktop status");
         EXPECT_EQ(cached.sourceFailures[0].isExpectedLimitation, state != State::failing);
-        EXPECT_TRUE(cached.sourceDescription.startsWith("Codex desktop cache (status unavailable"));
     }
 }
 
