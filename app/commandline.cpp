@@ -22,6 +22,8 @@ QString CommandLine::usage()
         "  input-trace               show global key events as they happen (X11)\n"
         "  shortcuts [set ACTION KEYS | reset [ACTION]]\n"
         "                            list or change the keyboard shortcuts\n"
+        "  cloud-status [on|off|status]\n"
+        "                            switch the Codex cloud live status\n"
         "  new --provider codex|claude [--project DIR | --scratch] [--model M]\n"
         "      [--effort E | --codex-default] [--] PROMPT|-\n"
         "                            start a task and send PROMPT (\"-\": read it from\n"
@@ -158,6 +160,7 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
                 {QStringLiteral("input-trace"), Command::inputTrace},
                 {QStringLiteral("shortcuts"), Command::shortcuts},
                 {QStringLiteral("doctor"), Command::doctor},
+                {QStringLiteral("cloud-status"), Command::cloudStatus},
             };
             auto it = commands.constFind(arg);
             if (it == commands.constEnd()) {
@@ -168,7 +171,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             commandSeen = true;
         } else if (commandSeen &&
                    (line.command == Command::hooks || line.command == Command::open ||
-                    line.command == Command::read || line.command == Command::shortcuts)) {
+                    line.command == Command::read || line.command == Command::shortcuts ||
+                    line.command == Command::cloudStatus)) {
             if ((line.command == Command::open || line.command == Command::read) &&
                 arg.size() > maximumIdLength) {
                 error = QStringLiteral("A task id has at most %1 characters; taskrack list --json "

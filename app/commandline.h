@@ -26,7 +26,8 @@ struct CommandLine
         models,
         doctor,
         dictate,
-        quickTask
+        quickTask,
+        cloudStatus
     };
     // Provider ids are UUIDs with a short prefix; anything far longer is a mistake. Other
     // arguments are at most a path.

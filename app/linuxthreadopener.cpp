@@ -18,6 +18,9 @@ QCoro::Task<void> LinuxThreadOpener::open(RackThread thread)
         co_await m_deepLinks.open(thread);
         co_return;
     }
+    // A cloud task of the desktop app exists only there: `codex resume` would not find it.
+    if (thread.codexDesktopIdentity)
+        throw ThreadOpeningError(ThreadOpeningError::Kind::noHandler, thread.provider);
     co_await m_terminal.open(thread);
 }
 

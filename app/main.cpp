@@ -1,3 +1,4 @@
+#include "app/cloudstatuscommand.h"
 #include "app/commandline.h"
 #include "app/democommand.h"
 #include "app/doctorcommand.h"
@@ -129,6 +130,16 @@ QCoro::Task<int> dispatch(const CommandLine &line, TerminationSignals &terminati
             return runShortcutsCommand(line.arguments, line.json, preferences, out, err);
         });
         if (!line.arguments.isEmpty())
+            TaskrackBusService::callRunningCopy(QStringLiteral("PreferencesChanged"));
+        co_return exitCode;
+    }
+    case CommandLine::Command::cloudStatus: {
+        SettingsPreferences preferences;
+        bool changed = false;
+        const int exitCode = printedSafely([&](QTextStream &out, QTextStream &err) {
+            return runCloudStatusCommand(line.arguments, preferences, out, err, changed);
+        });
+        if (changed)
             TaskrackBusService::callRunningCopy(QStringLiteral("PreferencesChanged"));
         co_return exitCode;
     }

@@ -94,7 +94,11 @@ QCoro::Task<int> runListCommand(CommandLine line, TerminationSignals &terminatio
 {
     CommandSession session(line, termination);
     int exitCode = 0;
-    if (co_await session.refresh()) {
+    bool refreshed = co_await session.refresh();
+    // The cloud's answer to this very fetch is worth a second look.
+    if (refreshed && co_await session.runtime().settle())
+        refreshed = co_await session.refresh();
+    if (refreshed) {
         RackStore &store = session.store();
         writeOut(render(store, line.json, false) + (line.json ? QStringLiteral("\n") : QString()));
         exitCode = store.dataState() == RackDataState::failed ? 1 : 0;

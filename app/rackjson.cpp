@@ -1,5 +1,6 @@
 #include "app/rackjson.h"
 
+#include "core/clock.h"
 #include "core/rackstore.h"
 
 #include <QJsonArray>
@@ -102,6 +103,8 @@ QJsonObject threadToJson(const RackThread &thread)
              ? QJsonValue(QJsonObject{{"accountScope", thread.codexDesktopIdentity->accountScope}})
              : QJsonValue(QJsonValue::Null)},
         {"recordedTurnObservation", observationToJson(thread.recordedTurnObservation)},
+        // Computed now: a recorded turn runs out with the uptime.
+        {"recordedTurnLabel", thread.recordedTurnLabel(SystemClock::shared().uptime())},
         {"hasLiveCloudStatus", thread.hasLiveCloudStatus},
         {"title", thread.title},
         {"preview", thread.preview},

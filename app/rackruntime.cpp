@@ -223,6 +223,18 @@ void RackRuntime::preferencesChanged()
 {
     for (const auto &feed : m_assembly.eventFeeds)
         feed->refresh();
+    for (const auto &source : m_assembly.sources)
+        source->preferencesChanged();
+}
+
+QCoro::Task<bool> RackRuntime::settle()
+{
+    bool waited = false;
+    for (const auto &source : m_assembly.sources) {
+        auto settling = source->settle();
+        waited = co_await settling || waited;
+    }
+    co_return waited;
 }
 
 void RackRuntime::reconcileLocal()

@@ -72,6 +72,8 @@ public:
     QCoro::Task<void> handleWake();
     // Another process changed what the sources read from the preferences.
     void preferencesChanged();
+    // Waits for outside work that the last fetch started; true when a fetch again may show more.
+    QCoro::Task<bool> settle();
     // A local pass over every source and a refresh soon: the menu's Refresh.
     void reconcileLocal();
 

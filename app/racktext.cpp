@@ -1,5 +1,6 @@
 #include "app/racktext.h"
 
+#include "core/clock.h"
 #include "core/rackstore.h"
 
 #include <QSet>
@@ -34,9 +35,12 @@ QString shortAge(const QDateTime &then, const QDateTime &now)
 
 QString threadLine(const RackThread &thread, const QDateTime &now)
 {
+    // A recorded turn says what it knows beside the title, computed as it is shown.
+    const QString recorded = thread.recordedTurnLabel(SystemClock::shared().uptime());
     return fit(thread.shortLabel(), 9) + fit(displayName(thread.provider), 8) +
            fit(thread.projectIdentity.name, 20) + fit(shortAge(thread.recencyAt, now), 6) +
-           thread.title.simplified();
+           thread.title.simplified() +
+           (recorded.isEmpty() ? QString() : QStringLiteral(" (") + recorded + QLatin1Char(')'));
 }
 
 QString watchChanges(const QHash<QString, RackThread> &before, const RackStore &store,

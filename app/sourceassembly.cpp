@@ -3,13 +3,15 @@
 #include <QCoreApplication>
 
 #include "app/claudehookwiring.h"
-#include "platform/linux/inotifyfilewatch.h"
 #include "app/codexhookwiring.h"
+#include "platform/linux/inotifyfilewatch.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/pidfdprocessexitwatch.h"
 #include "sources/claude/claudedesktopthreadsource.h"
 #include "sources/codex/codexappserverclient.h"
 #include "sources/codex/codexappserverthreadsource.h"
+#include "sources/codex/codexcloudstatuswiring.h"
+#include "sources/codex/codexdesktopthreadsource.h"
 #include "sources/codex/codexthreadrepository.h"
 #include "sources/codex/sqlitethreadsource.h"
 
@@ -30,7 +32,8 @@ std::unique_ptr<FileWatch> inotifyWatch()
 // identities look for the user's home (empty: the real one).
 std::shared_ptr<CodexThreadRepository> assembleCodex(const QString &codexHome,
                                                      const QString &homeDir, Clock &clock,
-                                                     const FileSystem &fileSystem)
+                                                     const FileSystem &fileSystem,
+                                                     Preferences &preferences)
 {
     CodexAppServerOptions options;
     options.clock = &clock;
@@ -49,6 +52,13 @@ std::shared_ptr<CodexThreadRepository> assembleCodex(const QString &codexHome,
     parts.databaseFiles = {database, database + QStringLiteral("-wal")};
     parts.clock = &clock;
     parts.livePatience = CodexThreadRepository::defaultLivePatience;
+    // The desktop app's cached cloud tasks; the cloud itself is asked only once a catalog exists.
+    parts.cloudStatus = makeCodexCloudStatusProvider(codexHome, fileSystem, clock, preferences);
+    auto desktop =
+        CodexDesktopThreadSource::forCodexHome(codexHome, fileSystem, clock, parts.cloudStatus);
+    parts.desktopFiles = desktop->files();
+    parts.desktopStatusInvalidations = desktop->statusInvalidations();
+    parts.desktopSource = desktop;
     return CodexThreadRepository::create(std::move(parts));
 }
 
@@ -75,7 +85,7 @@ SourceAssembly SourceAssembly::build(const ProviderPaths &paths, Preferences &pr
     // Stateless, and shared by every source and by work that may outlive the assembly.
     static LinuxFileSystem fileSystem;
     SourceAssembly assembly;
-    auto codex = assembleCodex(paths.codexHome, paths.home, clock, fileSystem);
+    auto codex = assembleCodex(paths.codexHome, paths.home, clock, fileSystem, preferences);
     assembly.sources.push_back(codex);
     // Codex's hooks, when the person enabled them, say at once when a task needs input.
     assembly.eventFeeds.push_back(std::make_shared<CodexHookWiring>(

@@ -32,6 +32,11 @@ public:
     virtual QCoro::Task<void> wake() = 0;
     // A local pass now, as after a missed watcher event.
     virtual void reconcileLocal() = 0;
+    // The person may have changed, from another process, a setting the source reads.
+    virtual void preferencesChanged() {}
+    // Waits briefly for outside work the last fetch started (a cloud poll); true when a fetch
+    // again may show more.
+    virtual QCoro::Task<bool> settle() { co_return false; }
     // Final: stops the watchers, ends the channels and waits for child processes to go.
     virtual QCoro::Task<void> shutdown() = 0;
 };

@@ -127,6 +127,27 @@ QString RackThread::accessibilityLabel() const
     return taskrack::accessibilityLabel(status);
 }
 
+QString RackThread::recordedTurnLabel(double uptime) const
+{
+    if (!isRecordedWithoutLiveStatus() || !recordedTurnObservation)
+        return {};
+    if (uptime >= recordedTurnObservation->expiresAtUptime)
+        return QStringLiteral("Recorded: Unknown (expired)");
+    switch (recordedTurnObservation->status) {
+    case RackRecordedTurnStatus::inProgress:
+        return QStringLiteral("Recorded: In progress");
+    case RackRecordedTurnStatus::completed:
+        return QStringLiteral("Recorded: Completed");
+    case RackRecordedTurnStatus::interrupted:
+        return QStringLiteral("Recorded: Interrupted");
+    case RackRecordedTurnStatus::failed:
+        return QStringLiteral("Recorded: Failed");
+    case RackRecordedTurnStatus::unknown:
+        break;
+    }
+    return QStringLiteral("Recorded: Unknown");
+}
+
 ThreadOpeningError::ThreadOpeningError(Kind kind, RackProvider provider)
     : TaskrackError(kind == Kind::invalidIdentifier
                         ? displayName(provider) +

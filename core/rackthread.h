@@ -83,6 +83,10 @@ struct RackThread
     QString searchText() const;
     QString shortLabel() const;
     QString accessibilityLabel() const;
+    // The recorded turn of a desktop thread without live status, "Recorded: In progress" and
+    // the like, or "Recorded: Unknown (expired)" once its short life has passed; empty otherwise.
+    // Computed when shown: whether it expired depends on the uptime of that moment.
+    QString recordedTurnLabel(double uptime) const;
 
 private:
     bool isRecordedWithoutLiveStatus() const;

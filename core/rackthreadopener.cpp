@@ -98,7 +98,11 @@ QUrl claudeDeepLink(const RackThread &thread)
 
 QUrl deepLink(const RackThread &thread)
 {
-    return thread.provider == RackProvider::codex ? codexDeepLink(thread) : claudeDeepLink(thread);
+    if (thread.provider != RackProvider::codex)
+        return claudeDeepLink(thread);
+    // A cloud task of the desktop app lives on its durable host.
+    return thread.codexDesktopIdentity ? codexDeepLink(thread, QStringLiteral("durable"))
+                                       : codexDeepLink(thread);
 }
 
 RackProviderApplicationService::RackProviderApplicationService(WorkspaceRouting &workspace,

@@ -4,6 +4,8 @@
 #include "sources/codex/codexappserverclient.h"
 #include "sources/codex/codexappservererror.h"
 #include "sources/codex/codexappserverthreadsource.h"
+#include "sources/codex/codexcloudstatuswiring.h"
+#include "sources/codex/codexdesktopthreadsource.h"
 #include "sources/codex/rolloutactivityoverlay.h"
 #include "sources/codex/sqlitethreadsource.h"
 #include "sources/codex/taskfilewatcher.h"
@@ -105,6 +107,8 @@ CodexThreadRepository::CodexThreadRepository(Parts parts) : m_parts(std::move(pa
 {
     Q_ASSERT(m_parts.liveSource && m_parts.fallbackSource && m_parts.clock);
     for (QString &path : m_parts.databaseFiles)
+        path = QFileInfo(path).absoluteFilePath();
+    for (QString &path : m_parts.desktopFiles)
         path = QFileInfo(path).absoluteFilePath();
 }
 
@@ -338,7 +342,7 @@ CodexThreadRepository::readDesktopProjection(int limit, quint64 generation, std:
     throwIfStale(generation, stop);
     // An older read that finished last must not replace a newer one.
     if (sequence <= m_completedDesktopReadSequence)
-        co_return m_latestDesktopProjection;
+        co_return std::optional<ThreadCollection>(m_latestDesktopProjection); // a copy, not a move
     m_completedDesktopReadSequence = sequence;
     if (read) {
         m_latestDesktopProjection = read;
@@ -512,7 +516,7 @@ QCoro::Task<void> CodexThreadRepository::renewWatchedFiles(quint64 generation)
     if (!weak.lock() || isStale(generation, {}) || !m_watcher)
         co_return;
     m_watchedRollouts = rollouts;
-    m_watcher->setFiles(m_parts.databaseFiles + rollouts);
+    m_watcher->setFiles(m_parts.databaseFiles + m_parts.desktopFiles + rollouts);
 }
 
 void CodexThreadRepository::start()
@@ -522,7 +526,7 @@ void CodexThreadRepository::start()
     m_started = true;
     if (m_parts.fileWatch) {
         m_watcher = std::make_unique<TaskFileWatcher>(std::move(m_parts.fileWatch), clock());
-        m_watcher->setFiles(m_parts.databaseFiles + m_watchedRollouts);
+        m_watcher->setFiles(m_parts.databaseFiles + m_parts.desktopFiles + m_watchedRollouts);
         if (!m_isSuspended)
             m_watcher->start();
         consumeFileChanges();
@@ -533,6 +537,8 @@ void CodexThreadRepository::start()
     }
     if (m_parts.safetyNetInterval.count() > 0)
         runSafetyNet();
+    if (m_parts.desktopStatusInvalidations)
+        consumeCloudStatusChanges();
     // Rollouts known from a fetch that ran before watching began.
     renewWatchedFiles(m_lifecycleGeneration);
 }
@@ -553,7 +559,11 @@ QCoro::Task<void> CodexThreadRepository::consumeFileChanges()
         int databaseFilesChanged = 0;
         for (const QString &path : std::as_const(m_parts.databaseFiles))
             databaseFilesChanged += change->paths.contains(path) ? 1 : 0;
-        const bool listChanged = change->everything || databaseFilesChanged > 0;
+        int desktopFilesChanged = 0;
+        for (const QString &path : std::as_const(m_parts.desktopFiles))
+            desktopFilesChanged += change->paths.contains(path) ? 1 : 0;
+        const bool listChanged =
+            change->everything || databaseFilesChanged > 0 || desktopFilesChanged > 0;
         qCDebug(lcCodexRepository, "Codex files changed: %d database, %d other%s",
                 databaseFilesChanged, int(change->paths.size()) - databaseFilesChanged,
                 change->everything ? ", events lost" : "");
@@ -733,6 +743,39 @@ QCoro::Task<void> CodexThreadRepository::wake()
     requestLocalRefresh();
 }
 
+QCoro::Task<void> CodexThreadRepository::consumeCloudStatusChanges()
+{
+    const std::weak_ptr<CodexThreadRepository> weak = weak_from_this();
+    const ChannelPtr<std::monostate> changes = m_parts.desktopStatusInvalidations;
+    const std::stop_token stop = m_lifetime.get_token();
+    while (true) {
+        auto next = changes->next(stop);
+        std::optional<std::monostate> change = co_await next;
+        const auto self = weak.lock();
+        if (!change || !self || m_isShutdown)
+            co_return;
+        // The cloud's view lives in the desktop projection, which a local pass reads again.
+        if (!m_isSuspended)
+            requestLocalRefresh();
+    }
+}
+
+void CodexThreadRepository::preferencesChanged()
+{
+    if (m_parts.cloudStatus && !m_isShutdown)
+        m_parts.cloudStatus->settingChanged();
+}
+
+QCoro::Task<bool> CodexThreadRepository::awaitCloudPoll(std::chrono::milliseconds patience)
+{
+    const std::shared_ptr<CodexCloudStatusProvider> cloud = m_parts.cloudStatus;
+    if (!cloud || !cloud->isPolling() || m_isShutdown)
+        co_return false;
+    auto waiting = cloud->awaitPoll(clock(), patience);
+    co_await waiting;
+    co_return true;
+}
+
 QCoro::Task<void> CodexThreadRepository::suspend()
 {
     if (m_isSuspended || m_isShutdown)
@@ -744,6 +787,9 @@ QCoro::Task<void> CodexThreadRepository::suspend()
     m_needsLocalRefresh = false;
     if (m_watcher)
         m_watcher->stop();
+    // No socket stays open across a sleep.
+    if (const std::shared_ptr<CodexCloudStatusProvider> cloud = m_parts.cloudStatus)
+        co_await cloud->disconnect();
     if (const std::shared_ptr<CodexAppServerThreadSource> appServer = m_parts.appServerSource)
         co_await appServer->suspend();
 }
@@ -754,6 +800,9 @@ void CodexThreadRepository::resume()
         return;
     ++m_lifecycleGeneration;
     m_isSuspended = false;
+    // Reads of the desktop files that began before the sleep are dropped there too.
+    if (auto desktop = std::dynamic_pointer_cast<CodexDesktopThreadSource>(m_parts.desktopSource))
+        desktop->resume();
     if (m_parts.appServerSource)
         m_parts.appServerSource->resume();
     if (m_watcher) {
@@ -778,6 +827,8 @@ QCoro::Task<void> CodexThreadRepository::shutdown()
         m_statusUpdates->finish();
         m_invalidations->finish();
     }
+    if (const std::shared_ptr<CodexCloudStatusProvider> cloud = m_parts.cloudStatus)
+        co_await cloud->disconnect();
     // Idempotent on its side: a second call waits for the first.
     if (appServer)
         co_await appServer->shutdown();

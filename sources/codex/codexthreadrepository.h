@@ -30,6 +30,8 @@
 namespace taskrack {
 
 class CodexAppServerThreadSource;
+class CodexCloudStatusProvider;
+class Preferences;
 class TaskFileWatcher;
 
 class CodexThreadRepositoryError : public TaskrackError
@@ -83,6 +85,12 @@ public:
         std::unique_ptr<FileWatch> fileWatch;
         // The state database and its write-ahead log.
         QStringList databaseFiles;
+        // The desktop catalog's files: a change refreshes the local picture and the list.
+        QStringList desktopFiles;
+        // "The cloud's view changed": turned into local refreshes.
+        ChannelPtr<std::monostate> desktopStatusInvalidations;
+        // Closed at suspend and shutdown, told when the setting changes.
+        std::shared_ptr<CodexCloudStatusProvider> cloudStatus;
         Clock *clock = nullptr;
         // The periodic local pass in case a watcher misses an event; zero turns it off.
         std::chrono::milliseconds safetyNetInterval = defaultSafetyNetInterval;
@@ -121,6 +129,13 @@ public:
 
     // Asks for a local refresh: one runs at a time, with at most one queued behind it.
     void requestLocalRefresh();
+    // The person may have switched the cloud status: acts at once.
+    void preferencesChanged() override;
+    // A one-off listing waits this long for the cloud poll its own fetch started.
+    QCoro::Task<bool> settle() override { return awaitCloudPoll(std::chrono::seconds(5)); }
+    // Waits (at most `patience`) for a cloud poll that a fetch started, and says whether there
+    // was one: a one-off listing then fetches again to show its answer.
+    QCoro::Task<bool> awaitCloudPoll(std::chrono::milliseconds patience);
 
     // A Codex hook event, heard now. Its status reaches the store at once and stands in every
     // later snapshot until the thread's own files say something newer (or it grows old).
@@ -155,6 +170,7 @@ private:
     QCoro::Task<void> passOnStatusUpdates();
     QCoro::Task<void> passOnInvalidations();
     QCoro::Task<void> runSafetyNet();
+    QCoro::Task<void> consumeCloudStatusChanges();
     void foldIntoLiveCollection(const CodexStatusUpdate &update);
     void foldHookStatuses(ThreadCollection &collection);
     bool knowsThread(const QString &providerThreadID) const;
