@@ -21,7 +21,18 @@ QuickTaskAssembly::QuickTaskAssembly(Options options)
                     ? QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-launch")
                     : m_options.helperPath,
                 m_options.runtimeDirectory.isEmpty() ? qEnvironmentVariable("XDG_RUNTIME_DIR")
-                                                     : m_options.runtimeDirectory)
+                                                     : m_options.runtimeDirectory),
+      m_starter({.makeClient =
+                     [this] {
+                         CodexAppServerClient::Options options;
+                         options.fileSystem = &m_fileSystem;
+                         return std::make_unique<CodexAppServerClient>(options);
+                     },
+                 // A staged thread is only worth its child where a genuine desktop application
+                 // opens it; none exists on Linux today.
+                 .stagingPossible =
+                     [this] { return m_applications.hasRegisteredHandler(RackProvider::codex); },
+                 .fileSystem = m_fileSystem})
 {
     setProjectPathFileSystem(&m_fileSystem);
     Preferences &preferences = m_options.preferences;
@@ -58,10 +69,17 @@ std::unique_ptr<QuickTaskStore> QuickTaskAssembly::makeStore(const RackStore &ra
         .directoryExists = {},
         .hasCodexConfiguration =
             [&preferences] { return codexConfiguration(preferences).has_value(); },
-        .warmCodexStarter = [this] { m_starter.warmSpareClient(); },
+        .warmCodexStarter = [this] { m_starter.warm(); },
     });
     store->projectGroups = [&rack] { return rack.projectGroups(); };
     return store;
+}
+
+QCoro::Task<void> QuickTaskAssembly::shutdown()
+{
+    m_submitter.cancel();
+    auto stopping = m_starter.shutdown();
+    co_await stopping;
 }
 
 QString QuickTaskAssembly::defaultScratchDirectory()

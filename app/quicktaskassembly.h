@@ -9,6 +9,7 @@
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/linuxterminallauncher.h"
 #include "platform/linux/xdgworkspacerouting.h"
+#include "quicktask/quicktaskcodexappserverstarter.h"
 #include "quicktask/quicktaskcodexcatalog.h"
 #include "quicktask/quicktaskcreationservice.h"
 #include "quicktask/quicktasklaunchhandoff.h"
@@ -50,6 +51,8 @@ public:
     static std::optional<QString> locateCommand(RackProvider provider);
     // All pages of the installed Codex's model list, from a short-lived app-server.
     static QCoro::Task<QJsonArray> loadCodexModels();
+    // At the application's stop: no app-server child of a staging outlives it.
+    QCoro::Task<void> shutdown();
 
 private:
     Options m_options;
@@ -59,7 +62,7 @@ private:
     RackProviderApplicationService m_applications{m_workspace};
     LinuxTerminalLauncher m_launcher;
     QuickTaskLaunchHandoff m_handoff;
-    QuickTaskUnavailableCodexStarter m_starter;
+    QuickTaskCodexAppServerStarter m_starter;
     QuickTaskPrefillOnlyAutoSubmitter m_submitter;
     std::unique_ptr<QuickTaskCreationService> m_service;
 };
