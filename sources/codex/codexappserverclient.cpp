@@ -201,9 +201,8 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
     auto *transport = new CodexAppServerTransport(
         std::move(transportOptions),
         {.line = [this, identifier](const QByteArray &line) { onLine(identifier, line); },
-         .failed = [this, identifier](const CodexAppServerError &error) {
-             failConnection(error, identifier);
-         }},
+         .failed = [this, identifier](
+                       const CodexAppServerError &error) { failConnection(error, identifier); }},
         this);
     if (m_connection)
         tearDown(disconnectedError());

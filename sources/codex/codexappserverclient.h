@@ -31,7 +31,6 @@
 #include <stop_token>
 #include <variant>
 
-
 namespace taskrack {
 
 namespace detail {
