@@ -2,6 +2,7 @@
 
 #include "core/rackstore.h"
 #include "platform/preferences.h"
+#include "quicktask/quicktaskcodexrolloutverifier.h"
 #include "sources/codex/codexappserverclient.h"
 
 #include <QCoreApplication>
@@ -32,7 +33,25 @@ QuickTaskAssembly::QuickTaskAssembly(Options options)
                  // opens it; none exists on Linux today.
                  .stagingPossible =
                      [this] { return m_applications.hasRegisteredHandler(RackProvider::codex); },
-                 .fileSystem = m_fileSystem})
+                 .fileSystem = m_fileSystem}),
+      m_paths(ProviderPaths::resolve(m_options.homeOverride)),
+      m_submitter({.reader = m_composerReader,
+                   .keyPoster = m_keyPoster,
+                   .workspace = m_workspace,
+                   .clock = SystemClock::shared(),
+                   .settingsUpdater =
+                       std::make_shared<CodexDesktopIPCClient>(CodexDesktopIPCClient::Options{
+                           .socketPath = CodexDesktopIPCClient::socketPathUnder(m_paths.home),
+                           .timeoutMilliseconds = 2000,
+                           .effectiveUser = {},
+                           .peerUser = {}}),
+                   .rolloutMatches =
+                       [this](const QuickTaskCodexSubmissionContext &context) {
+                           return quickTaskCodexRolloutMatches(m_fileSystem, m_paths.codexHome,
+                                                               context);
+                       },
+                   .pollInterval = std::chrono::milliseconds(250),
+                   .submissionTimeout = std::chrono::milliseconds(30000)})
 {
     setProjectPathFileSystem(&m_fileSystem);
     Preferences &preferences = m_options.preferences;

@@ -5,10 +5,14 @@
 // composer's store over the rack's projects. The application builds one for its panel; `taskrack
 // new` builds one that always sends and needs no clipboard.
 
+#include "app/providerpaths.h"
 #include "core/rackthreadopener.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/linuxterminallauncher.h"
+#include "platform/linux/unavailablefocusedcomposerreader.h"
+#include "platform/linux/unavailableprocesskeyposter.h"
 #include "platform/linux/xdgworkspacerouting.h"
+#include "quicktask/quicktaskautosubmitservice.h"
 #include "quicktask/quicktaskcodexappserverstarter.h"
 #include "quicktask/quicktaskcodexcatalog.h"
 #include "quicktask/quicktaskcreationservice.h"
@@ -35,6 +39,8 @@ public:
         QString helperPath;
         QString runtimeDirectory;
         QString scratchDirectory;
+        // Where the provider files are looked for (--home); empty: the user's home.
+        QString homeOverride = {};
     };
 
     explicit QuickTaskAssembly(Options options);
@@ -63,7 +69,10 @@ private:
     LinuxTerminalLauncher m_launcher;
     QuickTaskLaunchHandoff m_handoff;
     QuickTaskCodexAppServerStarter m_starter;
-    QuickTaskPrefillOnlyAutoSubmitter m_submitter;
+    ProviderPaths m_paths;
+    UnavailableFocusedComposerReader m_composerReader;
+    UnavailableProcessKeyPoster m_keyPoster;
+    QuickTaskAutoSubmitService m_submitter;
     std::unique_ptr<QuickTaskCreationService> m_service;
 };
 

@@ -193,7 +193,8 @@ QCoro::Task<int> runNewTaskCommand(QStringList args)
                                 .codexConfiguration = configuration,
                                 .helperPath = {},
                                 .runtimeDirectory = {},
-                                .scratchDirectory = {}});
+                                .scratchDirectory = {},
+                                .homeOverride = {}});
     QuickTaskCreationService &service = assembly.creationService();
     const QString folder = parsed->scratch   ? service.scratchDirectory()
                            : parsed->project ? QDir::current().absoluteFilePath(*parsed->project)
