@@ -1,9 +1,18 @@
+#include "platform/linux/linuxfilesystem.h"
 #include "quicktask/codexdesktopipcclient.h"
+#include "quicktask/quicktaskautosubmitservice.h"
+#include "quicktask/quicktaskcodexappserverstarter.h"
+#include "quicktask/quicktaskcodexrolloutverifier.h"
+#include "sources/codex/codexappserverclient.h"
+#include "testing/realcodex.h"
+#include "testing/testsupport.h"
 
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QMutex>
 #include <QTemporaryDir>
 #include <QUuid>
 #include <gtest/gtest.h>
@@ -81,6 +90,7 @@ public:
         const QByteArray bytes = QFile::encodeName(path);
         std::memcpy(address.sun_path, bytes.constData(), size_t(bytes.size()));
         ::bind(m_listener, reinterpret_cast<sockaddr *>(&address), sizeof(address));
+        m_path = bytes;
         ::chmod(bytes.constData(), 0600);
         ::listen(m_listener, 1);
         m_thread = std::thread([this, behaviour] {
@@ -96,10 +106,12 @@ public:
         ::shutdown(m_listener, SHUT_RDWR);
         m_thread.join();
         ::close(m_listener);
+        ::unlink(m_path.constData());
     }
 
 private:
     int m_listener = -1;
+    QByteArray m_path;
     std::thread m_thread;
 };
 
@@ -359,6 +371,178 @@ TEST(CodexDesktopIPCResponseTest, ErrorAnswersAreClassified)
             EXPECT_EQ(error.kind(), row.kind) << body.toStdString();
         }
     }
+}
+
+struct Composer : FocusedComposerReader, ProcessKeyPoster
+{
+    QString value;
+    QList<qint64> posted;
+    bool isTrusted() const override { return true; }
+    bool requestTrust() override { return true; }
+    bool openSettings() override { return false; }
+    QString settingsError() const override { return {}; }
+    std::optional<FrontmostApplication> frontmostApplication() const override
+    {
+        return FrontmostApplication{"com.openai.codex", "codex.desktop", 777};
+    }
+    bool prepare(qint64) override { return true; }
+    std::optional<FocusedElement> focusedElement(qint64) const override
+    {
+        return FocusedElement{"AXTextArea", value, true};
+    }
+    bool postReturn(qint64 pid) override
+    {
+        posted << pid;
+        return true;
+    }
+};
+
+struct TrustingWorkspace : WorkspaceRouting
+{
+    std::optional<QString> applicationForURL(const QUrl &) const override { return {}; }
+    std::optional<QString> findApplication(const QStringList &, const QStringList &) const override
+    {
+        return {};
+    }
+    std::optional<QString> applicationIdentifier(const QString &) const override { return {}; }
+    bool isTrusted(const QString &, const QString &) const override { return true; }
+    QCoro::Task<OpenOutcome> open(QUrl, QString) override { co_return OpenOutcome::opened; }
+    QCoro::Task<bool> activate(QString) override { co_return true; }
+};
+
+QStringList &endToEndLog()
+{
+    static QStringList lines;
+    return lines;
+}
+
+// Stages on the real app-server; the desktop stand-in takes the settings and, as the desktop
+// application does when it opens the thread, starts a turn with the settings it was handed, which
+// makes the real Codex write them to the rollout. Return follows only when they are the staged
+// ones.
+TEST(QuickTaskCodexEndToEndTest, SendsOnceWhenTheRealRolloutShowsTheStagedSettings)
+{
+    taskrack::testing::RealCodex codex;
+    QString why;
+    const auto outcome = codex.start(why);
+    if (outcome == taskrack::testing::RealCodex::Outcome::unavailable &&
+        !qEnvironmentVariableIsSet("CI"))
+        GTEST_SKIP() << why.toStdString();
+    ASSERT_EQ(outcome, taskrack::testing::RealCodex::Outcome::ready) << why.toStdString();
+    const QString project = codex.root + "/project";
+    QDir().mkpath(project);
+    const QString socketFolder = codex.home + "/.codex/ipc";
+    QDir().mkpath(socketFolder);
+    ::chmod(QFile::encodeName(socketFolder).constData(), 0700);
+    ::chmod(QFile::encodeName(codex.home + "/.codex").constData(), 0700);
+
+    LinuxFileSystem fileSystem;
+    const auto makeClient = [&] {
+        CodexAppServerClient::Options options;
+        options.binaryLocator.candidates = {codex.codex};
+        options.fileSystem = &fileSystem;
+        return std::make_unique<CodexAppServerClient>(options);
+    };
+    QuickTaskCodexAppServerStarter starter({.makeClient = makeClient,
+                                            .stagingPossible = [] { return true; },
+                                            .fileSystem = fileSystem});
+    const QtMessageHandler previous =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &message) {
+            endToEndLog() << message;
+        });
+    QLoggingCategory::setFilterRules("com.quillon.Taskrack.*.info=true");
+
+    for (const QString applied : {"gpt-5.5", "gpt-6.1-sol"}) {
+        const QString prompt = "SCENARIO:text ship it " + applied;
+        const QuickTaskCodexSubmissionContext context = taskrack::testing::await(
+            starter.stage(prompt, project, {"gpt-6.1-sol", "high"}), 60000);
+        QMutex mutex;
+        QJsonObject handed;
+        FakeDesktop desktop(CodexDesktopIPCClient::socketPathUnder(codex.home), [&](int fd) {
+            const QJsonObject hello = readFrame(fd);
+            writeBytes(fd, answer(hello, {{"clientId", "desktop"}}));
+            const QJsonObject update = readFrame(fd);
+            QMutexLocker lock(&mutex);
+            handed = update.value("params").toObject();
+            writeBytes(fd, answer(update, {{"applied", true}}));
+        });
+        Composer composer;
+        composer.value = prompt + "\n";
+        TrustingWorkspace workspace;
+        QuickTaskAutoSubmitService service(
+            {.reader = composer,
+             .keyPoster = composer,
+             .workspace = workspace,
+             .clock = SystemClock::shared(),
+             .settingsUpdater =
+                 std::make_shared<CodexDesktopIPCClient>(CodexDesktopIPCClient::Options{
+                     .socketPath = CodexDesktopIPCClient::socketPathUnder(codex.home),
+                     .timeoutMilliseconds = 2000,
+                     .effectiveUser = {},
+                     .peerUser = {}}),
+             .rolloutMatches =
+                 [&](const QuickTaskCodexSubmissionContext &c) {
+                     return quickTaskCodexRolloutMatches(fileSystem, codex.codexHome, c);
+                 },
+             .pollInterval = std::chrono::milliseconds(250),
+             .submissionTimeout = std::chrono::milliseconds(60000)});
+        taskrack::testing::awaitVoid(service.submit(prompt, RackProvider::codex, context, true));
+        ASSERT_TRUE(taskrack::testing::waitUntil(
+            [&] {
+                QMutexLocker lock(&mutex);
+                return !handed.isEmpty();
+            },
+            30000))
+            << endToEndLog().join('|').toStdString();
+        {
+            QMutexLocker lock(&mutex);
+            EXPECT_EQ(handed.value("threadSettings").toObject().value("model"), "gpt-6.1-sol");
+        }
+        // The desktop application opens the thread with what it holds: here, `applied`.
+        auto desktopCodex = makeClient();
+        taskrack::testing::await(
+            desktopCodex->performRequest("thread/resume", {{"threadId", context.threadIdentifier}},
+                                         std::chrono::seconds(60)),
+            60000);
+        taskrack::testing::await(
+            desktopCodex->performRequest(
+                "turn/start",
+                {{"threadId", context.threadIdentifier},
+                 {"input", QJsonArray{QJsonObject{{"type", "text"}, {"text", "SCENARIO:text go"}}}},
+                 {"model", applied},
+                 {"effort", "high"}},
+                std::chrono::seconds(60)),
+            60000);
+        if (applied == "gpt-6.1-sol") {
+            EXPECT_TRUE(
+                taskrack::testing::waitUntil([&] { return !composer.posted.isEmpty(); }, 60000));
+            EXPECT_EQ(composer.posted, QList<qint64>{777});
+        } else {
+            // The rollout now holds the other model: however long it polls, nothing is sent.
+            EXPECT_TRUE(taskrack::testing::waitUntil(
+                [&] {
+                    return quickTaskCodexRolloutMatches(fileSystem, codex.codexHome,
+                                                        {context.threadIdentifier,
+                                                         context.rolloutPath,
+                                                         context.rolloutOffset,
+                                                         project,
+                                                         {"gpt-5.5", "high"}});
+                },
+                60000));
+            service.cancel();
+            taskrack::testing::drainEvents();
+            EXPECT_EQ(composer.posted, QList<qint64>{});
+        }
+        taskrack::testing::await(desktopCodex->shutdown(), 30000);
+        starter.release(context);
+        const QString logText = endToEndLog().join('\n');
+        EXPECT_FALSE(logText.contains("ship it")) << "the prompt reached the log";
+        EXPECT_FALSE(logText.contains(context.threadIdentifier)) << "a thread id reached the log";
+        EXPECT_FALSE(logText.contains(codex.root)) << "a path reached the log";
+    }
+    qInstallMessageHandler(previous);
+    QLoggingCategory::setFilterRules("com.quillon.Taskrack.*.info=false");
+    taskrack::testing::awaitVoid(starter.shutdown(), 30000);
 }
 
 } // namespace
