@@ -4,6 +4,7 @@
 #include "quicktask/quicktaskcodexappserverstarter.h"
 #include "quicktask/quicktaskcodexrolloutverifier.h"
 #include "sources/codex/codexappserverclient.h"
+#include "testing/fakeworkspacerouting.h"
 #include "testing/realcodex.h"
 #include "testing/testsupport.h"
 
@@ -397,19 +398,6 @@ struct Composer : FocusedComposerReader, ProcessKeyPoster
     }
 };
 
-struct TrustingWorkspace : WorkspaceRouting
-{
-    std::optional<QString> applicationForURL(const QUrl &) const override { return {}; }
-    std::optional<QString> findApplication(const QStringList &, const QStringList &) const override
-    {
-        return {};
-    }
-    std::optional<QString> applicationIdentifier(const QString &) const override { return {}; }
-    bool isTrusted(const QString &, const QString &) const override { return true; }
-    QCoro::Task<OpenOutcome> open(QUrl, QString) override { co_return OpenOutcome::opened; }
-    QCoro::Task<bool> activate(QString) override { co_return true; }
-};
-
 QStringList &endToEndLog()
 {
     static QStringList lines;
@@ -468,7 +456,7 @@ TEST(QuickTaskCodexEndToEndTest, SendsOnceWhenTheRealRolloutShowsTheStagedSettin
         });
         Composer composer;
         composer.value = prompt + "\n";
-        TrustingWorkspace workspace;
+        taskrack::testing::FakeWorkspaceRouting workspace;
         QuickTaskAutoSubmitService service(
             {.reader = composer,
              .keyPoster = composer,
@@ -543,6 +531,12 @@ TEST(QuickTaskCodexEndToEndTest, SendsOnceWhenTheRealRolloutShowsTheStagedSettin
     qInstallMessageHandler(previous);
     QLoggingCategory::setFilterRules("com.quillon.Taskrack.*.info=false");
     taskrack::testing::awaitVoid(starter.shutdown(), 30000);
+    // Released threads are gone from Codex's history.
+    EXPECT_TRUE(taskrack::testing::waitUntil([&] {
+        return QDir(codex.codexHome + "/sessions")
+            .entryList({"*.jsonl"}, QDir::Files | QDir::NoDotAndDotDot)
+            .isEmpty();
+    }));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "quicktask/quicktaskautosubmitservice.h"
 #include "testing/fakeclock.h"
+#include "testing/fakeworkspacerouting.h"
 #include "testing/testsupport.h"
 
 #include <QLoggingCategory>
@@ -53,23 +54,6 @@ struct FakePoster : ProcessKeyPoster
     }
 };
 
-struct FakeWorkspace : WorkspaceRouting
-{
-    bool trusted = true;
-    std::optional<QString> applicationForURL(const QUrl &) const override { return {}; }
-    std::optional<QString> findApplication(const QStringList &, const QStringList &) const override
-    {
-        return {};
-    }
-    std::optional<QString> applicationIdentifier(const QString &) const override { return {}; }
-    bool isTrusted(const QString &application, const QString &) const override
-    {
-        return trusted && application == "/apps/codex.desktop";
-    }
-    QCoro::Task<OpenOutcome> open(QUrl, QString) override { co_return OpenOutcome::opened; }
-    QCoro::Task<bool> activate(QString) override { co_return true; }
-};
-
 struct FakeUpdater : QuickTaskCodexDesktopSettingsUpdating
 {
     std::optional<CodexDesktopIPCError> failure;
@@ -87,8 +71,8 @@ struct FakeUpdater : QuickTaskCodexDesktopSettingsUpdating
 struct Proofs
 {
     const char *name;
-    std::function<void(FakeReader &, FakePoster &, FakeWorkspace &, FakeUpdater &, bool &matches,
-                       bool &autoSend)>
+    std::function<void(FakeReader &, FakePoster &, taskrack::testing::FakeWorkspaceRouting &,
+                       FakeUpdater &, bool &matches, bool &autoSend)>
         remove;
     const char *log;
 };
@@ -140,7 +124,7 @@ protected:
     QtMessageHandler previous = nullptr;
     FakeReader reader;
     FakePoster poster;
-    FakeWorkspace workspace;
+    taskrack::testing::FakeWorkspaceRouting workspace;
     std::shared_ptr<FakeUpdater> updater = std::make_shared<FakeUpdater>();
     taskrack::testing::FakeClock clock;
     bool matches = true;
@@ -186,7 +170,8 @@ INSTANTIATE_TEST_SUITE_P(
                },
                "Auto-send timed out"},
         Proofs{"identity",
-               [](auto &, auto &, FakeWorkspace &w, auto &, bool &, bool &) { w.trusted = false; },
+               [](auto &, auto &, taskrack::testing::FakeWorkspaceRouting &w, auto &, bool &,
+                  bool &) { w.trusted = false; },
                "Auto-send timed out"},
         Proofs{"element",
                [](FakeReader &r, auto &, auto &, auto &, bool &, bool &) { r.element.reset(); },

@@ -2,7 +2,6 @@
 #include "quicktask/quicktaskcodexappserverstarter.h"
 #include "sources/codex/codexappserverclient.h"
 #include "testing/fakeclock.h"
-#include "testing/realcodex.h"
 #include "testing/testsupport.h"
 
 #include <QDir>
@@ -260,45 +259,5 @@ INSTANTIATE_TEST_SUITE_P(
             "Codex removed the staged task before Desktop could open it.",
             true}),
     [](const auto &info) { return std::string(info.param.name); });
-
-// The real app-server: what staging leaves is exactly what the desktop application would open.
-TEST(QuickTaskCodexAppServerStarterRealTest, StagesReleasesAndLeavesNoChild)
-{
-    taskrack::testing::RealCodex codex;
-    QString why;
-    const auto outcome = codex.start(why);
-    if (outcome == taskrack::testing::RealCodex::Outcome::unavailable &&
-        !qEnvironmentVariableIsSet("CI"))
-        GTEST_SKIP() << why.toStdString();
-    ASSERT_EQ(outcome, taskrack::testing::RealCodex::Outcome::ready) << why.toStdString();
-    const QString project = codex.root + "/project";
-    QDir().mkpath(project);
-
-    LinuxFileSystem fileSystem;
-    QuickTaskCodexAppServerStarter starter(
-        {.makeClient =
-             [&] {
-                 CodexAppServerClient::Options options;
-                 options.binaryLocator.candidates = {codex.codex};
-                 options.fileSystem = &fileSystem;
-                 return std::make_unique<CodexAppServerClient>(options);
-             },
-         .stagingPossible = [] { return true; },
-         .fileSystem = fileSystem});
-    starter.warm();
-    for (const std::optional<QString> &effort :
-         {std::optional<QString>("high"), std::optional<QString>()}) {
-        const QuickTaskCodexSubmissionContext context = await(
-            starter.stage("SCENARIO:text staged prompt", project, {"gpt-6.1-sol", effort}), 60000);
-        EXPECT_FALSE(context.threadIdentifier.isEmpty());
-        EXPECT_EQ(QFileInfo(context.rolloutPath).size(), qint64(context.rolloutOffset));
-        EXPECT_GT(context.rolloutOffset, 0u);
-        // The desktop application would open it; here it is released, which removes it.
-        starter.release(context);
-        EXPECT_TRUE(waitUntil([&] { return !QFileInfo::exists(context.rolloutPath); }, 30000));
-    }
-    awaitVoid(starter.shutdown(), 30000);
-    EXPECT_TRUE(allChildrenGone(codex.mockProcessId()));
-}
 
 } // namespace
