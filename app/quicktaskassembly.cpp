@@ -2,6 +2,7 @@
 
 #include "core/rackstore.h"
 #include "platform/preferences.h"
+#include "quicktask/quicktaskcodexrolloutverifier.h"
 #include "sources/codex/codexappserverclient.h"
 
 #include <QCoreApplication>
@@ -21,7 +22,36 @@ QuickTaskAssembly::QuickTaskAssembly(Options options)
                     ? QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-launch")
                     : m_options.helperPath,
                 m_options.runtimeDirectory.isEmpty() ? qEnvironmentVariable("XDG_RUNTIME_DIR")
-                                                     : m_options.runtimeDirectory)
+                                                     : m_options.runtimeDirectory),
+      m_starter({.makeClient =
+                     [this] {
+                         CodexAppServerClient::Options options;
+                         options.fileSystem = &m_fileSystem;
+                         return std::make_unique<CodexAppServerClient>(options);
+                     },
+                 // A staged thread is only worth its child where a genuine desktop application
+                 // opens it; none exists on Linux today.
+                 .stagingPossible =
+                     [this] { return m_applications.hasRegisteredHandler(RackProvider::codex); },
+                 .fileSystem = m_fileSystem}),
+      m_paths(ProviderPaths::resolve(m_options.homeOverride)),
+      m_submitter({.reader = m_composerReader,
+                   .keyPoster = m_keyPoster,
+                   .workspace = m_workspace,
+                   .clock = SystemClock::shared(),
+                   .settingsUpdater =
+                       std::make_shared<CodexDesktopIPCClient>(CodexDesktopIPCClient::Options{
+                           .socketPath = CodexDesktopIPCClient::socketPathUnder(m_paths.home),
+                           .timeoutMilliseconds = 2000,
+                           .effectiveUser = {},
+                           .peerUser = {}}),
+                   .rolloutMatches =
+                       [this](const QuickTaskCodexSubmissionContext &context) {
+                           return quickTaskCodexRolloutMatches(m_fileSystem, m_paths.codexHome,
+                                                               context);
+                       },
+                   .pollInterval = std::chrono::milliseconds(250),
+                   .submissionTimeout = std::chrono::milliseconds(30000)})
 {
     setProjectPathFileSystem(&m_fileSystem);
     Preferences &preferences = m_options.preferences;
@@ -63,10 +93,17 @@ std::unique_ptr<QuickTaskStore> QuickTaskAssembly::makeStore(const RackStore &ra
         .directoryExists = {},
         .hasCodexConfiguration =
             [&preferences] { return codexConfiguration(preferences).has_value(); },
-        .warmCodexStarter = [this] { m_starter.warmSpareClient(); },
+        .warmCodexStarter = [this] { m_starter.warm(); },
     });
     store->projectGroups = [&rack] { return rack.projectGroups(); };
     return store;
+}
+
+QCoro::Task<void> QuickTaskAssembly::shutdown()
+{
+    m_submitter.cancel();
+    auto stopping = m_starter.shutdown();
+    co_await stopping;
 }
 
 QString QuickTaskAssembly::defaultScratchDirectory()

@@ -6,10 +6,15 @@
 // new` builds one that always sends and needs no clipboard.
 
 #include "app/dictationassembly.h"
+#include "app/providerpaths.h"
 #include "core/rackthreadopener.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/linuxterminallauncher.h"
+#include "platform/linux/unavailablefocusedcomposerreader.h"
+#include "platform/linux/unavailableprocesskeyposter.h"
 #include "platform/linux/xdgworkspacerouting.h"
+#include "quicktask/quicktaskautosubmitservice.h"
+#include "quicktask/quicktaskcodexappserverstarter.h"
 #include "quicktask/quicktaskcodexcatalog.h"
 #include "quicktask/quicktaskcreationservice.h"
 #include "quicktask/quicktasklaunchhandoff.h"
@@ -42,6 +47,8 @@ public:
         QString helperPath;
         QString runtimeDirectory;
         QString scratchDirectory;
+        // Where the provider files are looked for (--home); empty: the user's home.
+        QString homeOverride = {};
     };
 
     explicit QuickTaskAssembly(Options options);
@@ -60,6 +67,8 @@ public:
     static std::optional<QString> locateCommand(RackProvider provider);
     // All pages of the installed Codex's model list, from a short-lived app-server.
     static QCoro::Task<QJsonArray> loadCodexModels();
+    // At the application's stop: no app-server child of a staging outlives it.
+    QCoro::Task<void> shutdown();
 
 private:
     Options m_options;
@@ -69,8 +78,11 @@ private:
     RackProviderApplicationService m_applications{m_workspace};
     LinuxTerminalLauncher m_launcher;
     QuickTaskLaunchHandoff m_handoff;
-    QuickTaskUnavailableCodexStarter m_starter;
-    QuickTaskPrefillOnlyAutoSubmitter m_submitter;
+    QuickTaskCodexAppServerStarter m_starter;
+    ProviderPaths m_paths;
+    UnavailableFocusedComposerReader m_composerReader;
+    UnavailableProcessKeyPoster m_keyPoster;
+    QuickTaskAutoSubmitService m_submitter;
     std::unique_ptr<QuickTaskCreationService> m_service;
     std::unique_ptr<DictationAssembly> m_dictation;
 };

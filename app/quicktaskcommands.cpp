@@ -193,16 +193,23 @@ QCoro::Task<int> runNewTaskCommand(QStringList args)
                                 .codexConfiguration = configuration,
                                 .helperPath = {},
                                 .runtimeDirectory = {},
-                                .scratchDirectory = {}});
+                                .scratchDirectory = {},
+                                .homeOverride = {}});
     QuickTaskCreationService &service = assembly.creationService();
     const QString folder = parsed->scratch   ? service.scratchDirectory()
                            : parsed->project ? QDir::current().absoluteFilePath(*parsed->project)
                                              : QDir::currentPath();
+    std::exception_ptr failure;
     try {
         auto creating = service.createTask(*prompt, parsed->provider, folder);
         co_await creating;
     } catch (...) {
-        writeError(describeException(std::current_exception()));
+        failure = std::current_exception();
+    }
+    auto stopping = assembly.shutdown();
+    co_await stopping;
+    if (failure) {
+        writeError(describeException(failure));
         co_return 1;
     }
     writeOut(QStringLiteral("Started a new %1 task.\n").arg(displayName(parsed->provider)));

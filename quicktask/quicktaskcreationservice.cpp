@@ -261,7 +261,7 @@ QuickTaskCreationService::createByDeepLink(QString prompt, RackProvider provider
     std::optional<QuickTaskCodexSubmissionContext> context;
     std::exception_ptr stagingFailure;
     try {
-        auto staging = m_d.codexStarter.stage(prompt, path, *configuration);
+        auto staging = m_d.codexStarter.stage(prompt, path, *configuration, stop);
         context = co_await staging;
     } catch (...) {
         stagingFailure = std::current_exception();
@@ -278,12 +278,12 @@ QuickTaskCreationService::createByDeepLink(QString prompt, RackProvider provider
         co_return QuickTaskCreationOutcome{};
     }
     if (stop.stop_requested()) {
-        m_d.codexStarter.release(context->threadIdentifier);
+        m_d.codexStarter.release(*context);
         throw OperationCancelled();
     }
     const QUrl stagedLink = quickTaskStagedThreadLink(context->threadIdentifier, prompt);
     if (!stagedLink.isValid()) {
-        m_d.codexStarter.release(context->threadIdentifier);
+        m_d.codexStarter.release(*context);
         throw QuickTaskCreationError(Kind::invalidDeepLink, RackProvider::codex);
     }
     auto opening = m_d.applications->open(stagedLink, RackProvider::codex);

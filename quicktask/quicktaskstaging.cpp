@@ -8,7 +8,8 @@
 namespace taskrack {
 
 QCoro::Task<QuickTaskCodexSubmissionContext>
-QuickTaskUnavailableCodexStarter::stage(QString, QString, QuickTaskCodexConfiguration)
+QuickTaskUnavailableCodexStarter::stage(QString, QString, QuickTaskCodexConfiguration,
+                                        std::stop_token)
 {
     throw TaskrackError(QStringLiteral("Codex task staging is not available on this system."));
     co_return {};

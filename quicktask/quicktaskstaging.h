@@ -10,12 +10,18 @@
 
 #include <QCoro/QCoroTask>
 #include <optional>
+#include <stop_token>
 
 namespace taskrack {
 
+// A staged thread as the desktop application is to open it, and what proves later that the
+// application applied the staged settings: only rollout lines after `rolloutOffset` count.
 struct QuickTaskCodexSubmissionContext
 {
     QString threadIdentifier;
+    QString rolloutPath;
+    quint64 rolloutOffset = 0;
+    QString workingDirectory;
     QuickTaskCodexConfiguration configuration;
 
     bool operator==(const QuickTaskCodexSubmissionContext &) const = default;
@@ -26,29 +32,36 @@ class QuickTaskCodexStarting
 public:
     virtual ~QuickTaskCodexStarting() = default;
     // Keeps a client ready so that a later stage() doesn't pay for a process launch.
-    virtual void warmSpareClient() = 0;
+    virtual void warm() = 0;
+    // Throws CodexAppServerError, or OperationCancelled once `stop` is requested; a staging that
+    // fails leaves no thread behind that shows the prompt.
     virtual QCoro::Task<QuickTaskCodexSubmissionContext>
-    stage(QString prompt, QString workingDirectory, QuickTaskCodexConfiguration configuration) = 0;
-    virtual void release(QString threadIdentifier) = 0;
+    stage(QString prompt, QString workingDirectory, QuickTaskCodexConfiguration configuration,
+          std::stop_token stop = {}) = 0;
+    // Removes a staged thread that will not be opened after all; in the background.
+    virtual void release(QuickTaskCodexSubmissionContext context) = 0;
 };
 
 class QuickTaskAutoSubmitting
 {
 public:
     virtual ~QuickTaskAutoSubmitting() = default;
+    // Starts handing over the settings and, when every proof holds, sending; returns at once.
+    // A newer submission ends the older one.
     virtual QCoro::Task<void> submit(QString prompt, RackProvider provider,
                                      std::optional<QuickTaskCodexSubmissionContext> context,
                                      bool autoSend) = 0;
+    virtual void cancel() {}
 };
 
 // Staging is not available: stage() throws, so the creation falls back to review-first.
 class QuickTaskUnavailableCodexStarter : public QuickTaskCodexStarting
 {
 public:
-    void warmSpareClient() override {}
-    QCoro::Task<QuickTaskCodexSubmissionContext> stage(QString, QString,
-                                                       QuickTaskCodexConfiguration) override;
-    void release(QString) override {}
+    void warm() override {}
+    QCoro::Task<QuickTaskCodexSubmissionContext>
+        stage(QString, QString, QuickTaskCodexConfiguration, std::stop_token) override;
+    void release(QuickTaskCodexSubmissionContext) override {}
 };
 
 // Sending is not available: the task stays prefilled for the person to send.

@@ -3,21 +3,12 @@
 #include "core/rackprojectidentity.h"
 #include "sources/codex/codexappserverclient_p.h"
 #include "sources/codex/codexappserverpayload.h"
-
-#include "platform/childprocessgroups.h"
+#include "sources/codex/codexappservertransport.h"
 
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QLoggingCategory>
-#include <QProcess>
 #include <QSet>
-#include <QTimer>
-#include <deque>
-#include <signal.h>
-#include <unistd.h>
-#ifdef __linux__
-#include <sys/prctl.h>
-#endif
 
 namespace taskrack {
 
@@ -32,68 +23,11 @@ using Signal = CodexCompletion<std::monostate>;
 constexpr int threadPageLimit = 100;
 constexpr int modelPageLimit = 100;
 constexpr int maximumCursors = 20;
-constexpr auto retirementWait = 500ms;
 constexpr auto shutdownWait = 1000ms;
 
 std::exception_ptr disconnectedError()
 {
     return std::make_exception_ptr(CodexAppServerError::disconnected());
-}
-
-// The child leads its own process group (see connectOnce), so a launcher script and the real
-// binary it starts are signalled together. Only a child not yet reaped is signalled, so its
-// pid cannot have been reused.
-void signalChild(QProcess *process, int signalNumber)
-{
-    if (!process || process->state() == QProcess::NotRunning)
-        return;
-    const pid_t pid = pid_t(process->processId());
-    if (pid <= 0)
-        return;
-    if (::kill(-pid, signalNumber) != 0)
-        ::kill(pid, signalNumber);
-}
-
-bool isRunning(const QProcess *process)
-{
-    return process && process->state() != QProcess::NotRunning;
-}
-
-// True when the child left within `timeout` of real time (or is gone already).
-QCoro::Task<bool> waitForExit(QPointer<QProcess> process, std::chrono::milliseconds timeout)
-{
-    if (!isRunning(process))
-        co_return true;
-    auto exited = CodexCompletion<bool>::create();
-    QTimer timer;
-    timer.setSingleShot(true);
-    QObject::connect(&timer, &QTimer::timeout, [exited] { exited->succeed(false); });
-    QObject::connect(process.data(), &QProcess::finished, &timer,
-                     [exited] { exited->succeed(true); });
-    QObject::connect(process.data(), &QObject::destroyed, &timer,
-                     [exited] { exited->succeed(true); });
-    timer.start(timeout);
-    co_return co_await exited->wait();
-}
-
-// Retirement runs beside everything else and touches nothing of the client, so the client may
-// start its next connection, or be destroyed, while an old child is still being put down.
-QCoro::Task<void> retireInBackground(QPointer<QProcess> process, std::shared_ptr<Signal> previous,
-                                     std::shared_ptr<Signal> done)
-{
-    if (previous)
-        co_await previous->wait();
-    if (isRunning(process)) {
-        signalChild(process, SIGTERM);
-        const bool exited = co_await waitForExit(process, retirementWait);
-        if (!exited && isRunning(process)) {
-            signalChild(process, SIGKILL);
-            co_await waitForExit(process, retirementWait);
-        }
-    }
-    if (process)
-        process->deleteLater();
-    done->succeed({});
 }
 
 QJsonObject initializeParams(const QString &version)
@@ -137,18 +71,10 @@ QJsonObject objectResult(const QJsonValue &result)
 
 struct CodexAppServerClient::Connection
 {
-    explicit Connection(qsizetype maximumFrameBytes) : framer(maximumFrameBytes) {}
-
     quint64 identifier = 0;
     // Null once shutdown has taken the child to end it itself.
-    QPointer<QProcess> process;
-    CodexAppServerFramer framer;
-    std::deque<QByteArray> chunks;
-    bool endOfStream = false;
-    bool readingStopped = false;
-    bool receivedFirstChunk = false;
+    QPointer<CodexAppServerTransport> transport;
     bool isInitialized = false;
-    std::shared_ptr<Signal> readerWake;
 };
 
 CodexAppServerClient::CodexAppServerClient(Options options, QObject *parent)
@@ -162,21 +88,13 @@ CodexAppServerClient::~CodexAppServerClient()
 {
     m_isShutdown = true;
     cancelConnecting();
-    std::unique_ptr<Connection> connection = std::move(m_connection);
-    if (connection && connection->readerWake)
-        connection->readerWake->succeed({});
+    m_connection.reset();
     // Whoever still waits learns that the client is gone instead of waiting forever.
     for (auto &[id, request] : std::exchange(m_pendingRequests, {}))
         request.completion->fail(disconnectedError());
-    // No child may outlive its owner: kill every one still here (live or retiring) and reap
-    // it now. A retirement still running notices through its weak pointer.
-    const QList<QProcess *> children = findChildren<QProcess *>(Qt::FindDirectChildrenOnly);
-    for (QProcess *process : children) {
-        disconnect(process, nullptr, this, nullptr);
-        signalChild(process, SIGKILL);
-        process->waitForFinished(1000);
-        delete process;
-    }
+    // No child may outlive its owner: every transport still here (live or retiring) kills and
+    // reaps its child as it goes. A retirement still running notices through its weak pointer.
+    qDeleteAll(findChildren<CodexAppServerTransport *>(Qt::FindDirectChildrenOnly));
     m_statusUpdates->finish();
     m_invalidations->finish();
 }
@@ -193,14 +111,15 @@ CodexAppServerClient::Connection *CodexAppServerClient::currentConnection(quint6
 
 bool CodexAppServerClient::isConnected() const
 {
-    return m_connection && m_connection->isInitialized && isRunning(m_connection->process);
+    return m_connection && m_connection->isInitialized && m_connection->transport &&
+           m_connection->transport->isRunning();
 }
 
 std::optional<qint64> CodexAppServerClient::processId() const
 {
-    if (!m_connection || !isRunning(m_connection->process))
+    if (!m_connection || !m_connection->transport)
         return std::nullopt;
-    return m_connection->process->processId();
+    return m_connection->transport->processId();
 }
 
 // --- connecting ---------------------------------------------------------------------------
@@ -217,7 +136,7 @@ QCoro::Task<void> CodexAppServerClient::ensureConnected(std::stop_token stop)
     if (m_isSuspended || m_isShutdown)
         throw CodexAppServerError::disconnected();
     if (m_connection && m_connection->isInitialized) {
-        if (isRunning(m_connection->process))
+        if (isConnected())
             co_return;
         tearDown(disconnectedError());
     }
@@ -269,49 +188,46 @@ QCoro::Task<void> CodexAppServerClient::connectOnce(std::stop_token stop)
 
     QElapsedTimer sinceSpawn;
     sinceSpawn.start();
-    auto connection = std::make_unique<Connection>(m_options.maximumFrameBytes);
     const quint64 identifier = ++m_lastConnectionIdentifier;
-    connection->identifier = identifier;
-
-    auto *process = new QProcess(this);
-    process->setProgram(*binary);
-    process->setArguments({QStringLiteral("app-server")});
-    process->setStandardErrorFile(QProcess::nullDevice());
-    // Its own process group: retirement then reaches the npm launcher and the real binary it
-    // runs alike, and a terminal's Ctrl-C does not hit the child before we can end it.
-    process->setChildProcessModifier([] {
-        ::setpgid(0, 0);
-#ifdef __linux__
-        // Even a Taskrack killed outright takes its child along.
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-#endif
-    });
-    connect(process, &QProcess::readyReadStandardOutput, this,
-            [this, identifier, process] { onReadable(identifier, process); });
-    connect(process, &QProcess::readChannelFinished, this,
-            [this, identifier, process] { onEndOfStream(identifier, process); });
-    connect(process, &QProcess::finished, this,
-            [this, identifier, process] { onEndOfStream(identifier, process); });
-    process->start();
-    if (!process->waitForStarted()) {
-        const QString text = process->errorString();
-        disconnect(process, nullptr, this, nullptr);
-        delete process;
-        throw CodexAppServerError::launchFailed(text);
-    }
-    qCInfo(lcAppServer, "app-server spawned in %lldms", qint64(sinceSpawn.elapsed()));
-    // Remembered until reaped, so that every way out of Taskrack can end the group.
-    const pid_t leader = pid_t(process->processId());
-    ChildProcessGroups::add(leader);
-    connect(process, &QProcess::finished, process,
-            [leader] { ChildProcessGroups::remove(leader); });
-    connect(process, &QObject::destroyed, [leader] { ChildProcessGroups::remove(leader); });
-
-    connection->process = process;
+    CodexAppServerTransport::Options transportOptions{
+        .program = *binary,
+        .arguments = {QStringLiteral("app-server")},
+        .maximumFrameBytes = m_options.maximumFrameBytes,
+        .queueCapacity = m_options.readerQueueCapacity,
+        .processingDelay = m_options.readerProcessingDelay,
+        .startTimeout = m_options.initializationTimeout,
+        .clock = &clock(),
+    };
+    auto *transport = new CodexAppServerTransport(
+        std::move(transportOptions),
+        {.line = [this, identifier](const QByteArray &line) { onLine(identifier, line); },
+         .failed = [this, identifier](
+                       const CodexAppServerError &error) { failConnection(error, identifier); }},
+        this);
     if (m_connection)
         tearDown(disconnectedError());
-    m_connection = std::move(connection);
-    runReader(identifier);
+    m_connection = std::make_unique<Connection>();
+    m_connection->identifier = identifier;
+    m_connection->transport = transport;
+
+    // Started without blocking the thread: a shutdown meanwhile takes the transport away.
+    auto starting = transport->start();
+    std::exception_ptr launchError;
+    try {
+        co_await starting;
+    } catch (...) {
+        launchError = std::current_exception();
+    }
+    if (!self)
+        throw CodexAppServerError::disconnected();
+    if (launchError) {
+        if (currentConnection(identifier))
+            tearDown(disconnectedError());
+        std::rethrow_exception(launchError);
+    }
+    if (!currentConnection(identifier))
+        throw CodexAppServerError::disconnected();
+    qCInfo(lcAppServer, "app-server spawned in %lldms", qint64(sinceSpawn.elapsed()));
 
     qCInfo(lcAppServer, "app-server initialize sent at %lldms", qint64(sinceSpawn.elapsed()));
     std::exception_ptr error;
@@ -468,105 +384,18 @@ void CodexAppServerClient::failRequest(qint64 requestId, std::exception_ptr erro
 
 void CodexAppServerClient::writeFrame(const QJsonObject &frame)
 {
-    if (!m_connection || !m_connection->process)
+    if (!m_connection || !m_connection->transport)
         throw CodexAppServerError::disconnected();
-    QByteArray bytes = QJsonDocument(frame).toJson(QJsonDocument::Compact);
-    bytes.append('\n');
-    QProcess *process = m_connection->process;
-    if (process->write(bytes) != bytes.size())
-        throw CodexAppServerError::transport(process->errorString());
+    m_connection->transport->writeLine(QJsonDocument(frame).toJson(QJsonDocument::Compact));
 }
 
 // --- reading ------------------------------------------------------------------------------
 
-void CodexAppServerClient::onReadable(quint64 identifier, QProcess *process)
+void CodexAppServerClient::onLine(quint64 identifier, const QByteArray &line)
 {
-    Connection *connection = currentConnection(identifier);
-    if (!connection || connection->readingStopped) {
-        process->readAllStandardOutput();
-        return;
-    }
-    QByteArray chunk = process->readAllStandardOutput();
-    if (chunk.isEmpty())
-        return;
-    if (qsizetype(connection->chunks.size()) >= m_options.readerQueueCapacity) {
-        // The reader fell too far behind: stop reading rather than buffer without bound.
-        connection->readingStopped = true;
-        failConnection(CodexAppServerError::resourceLimitExceeded(
-                           CodexAppServerError::ResourceLimit::inputQueue),
-                       identifier);
-        return;
-    }
-    connection->chunks.push_back(std::move(chunk));
-    if (connection->readerWake)
-        connection->readerWake->succeed({});
-}
-
-void CodexAppServerClient::onEndOfStream(quint64 identifier, QProcess *process)
-{
-    Connection *connection = currentConnection(identifier);
-    if (!connection || connection->endOfStream)
-        return;
-    onReadable(identifier, process);
-    connection = currentConnection(identifier);
-    if (!connection)
-        return;
-    connection->endOfStream = true;
-    if (connection->readerWake)
-        connection->readerWake->succeed({});
-}
-
-QCoro::Task<void> CodexAppServerClient::runReader(quint64 identifier)
-{
-    QPointer<CodexAppServerClient> self(this);
-    const std::chrono::milliseconds delay = m_options.readerProcessingDelay;
-    Clock *readerClock = &clock();
-    while (self) {
-        Connection *connection = currentConnection(identifier);
-        if (!connection)
-            co_return;
-        if (connection->chunks.empty()) {
-            if (connection->endOfStream) {
-                failConnection(CodexAppServerError::disconnected(), identifier);
-                co_return;
-            }
-            auto wake = Signal::create();
-            connection->readerWake = wake;
-            co_await wake->wait();
-            continue;
-        }
-        QByteArray chunk = std::move(connection->chunks.front());
-        connection->chunks.pop_front();
-        if (!connection->receivedFirstChunk) {
-            connection->receivedFirstChunk = true;
-            qCInfo(lcAppServer, "app-server reader received its first chunk (%lld bytes)",
-                   qint64(chunk.size()));
-        }
-        if (delay.count() > 0) {
-            co_await readerClock->sleep(delay);
-            if (!self || !currentConnection(identifier))
-                co_return;
-        }
-        processChunk(identifier, chunk);
-    }
-}
-
-void CodexAppServerClient::processChunk(quint64 identifier, const QByteArray &chunk)
-{
-    Connection *connection = currentConnection(identifier);
-    if (!connection)
-        return;
-    try {
-        connection->framer.append(chunk);
-        while (std::optional<QByteArray> line = connection->framer.takeLine()) {
-            handleLine(*line);
-            if (!currentConnection(identifier))
-                return;
-        }
-        connection->framer.checkUnfinishedLine();
-    } catch (const CodexAppServerError &error) {
-        failConnection(error, identifier);
-    }
+    // Lines of a connection that is no longer the current one fall away.
+    if (currentConnection(identifier))
+        handleLine(line);
 }
 
 void CodexAppServerClient::handleLine(const QByteArray &line)
@@ -655,17 +484,10 @@ void CodexAppServerClient::resetConnection(const CodexAppServerError &error)
 void CodexAppServerClient::tearDown(std::exception_ptr error)
 {
     if (std::unique_ptr<Connection> connection = std::move(m_connection)) {
-        if (connection->readerWake)
-            connection->readerWake->succeed({});
-        if (QProcess *process = connection->process) {
-            disconnect(process, nullptr, this, nullptr);
-            // Whatever it still says is discarded by Qt, so a flooding child costs no memory.
-            process->closeReadChannel(QProcess::StandardOutput);
-            process->closeWriteChannel();
-            // Even after a clean end of its output a child may linger; it is retired either
-            // way, because no child may be left behind.
-            retire(process);
-        }
+        // Even after a clean end of its output a child may linger; it is retired either way,
+        // because no child may be left behind.
+        if (CodexAppServerTransport *transport = connection->transport)
+            retire(transport);
     }
     // Status learned on a connection does not outlive it.
     m_statusOverrides.clear();
@@ -673,16 +495,10 @@ void CodexAppServerClient::tearDown(std::exception_ptr error)
         request.completion->fail(error);
 }
 
-void CodexAppServerClient::retire(QProcess *process)
+void CodexAppServerClient::retire(CodexAppServerTransport *transport)
 {
-    if (!isRunning(process)) {
-        process->deleteLater();
-        return;
-    }
     ++m_retirementGeneration;
-    auto done = Signal::create();
-    std::shared_ptr<Signal> previous = std::exchange(m_retirement, done);
-    retireInBackground(QPointer<QProcess>(process), std::move(previous), std::move(done));
+    m_retirement = transport->retire(m_retirement);
 }
 
 // --- life cycle ---------------------------------------------------------------------------
@@ -726,30 +542,19 @@ QCoro::Task<void> CodexAppServerClient::runShutdown(std::shared_ptr<CodexComplet
 
     // Taken from the connection, so that a teardown meanwhile does not retire it: closing its
     // input is the request to end, and only if it does not, the signals follow.
-    QPointer<QProcess> process;
+    QPointer<CodexAppServerTransport> transport;
     // A child that never finished its handshake has nothing to finish: it gets no grace.
     bool answered = false;
     if (m_connection) {
-        process = m_connection->process;
+        transport = m_connection->transport;
         answered = m_connection->isInitialized;
-        m_connection->process = nullptr;
+        m_connection->transport = nullptr;
     }
     bool graceful = true;
-    if (isRunning(process)) {
-        process->closeWriteChannel();
-        graceful = false;
-        if (answered)
-            graceful = co_await waitForExit(process, shutdownWait);
-        if (!graceful && isRunning(process)) {
-            signalChild(process, SIGTERM);
-            if (!co_await waitForExit(process, retirementWait) && isRunning(process)) {
-                signalChild(process, SIGKILL);
-                co_await waitForExit(process, retirementWait);
-            }
-        }
+    if (transport) {
+        auto closing = transport->close(shutdownWait, answered);
+        graceful = co_await closing;
     }
-    if (process)
-        process->deleteLater();
     if (self) {
         tearDown(disconnectedError());
         if (std::shared_ptr<Signal> retirement = m_retirement)

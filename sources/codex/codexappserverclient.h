@@ -31,13 +31,12 @@
 #include <stop_token>
 #include <variant>
 
-class QProcess;
-
 namespace taskrack {
 
 namespace detail {
 template <typename T> class CodexCompletion;
 }
+class CodexAppServerTransport;
 
 struct CodexAppServerOptions
 {
@@ -149,10 +148,7 @@ private:
     void failRequest(qint64 requestId, std::exception_ptr error);
     void writeFrame(const QJsonObject &frame);
 
-    void onReadable(quint64 identifier, QProcess *process);
-    void onEndOfStream(quint64 identifier, QProcess *process);
-    QCoro::Task<void> runReader(quint64 identifier);
-    void processChunk(quint64 identifier, const QByteArray &chunk);
+    void onLine(quint64 identifier, const QByteArray &line);
     void handleLine(const QByteArray &line);
     void handleNotification(const QString &method, const QJsonValue &params);
     void storeAndPublish(const CodexStatusUpdate &update);
@@ -161,7 +157,7 @@ private:
     // Closes the connection's streams, retires its child if it still runs, forgets the live
     // statuses and fails every pending request with `error`.
     void tearDown(std::exception_ptr error);
-    void retire(QProcess *process);
+    void retire(CodexAppServerTransport *transport);
     QCoro::Task<void> runShutdown(std::shared_ptr<detail::CodexCompletion<bool>> done);
     void cancelConnecting();
 
