@@ -8,7 +8,6 @@
 #include "sources/claude/claudehookbridgelistener.h"
 #include "sources/claude/claudehookinstaller.h"
 
-
 namespace taskrack {
 
 ClaudeHookWiring::ClaudeHookWiring(Preferences &preferences, Clock &clock, FileSystem &fileSystem,

@@ -113,9 +113,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &args, QString &
             }
             line.mode = *mode;
             line.modeGiven = true;
-        } else if (!commandSeen &&
-                   (arg == QLatin1String("new") || arg == QLatin1String("models") ||
-                    arg == QLatin1String("dictate"))) {
+        } else if (!commandSeen && (arg == QLatin1String("new") || arg == QLatin1String("models") ||
+                                    arg == QLatin1String("dictate"))) {
             // A free-text prompt and options of their own follow: the command parses them.
             line.command = arg == QLatin1String("new")      ? Command::newTask
                            : arg == QLatin1String("models") ? Command::models

@@ -11,8 +11,8 @@
 #include "panel/rackpalette.h"
 #include "panel/rackquickwindow.h"
 #include "panel/rackviewmodel.h"
-#include "quicktask/quicktaskquickwindow.h"
 #include "platform/preferences.h"
+#include "quicktask/quicktaskquickwindow.h"
 
 #include <QDir>
 #include <QGuiApplication>
@@ -129,8 +129,8 @@ int runDemoCommand(int argc, char **argv)
         line->demoScenario.isEmpty() ? QStringLiteral("activity") : line->demoScenario;
     // The Quick Task panel's states run over the full rack, which gives them their projects.
     const bool quickTaskScenario = QuickTaskDemo::scenarios().contains(scenarioName);
-    const Scenario *scenario = quickTaskScenario ? findScenario(QStringLiteral("activity"))
-                                                 : findScenario(scenarioName);
+    const Scenario *scenario =
+        quickTaskScenario ? findScenario(QStringLiteral("activity")) : findScenario(scenarioName);
     if (!scenario) {
         QStringList names;
         for (const Scenario &known : scenarios)
@@ -166,8 +166,8 @@ int runDemoCommand(int argc, char **argv)
     wiring.bindings = rackKeyBindings(input.overrides());
     wiring.appearance = scenarioName == QLatin1String("quiet") ? QStringLiteral("quiet")
                                                                : QStringLiteral("2aGlass");
-    QuickTaskDemo quickTask(quickTaskScenario ? scenarioName : QString(), store, preferences,
-                            clock, writeLine);
+    QuickTaskDemo quickTask(quickTaskScenario ? scenarioName : QString(), store, preferences, clock,
+                            writeLine);
     wiring.actions.createTaskInProject = [&quickTask](const RackProjectGroup &group) {
         QuickTaskPanelAssembly &panel = quickTask.panel();
         panel.controller().show(panel.projectForGroup(group));
@@ -236,24 +236,24 @@ int runDemoCommand(int argc, char **argv)
     if (!screenshots.isEmpty() && quickTaskScenario) {
         // Once the panel is on screen, put it into the scenario's state and save what it draws
         // (after the frames its state asked for).
-        QObject::connect(&quickTask.panel().controller(), &QuickTaskPanelController::shown, &app,
-                         [&] {
-                             quickTask.arrange();
-                             // The folder chooser lists its folder on a thread of its own.
-                             const int settle =
-                                 scenarioName == QLatin1String("quick-folder") ? 500 : 0;
-                             QTimer::singleShot(settle, &app, [&] {
-                                 QDir().mkpath(screenshots);
-                                 const QString file = QDir(screenshots).filePath(
-                                     scenarioName +
-                                     (line->dark ? QStringLiteral("-dark") : QString()) +
-                                     QStringLiteral(".png"));
-                                 if (!quickTask.panel().window().grabWindow().save(file))
-                                     exitCode = 1;
-                                 writeLine(file);
-                                 app.exit(exitCode);
-                             });
-                         });
+        QObject::connect(
+            &quickTask.panel().controller(), &QuickTaskPanelController::shown, &app, [&] {
+                quickTask.arrange();
+                // The folder chooser lists its folder on a thread of its own.
+                const int settle = scenarioName == QLatin1String("quick-folder") ? 500 : 0;
+                QTimer::singleShot(settle, &app, [&] {
+                    QDir().mkpath(screenshots);
+                    const QString file =
+                        QDir(screenshots)
+                            .filePath(scenarioName +
+                                      (line->dark ? QStringLiteral("-dark") : QString()) +
+                                      QStringLiteral(".png"));
+                    if (!quickTask.panel().window().grabWindow().save(file))
+                        exitCode = 1;
+                    writeLine(file);
+                    app.exit(exitCode);
+                });
+            });
     } else if (!screenshots.isEmpty()) {
         // Once the rack is on screen, put it into the scenario's state and save what it draws.
         QObject::connect(&controller, &RackPanelController::shown, &app, [&] {

@@ -27,8 +27,8 @@ struct HooksCommandContext
 };
 
 // `ACTION [--provider P] [--allow-other-owner]`; the option lets enable/disable/remove edit a
-// Claude settings file that belongs to another user (keeping its owner). Exit codes: 0 done, 1 the operation failed,
-// 2 a usage mistake.
+// Claude settings file that belongs to another user (keeping its owner). Exit codes: 0 done, 1 the
+// operation failed, 2 a usage mistake.
 QCoro::Task<int> runHooksCommand(QStringList args, HooksCommandContext context, QTextStream &out,
                                  QTextStream &err);
 

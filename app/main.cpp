@@ -1,10 +1,9 @@
 #include "app/cloudstatuscommand.h"
 #include "app/commandline.h"
 #include "app/democommand.h"
-#include "app/doctorcommand.h"
 #include "app/dictatecommand.h"
+#include "app/doctorcommand.h"
 #include "app/hookscommand.h"
-#include "sources/codex/codexbinarylocator.h"
 #include "app/inputtracecommand.h"
 #include "app/openfilelimit.h"
 #include "app/providerpaths.h"
@@ -19,6 +18,7 @@
 #include "platform/inputdisplayprobe.h"
 #include "platform/linux/linuxfilesystem.h"
 #include "platform/linux/settingspreferences.h"
+#include "sources/codex/codexbinarylocator.h"
 
 #include <QApplication>
 #include <QCoreApplication>

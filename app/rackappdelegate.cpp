@@ -7,8 +7,8 @@
 #include "app/rackhookcontrol.h"
 #include "app/rackinputwiring.h"
 #include "app/rackpanelassembly.h"
-#include "app/rackshortcutsettings.h"
 #include "app/racksettingswindow.h"
+#include "app/rackshortcutsettings.h"
 #include "app/racktermination.h"
 #include "app/racktray.h"
 #include "app/taskrackbusservice.h"
@@ -320,11 +320,10 @@ void RackAppDelegate::showSettings()
             m_hookControls.push_back(std::make_unique<ClaudeHookControl>(claude->controller()));
         static LinuxFileSystem hookFiles;
         m_hookControls.push_back(std::make_unique<CodexHookControl>(
-            CodexHookIntegration(ProviderPaths::resolve(m_line.home).codexHome,
-                                 CodexHookHelperFiles(),
-                                 QCoreApplication::applicationDirPath() +
-                                     QStringLiteral("/taskrack-hook-bridge"),
-                                 hookFiles),
+            CodexHookIntegration(
+                ProviderPaths::resolve(m_line.home).codexHome, CodexHookHelperFiles(),
+                QCoreApplication::applicationDirPath() + QStringLiteral("/taskrack-hook-bridge"),
+                hookFiles),
             [this] { m_runtime->preferencesChanged(); }));
         std::vector<RackHookControlling *> hooks;
         for (const auto &control : m_hookControls)

@@ -149,7 +149,6 @@ QCoro::Task<void> fetchInto(std::shared_ptr<CodexThreadRepository> repository, i
 {
     const ThreadCollection collection = co_await repository->fetchThreads(400, {});
     count = int(collection.threads.size());
-
 }
 
 void BM_RepositoryFetch400Desktop400Local(benchmark::State &state)

@@ -145,7 +145,8 @@ std::unique_ptr<RackRuntime> watchedRuntime(const CodexHome &home, Preferences &
     bool refreshed = false;
     signalWhenDone(runtime->start(), refreshed);
     const QString id = codexThreadPrefix + home.hotId;
-    if (!runUntil([&] { return refreshed && statusOf(runtime->store(), id) == RackStatus::working; }))
+    if (!runUntil(
+            [&] { return refreshed && statusOf(runtime->store(), id) == RackStatus::working; }))
         return nullptr;
     return runtime;
 }

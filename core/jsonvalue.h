@@ -1,9 +1,9 @@
 #pragma once
 
 // The JSON document type for files of other programs that Taskrack reads and rewrites (Claude
-// Code's settings, Codex's hooks file). It keeps what it read without loss: a 64-bit integer stays an integer, a
-// number with a fraction stays a number, every string and key survives byte for byte. Reading
-// is strict: anything a careful writer could not reproduce exactly (duplicate keys, invalid
+// Code's settings, Codex's hooks file). It keeps what it read without loss: a 64-bit integer stays
+// an integer, a number with a fraction stays a number, every string and key survives byte for byte.
+// Reading is strict: anything a careful writer could not reproduce exactly (duplicate keys, invalid
 // UTF-8, lone surrogates, numbers out of range) is refused rather than silently changed.
 
 #include <QByteArray>

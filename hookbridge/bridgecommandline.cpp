@@ -43,7 +43,9 @@ std::optional<std::string> codexHookToken(const std::string &executablePath)
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0)
         return std::nullopt;
-    struct stat info{};
+    struct stat info
+    {
+    };
     std::string token;
     if (::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid() &&
         (info.st_mode & 077) == 0 && info.st_size >= 16 && info.st_size <= 256) {

@@ -23,8 +23,8 @@ constexpr std::string_view toolNameKey = "tool_name";
 constexpr std::string_view statusKey = "status";
 
 constexpr std::array<std::string_view, 8> codexReadKeys{
-    sessionIdKey, cwdKey,     hookEventNameKey, turnIdKey,
-    transcriptPathKey, agentIdKey, toolNameKey, statusKey};
+    sessionIdKey,      cwdKey,     hookEventNameKey, turnIdKey,
+    transcriptPathKey, agentIdKey, toolNameKey,      statusKey};
 
 constexpr std::array<std::string_view, 7> readKeys{
     sessionIdKey,       cwdKey,    hookEventNameKey, notificationTypeKey, transcriptPathKey,
@@ -83,7 +83,8 @@ std::optional<HookPayloadVerdict> readIdentity(std::string_view bytes,
     if (!read)
         return HookPayloadVerdict::notAnObject;
     members = std::move(*read);
-    if (!requiredString(members, sessionIdKey, fields) || !requiredString(members, cwdKey, fields) ||
+    if (!requiredString(members, sessionIdKey, fields) ||
+        !requiredString(members, cwdKey, fields) ||
         !requiredString(members, hookEventNameKey, fields))
         return HookPayloadVerdict::unusable;
     return std::nullopt;

@@ -1,7 +1,7 @@
-// taskrack-hook-bridge: what Claude Code's hooks run, and with "--codex" what Codex's hooks run. It reads the hook's JSON from standard
-// input, keeps only what identifies the session and the event (the prompt and every other
-// private text are never decoded), and broadcasts that on the session bus with the token it
-// was given, for a running Taskrack to pick up.
+// taskrack-hook-bridge: what Claude Code's hooks run, and with "--codex" what Codex's hooks run. It
+// reads the hook's JSON from standard input, keeps only what identifies the session and the event
+// (the prompt and every other private text are never decoded), and broadcasts that on the session
+// bus with the token it was given, for a running Taskrack to pick up.
 //
 // It must post within milliseconds: Claude Code kills a hook still running when a print-mode
 // session exits. So it uses the C++ standard library and libdbus only, no framework whose
@@ -97,7 +97,8 @@ int main(int argc, char **argv)
         codex ? codexHookToken(currentExecutablePath()) : hookBridgeToken(argc, argv);
     if (!token)
         return 0;
-    const FilteredHookPayload payload = readPayload(codex ? filterCodexHookPayload : filterHookPayload);
+    const FilteredHookPayload payload =
+        readPayload(codex ? filterCodexHookPayload : filterHookPayload);
     if (payload.verdict != HookPayloadVerdict::kept)
         return 0;
     const std::optional<std::string> address = sessionBusAddressFromEnvironment(

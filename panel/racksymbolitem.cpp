@@ -151,9 +151,8 @@ QPainterPath composerPath(const QString &shape, bool &stroked)
         stroker.setJoinStyle(Qt::RoundJoin);
         path = path.subtracted(stroker.createStroke(check));
     } else if (shape == QLatin1String("folder")) {
-        path.addPath(roundedPolygon({{0.06, 0.2}, {0.4, 0.2}, {0.5, 0.3}, {0.94, 0.3},
-                                     {0.94, 0.84}, {0.06, 0.84}},
-                                    0.1));
+        path.addPath(roundedPolygon(
+            {{0.06, 0.2}, {0.4, 0.2}, {0.5, 0.3}, {0.94, 0.3}, {0.94, 0.84}, {0.06, 0.84}}, 0.1));
     } else if (shape == QLatin1String("chevron.down")) {
         stroked = true;
         path.moveTo(0.22, 0.38);

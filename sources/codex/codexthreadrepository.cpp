@@ -592,7 +592,8 @@ void CodexThreadRepository::foldIntoLiveCollection(const CodexStatusUpdate &upda
 
 bool CodexThreadRepository::knowsThread(const QString &providerThreadID) const
 {
-    for (const std::optional<ThreadCollection> *collection : {&m_localCollection, &m_liveCollection}) {
+    for (const std::optional<ThreadCollection> *collection :
+         {&m_localCollection, &m_liveCollection}) {
         if (!*collection)
             continue;
         for (const RackThread &thread : (*collection)->threads) {
@@ -613,7 +614,8 @@ void CodexThreadRepository::receiveHookEvent(const CodexHookEvent &event)
         const QDateTime now = clock().now();
         // A person rarely has this many turns at once; the oldest goes first.
         constexpr qsizetype maximumHookStatuses = 256;
-        if (m_hookStatuses.size() >= maximumHookStatuses && !m_hookStatuses.contains(event.sessionId)) {
+        if (m_hookStatuses.size() >= maximumHookStatuses &&
+            !m_hookStatuses.contains(event.sessionId)) {
             auto oldest = m_hookStatuses.begin();
             for (auto it = m_hookStatuses.begin(); it != m_hookStatuses.end(); ++it) {
                 if (it->at < oldest->at)
