@@ -160,7 +160,7 @@ RackPanelAssembly &RackAppDelegate::rack()
     wiring.shortcutNames = m_input->shortcutNames();
     wiring.bindings = rackKeyBindings(m_input->overrides());
     wiring.appearance =
-        m_preferences->string(QStringLiteral("rackAppearance")).value_or(QStringLiteral("2aGlass"));
+        m_preferences->string(RackSettingsWindow::appearanceKey).value_or(QStringLiteral("2aGlass"));
     wiring.actions.cancelGesture = [this] {
         if (m_input)
             m_input->cancelGesture();

@@ -7,6 +7,9 @@
 // `shortcutsChanged`. Its contents scroll, and its two columns stack on a narrow screen, so that
 // it fits any screen from 480 pixels up.
 
+#include "quicktask/quicktaskcodexcatalog.h"
+#include "sources/codex/codexcloudstatuswiring.h"
+
 #include <QCoro/QCoroTask>
 #include <QWidget>
 #include <functional>
@@ -31,9 +34,9 @@ class RackSettingsWindow : public QWidget
 {
     Q_OBJECT
 public:
-    static inline const QString autoSendKey = QStringLiteral("quickTaskAutoSendEnabled");
+    static inline const QString &autoSendKey = quickTaskAutoSendEnabledKey;
     static inline const QString appearanceKey = QStringLiteral("rackAppearance");
-    static inline const QString cloudStatusKey = QStringLiteral("codexCloudLiveStatusEnabled");
+    static inline const QString &cloudStatusKey = codexCloudLiveStatusEnabledKey;
 
     struct Parts
     {
