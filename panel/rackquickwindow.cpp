@@ -1,54 +1,33 @@
 #include "panel/rackquickwindow.h"
 
 #include "panel/panellog.h"
-#include "panel/racksymbolitem.h"
 #include "panel/rackviewmodel.h"
 #include "platform/desktopwindows.h"
 
-#include <QCursor>
-#include <QGuiApplication>
 #include <QKeyEvent>
-#include <QQmlContext>
 #include <QQuickItem>
-#include <QScreen>
 
 namespace taskrack {
 
 RackQuickWindow::RackQuickWindow(RackViewModel &viewModel, DesktopWindows &desktop)
-    : m_desktop(desktop), m_viewModel(viewModel)
+    : PanelQuickView(desktop, *viewModel.palette(), QStringLiteral("Taskrack"),
+                     QStringLiteral("rack"), &viewModel, QUrl(sourceUrl), [this] {
+                         if (onFrameSwapped)
+                             onFrameSwapped();
+                     })
 {
-    static const bool registered = (RackSymbolItem::registerType(), true);
-    Q_UNUSED(registered);
-    setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
-    setColor(viewModel.palette()->background());
-    setTitle(QStringLiteral("Taskrack"));
-    setResizeMode(QQuickView::SizeRootObjectToView);
-    rootContext()->setContextProperty(QStringLiteral("rack"), &viewModel);
-    setSource(QUrl(sourceUrl));
     for (const QQmlError &error : errors())
         qCWarning(lcPanel, "Rack layout failed to load: %s", qPrintable(error.toString()));
-    connect(this, &QQuickWindow::frameSwapped, this, [this] {
-        // A frame of the window while it was hidden says nothing about what is on screen.
-        if (onFrameSwapped && isExposed())
-            onFrameSwapped();
-    });
-    connect(viewModel.palette(), &RackPalette::changed, this,
-            [this, &viewModel] { setColor(viewModel.palette()->background()); });
 }
 
 QList<RackScreen> RackQuickWindow::screens() const
 {
-    QList<RackScreen> result;
-    const QScreen *primary = QGuiApplication::primaryScreen();
-    for (const QScreen *screen : QGuiApplication::screens())
-        result.append(
-            RackScreen{screen->geometry(), screen->availableGeometry(), screen == primary});
-    return result;
+    return currentScreens();
 }
 
 std::optional<QPoint> RackQuickWindow::pointer() const
 {
-    return QCursor::pos();
+    return pointerPosition();
 }
 
 void RackQuickWindow::setFrame(const QRect &frame)
@@ -58,34 +37,17 @@ void RackQuickWindow::setFrame(const QRect &frame)
 
 void RackQuickWindow::show()
 {
-    const quint64 own = winId();
-    if (!isVisible()) {
-        const std::optional<quint64> active = m_desktop.activeWindow();
-        m_previousWindow = active && *active != own ? active : std::nullopt;
-        m_desktop.prepareForMap(own);
-    }
-    QQuickView::show();
-    raise();
-    requestActivate();
-    m_desktop.activate(own);
+    showTakingFocus();
 }
 
 void RackQuickWindow::hide(bool restoreFocus)
 {
-    const bool hadFocus = isActive() || m_desktop.hasFocus(winId());
-    QQuickView::hide();
-    const std::optional<quint64> previous = std::exchange(m_previousWindow, std::nullopt);
-    if (restoreFocus && hadFocus && previous && m_desktop.isViewable(*previous))
-        m_desktop.activate(*previous);
+    hideGivingFocus(restoreFocus);
 }
 
 void RackQuickWindow::renderOffscreen()
 {
-    if (isVisible())
-        return;
-    // Grabbing a window that was never exposed renders it offscreen: the scene graph, the
-    // glyph caches and the QML are built without anything reaching the screen.
-    grabWindow();
+    renderWhileHidden();
 }
 
 RackKeyPress RackQuickWindow::portableKey(quint16 keyCode, Qt::KeyboardModifiers modifiers)
@@ -107,13 +69,6 @@ RackKeyFocus RackQuickWindow::focus() const
     const QQuickItem *item = activeFocusItem();
     return item && item->objectName() == QLatin1String("searchField") ? RackKeyFocus::searchField
                                                                       : RackKeyFocus::grid;
-}
-
-bool RackQuickWindow::event(QEvent *event)
-{
-    if (event->type() == QEvent::ApplicationPaletteChange)
-        m_viewModel.palette()->followApplicationPalette();
-    return QQuickView::event(event);
 }
 
 void RackQuickWindow::keyPressEvent(QKeyEvent *event)

@@ -6,14 +6,14 @@
 
 #include "panel/rackpanelwindow.h"
 
-#include <QQuickView>
+#include "panel/panelquickview.h"
 
 namespace taskrack {
 
 class DesktopWindows;
 class RackViewModel;
 
-class RackQuickWindow : public QQuickView, public RackPanelWindow
+class RackQuickWindow : public PanelQuickView, public RackPanelWindow
 {
     Q_OBJECT
 
@@ -35,15 +35,9 @@ public:
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
-    // Light and dark follow the desktop's palette while the program runs.
-    bool event(QEvent *event) override;
 
 private:
     RackKeyFocus focus() const;
-
-    DesktopWindows &m_desktop;
-    RackViewModel &m_viewModel;
-    std::optional<quint64> m_previousWindow;
 };
 
 } // namespace taskrack

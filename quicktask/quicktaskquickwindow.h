@@ -6,14 +6,14 @@
 
 #include "quicktask/quicktaskpanelwindow.h"
 
-#include <QQuickView>
+#include "panel/panelquickview.h"
 
 namespace taskrack {
 
 class DesktopWindows;
 class QuickTaskViewModel;
 
-class QuickTaskQuickWindow : public QQuickView, public QuickTaskPanelWindow
+class QuickTaskQuickWindow : public PanelQuickView, public QuickTaskPanelWindow
 {
     Q_OBJECT
 
@@ -32,13 +32,6 @@ public:
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
-    // Light and dark follow the desktop's palette while the program runs.
-    bool event(QEvent *event) override;
-
-private:
-    DesktopWindows &m_desktop;
-    QuickTaskViewModel &m_viewModel;
-    std::optional<quint64> m_previousWindow;
 };
 
 } // namespace taskrack
