@@ -159,8 +159,8 @@ RackPanelAssembly &RackAppDelegate::rack()
     };
     wiring.shortcutNames = m_input->shortcutNames();
     wiring.bindings = rackKeyBindings(m_input->overrides());
-    wiring.appearance =
-        m_preferences->string(RackSettingsWindow::appearanceKey).value_or(QStringLiteral("2aGlass"));
+    wiring.appearance = m_preferences->string(RackSettingsWindow::appearanceKey)
+                            .value_or(QStringLiteral("2aGlass"));
     wiring.actions.cancelGesture = [this] {
         if (m_input)
             m_input->cancelGesture();
