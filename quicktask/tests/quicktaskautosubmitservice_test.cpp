@@ -6,6 +6,7 @@
 #include <QLoggingCategory>
 #include <atomic>
 #include <gtest/gtest.h>
+#include <mutex>
 
 using namespace taskrack;
 using namespace std::chrono_literals;
@@ -56,14 +57,26 @@ struct FakePoster : ProcessKeyPoster
 
 struct FakeUpdater : QuickTaskCodexDesktopSettingsUpdating
 {
+    // Set before the service runs, or through clearFailure() while its worker may be asking.
     std::optional<CodexDesktopIPCError> failure;
+    mutable std::mutex lock;
     mutable std::atomic<int> calls = 0;
     mutable std::atomic<int> handed = 0;
+    void clearFailure()
+    {
+        std::lock_guard guard(lock);
+        failure.reset();
+    }
     void updateThreadSettings(const QuickTaskCodexSubmissionContext &) const override
     {
         ++calls;
-        if (failure)
-            throw *failure;
+        std::optional<CodexDesktopIPCError> current;
+        {
+            std::lock_guard guard(lock);
+            current = failure;
+        }
+        if (current)
+            throw *current;
         ++handed;
     }
 };
@@ -204,11 +217,17 @@ TEST_F(QuickTaskAutoSubmitServiceTest, SendsOnceOnlyForTheNewestSubmissionAndThe
     ASSERT_TRUE(waitUntil([&] { return updater->calls > 0; }));
     auto newer = service->submit(prompt, RackProvider::codex, context, true);
     taskrack::testing::awaitVoid(std::move(newer));
-    updater->failure.reset();
-    // Poll until the handoff went through and the loop waits on the front application.
+    updater->clearFailure();
+    // Poll until the handoff went through and the loop waits on the front application. Time
+    // moves only while the service sleeps on the clock, never while its worker asks the desktop:
+    // else a slow machine would run the clock past the submission's deadline.
     ASSERT_TRUE(waitUntil([&] {
+        if (clock.sleeperCount() == 0)
+            return false;
+        if (updater->handed > 0)
+            return true;
         clock.advance(250ms);
-        return updater->handed > 0 && clock.sleeperCount() > 0;
+        return false;
     }));
     clock.advance(5s);
     EXPECT_EQ(poster.posted, QList<qint64>{});
