@@ -80,15 +80,13 @@ std::unique_ptr<QuickTaskStore> QuickTaskAssembly::makeStore(const RackStore &ra
                                                              QuickTaskCreating *creation)
 {
     Preferences &preferences = m_options.preferences;
-    if (!m_dictation)
-        m_dictation = std::make_unique<DictationAssembly>(clock);
     auto store = std::make_unique<QuickTaskStore>(QuickTaskStore::Dependencies{
         .creationService = creation ? *creation : *m_service,
         .preferences = preferences,
         .clock = clock,
-        // Dictation on this computer unless the caller brings its own (tests, the demo).
-        .transcriber = voice.transcriber ? voice.transcriber : &m_dictation->transcriber(),
-        .modelManager = voice.transcriber ? voice.modelManager : m_dictation->modelManager(),
+        // No transcriber: the panel offers typing only.
+        .transcriber = voice.transcriber,
+        .modelManager = voice.modelManager,
         .voicePreparationTimeout = std::chrono::seconds(480),
         .directoryExists = {},
         .hasCodexConfiguration =

@@ -5,7 +5,6 @@
 // composer's store over the rack's projects. The application builds one for its panel; `taskrack
 // new` builds one that always sends and needs no clipboard.
 
-#include "app/dictationassembly.h"
 #include "app/providerpaths.h"
 #include "core/rackthreadopener.h"
 #include "platform/linux/linuxfilesystem.h"
@@ -84,7 +83,6 @@ private:
     UnavailableProcessKeyPoster m_keyPoster;
     QuickTaskAutoSubmitService m_submitter;
     std::unique_ptr<QuickTaskCreationService> m_service;
-    std::unique_ptr<DictationAssembly> m_dictation;
 };
 
 } // namespace taskrack

@@ -288,7 +288,8 @@ QuickTaskPanelAssembly &RackAppDelegate::quickTask()
             .clock = SystemClock::shared(),
             .rack = m_runtime->store(),
             .creation = nullptr,
-            .transcriber = nullptr, // dictation on this computer, as the assembly chooses
+            // Typing only until quitting while the recogniser loads is safe.
+            .transcriber = nullptr,
             .modelManager = nullptr,
         });
     }
